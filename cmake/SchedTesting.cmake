@@ -1,0 +1,12 @@
+# Helpers for test and benchmark targets.
+include(GoogleTest)
+
+# sched_add_gtest(NAME SOURCES a.cc b.cc [LIBRARIES ...] [ENVIRONMENT VAR=VALUE ...])
+# One GoogleTest executable; each test case becomes a CTest test, run with the given environment.
+function(sched_add_gtest name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;ENVIRONMENT" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gtest GTest::gtest_main GTest::gmock Threads::Threads)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/lib)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES ENVIRONMENT "${ARG_ENVIRONMENT}")
+endfunction()

@@ -1,0 +1,16 @@
+/* The scheduler's own status words (facility 0x0bd). These values travel in replies and are
+ * printed by their texts (syserr2str): never renumber. Time functions return them negated. */
+#ifndef SCHEDCLI_STATUS_H
+#define SCHEDCLI_STATUS_H
+
+#define SCH_STATUS_EXISTS 0x40bd0002u              /* job or schedule exists already */
+#define SCH_STATUS_NO_CREDENTIAL 0x40bd0007u       /* no user name, or empty user name or password */
+#define SCH_STATUS_TIME_FORMAT 0x40bd000bu         /* incorrect time format */
+#define SCH_STATUS_TIME_FORMAT_ALT 0x40bd000cu     /* incorrect time format */
+#define SCH_STATUS_OUT_OF_RANGE 0x40bd000du        /* value out of range */
+#define SCH_STATUS_TIME_IN_PAST 0x40bd000eu        /* specified time is in the past */
+#define SCH_STATUS_AUTH_FAILED 0x40bd000fu         /* authentication failed */
+#define SCH_STATUS_CREDENTIAL_FETCH 0x40bd0010u    /* credential could not be fetched */
+#define SCH_STATUS_LOCAL_USER 0x40bd0017u          /* local user: no password may be stored */
+
+#endif
