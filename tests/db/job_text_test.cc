@@ -1,0 +1,86 @@
+// Reassembly of a job's command text from its fragments, plain and for one-line display.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "schedcli/db.h"
+
+namespace {
+
+// Fragments of 1024 bytes, the last one holding the rest, as they are stored.
+struct Fragments {
+  explicit Fragments(const std::string &text) {
+    for (size_t offset = 0; offset < text.size(); offset += SCH_FRAGMENT_SIZE) {
+      pieces.push_back(text.substr(offset, SCH_FRAGMENT_SIZE));
+    }
+    for (std::string &piece : pieces) list = g_list_append(list, piece.data());
+  }
+  ~Fragments() { g_list_free(list); }
+  std::vector<std::string> pieces;
+  GList *list = nullptr;
+};
+
+std::string text_of(size_t length) {
+  std::string text;
+  for (size_t i = 0; i < length; i++) text.push_back(static_cast<char>('a' + i % 26));
+  return text;
+}
+
+std::string concat(GList *list, int length, bool for_display = false) {
+  std::string out(static_cast<size_t>(length) + 2, '\0');
+  int result = for_display ? sch_show_run_concat_fragments(list, out.data(), length)
+                           : sch_concat_fragments(list, out.data(), length);
+  EXPECT_EQ(result, 0);
+  return out.substr(0, static_cast<size_t>(length));
+}
+
+TEST(JobText, ReassemblesAcrossFragmentBoundaries) {
+  for (size_t length : {1u, 1023u, 1024u, 1025u, 2048u, 2049u, 8182u}) {
+    std::string text = text_of(length);
+    Fragments fragments(text);
+    EXPECT_EQ(concat(fragments.list, static_cast<int>(length)), text) << length;
+  }
+}
+
+TEST(JobText, CopiesNothingForZeroLengthOrAnEmptyList) {
+  std::string buffer(8, 'z');
+  EXPECT_EQ(sch_concat_fragments(nullptr, buffer.data(), 5), 0);
+  Fragments fragments("abc");
+  EXPECT_EQ(sch_concat_fragments(fragments.list, buffer.data(), 0), 0);
+  EXPECT_EQ(buffer, std::string(8, 'z'));
+}
+
+TEST(JobText, AListShorterThanTheLengthStopsEarlyWithoutError) {
+  Fragments fragments(text_of(2048));
+  std::string buffer(3074, '\0');
+  EXPECT_EQ(sch_concat_fragments(fragments.list, buffer.data(), 3000), 0);
+  EXPECT_EQ(buffer.substr(0, 2048), text_of(2048));
+  EXPECT_EQ(buffer[2048], '\0');
+}
+
+TEST(JobText, DisplayKeepsTheLastNewlineOfTheText) {
+  Fragments fragments(std::string("a\nb\n"));
+  EXPECT_EQ(concat(fragments.list, 4, true), "a;b\n");
+}
+
+TEST(JobText, DisplayKeepsANewlineThatEndsAFullFragment) {
+  std::string text = std::string(1023, 'x') + "\n" + "y\nz";
+  Fragments fragments(text);
+  std::string shown = concat(fragments.list, static_cast<int>(text.size()), true);
+  EXPECT_EQ(shown[1023], '\n');
+  EXPECT_EQ(shown.substr(1024), "y;z");
+}
+
+TEST(JobText, NewlineReplacementLeavesTheLastByteAndShortRanges) {
+  std::string one = "\n";
+  sch_replace_newline_with_semicolon(one.data(), 1);
+  EXPECT_EQ(one, "\n");
+  std::string many = "\n\n\n";
+  sch_replace_newline_with_semicolon(many.data(), 3);
+  EXPECT_EQ(many, ";;\n");
+  sch_replace_newline_with_semicolon(many.data(), 0);
+  EXPECT_EQ(many, ";;\n");
+}
+
+}  // namespace
