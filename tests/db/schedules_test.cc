@@ -160,4 +160,31 @@ TEST_F(ScheduleEmail, RestoredEntryIsACopyAppendedAsItStands) {
   EXPECT_EQ(g_list_length(sch_schedule_email_list), 2u);
 }
 
+TEST_F(ScheduleEmail, EachAddOperationSurvivesItsAllocationFailing) {
+  // The email adds allocate once: each fails cleanly, then goes through.
+  struct Add {
+    const char *name;
+    int (*run)();
+    int result_on_failure;
+  };
+  const Add adds[] = {
+      {"new entry", [] { return sch_add_new_schedule_email_entry(&sch_schedule_email_list, "n", "a@x"); }, -1},
+      {"first address", [] { return sch_add_schedule_email_entry(&sch_schedule_email_list, "f", "a@x"); }, 0},
+      {"from store", [] {
+         sch_schedule_email_entry stored{};
+         std::strcpy(stored.schedule, "p");
+         return sch_add_schedule_email_entry_from_pss(&sch_schedule_email_list, &stored);
+       }, -1},
+  };
+  for (const Add &add : adds) {
+    guint before = g_list_length(sch_schedule_email_list);
+    mtrack_fail_nth(1, -1, 0);
+    EXPECT_EQ(add.run(), add.result_on_failure) << add.name;
+    mtrack_fail_nth(0, -1, 0);
+    EXPECT_EQ(g_list_length(sch_schedule_email_list), before) << add.name;
+    EXPECT_EQ(add.run(), 0) << add.name;
+    EXPECT_EQ(g_list_length(sch_schedule_email_list), before + 1) << add.name;
+  }
+}
+
 }  // namespace

@@ -1,0 +1,309 @@
+// Restore and save of whole configurations: a full round trip, the raw bytes in the store, the
+// records each routine touches, and the failures restore tolerates.
+#include <gtest/gtest.h>
+#include <lmdb.h>
+
+#include <algorithm>
+
+#include "pss/pss_fixture.h"
+#include "pss/store_reader.h"
+
+namespace {
+
+using namespace sch::testing;
+
+class Restore : public PssTest {
+ protected:
+  void SetUp() override {
+    PssTest::SetUp();
+    config_ = create(path("config"));
+    results_ = create(path("results"));
+  }
+  void TearDown() override {
+    if (config_) pss2_close(config_);
+    if (results_) pss2_close(results_);
+    PssTest::TearDown();
+  }
+
+  // Every kind of record, as the daemon builds them.
+  void build_full_configuration() {
+    add_job(&sch_running_config, 0, "empty", "");
+    add_job(&sch_running_config, 1, "one-fragment", text_of(1024));
+    add_job(&sch_running_config, 2, "two-fragments", text_of(1025, 'b'));
+    add_job(&sch_running_config, 255, std::string(32, 'j'), text_of(8182, 'c'));
+    const tminfo times[] = {{1, 10, -1, 15, 30, 2, 130, 0, 0, 0},
+                            {3, 2, 0, 0, 30, 0, 0, 0, 0, 0},
+                            {4, 8, 3, 0, 0, 0, 0, 0, 0, 0},
+                            {5, 23, 0, 31, 59, 0, 0, 0, 0, 0},
+                            {7, 2, 1, -1, 3, -1, -1, 1800000000, 1800000000, 0}};
+    int n = 0;
+    for (const tminfo &time : times) {
+      std::string name = "schedule-type-" + std::to_string(time.type);
+      add_schedule(&sch_running_config, name, time, {0, 1, 2, 255});
+      for (int i = 0; i < 10; i++) {
+        std::string address = "user" + std::to_string(n) + "-" + std::to_string(i) + "@example.net";
+        ASSERT_EQ(sch_add_schedule_email_entry(&sch_schedule_email_list, name.c_str(), address.c_str()), 0);
+      }
+      n++;
+    }
+    add_result(&sch_running_config, 0, "schedule-type-3", 0, 1800000001);
+    add_result(&sch_running_config, 255, "schedule-type-7", 0x0300, 1800000002);
+    add_result(&sch_running_config, 255, "schedule-type-5", 0, 1800000003);
+    add_user(&sch_uname_q, "alice", "YWxpY2UtZW5jcnlwdGVk", 1);
+    add_user(&sch_uname_q, std::string(100, 'r').c_str(), "cmVtb3Rl", 2);
+    scheduler_enabled = 1;
+    sch_log_file.size_limit = 65536;
+    sch_log_file.read_offset = 100;
+    sch_log_file.count = 7;
+    sch_log_file.writer_data[3] = 0x42;
+    std::strcpy(email_transport_conf.from, "scheduler@example.net");
+    std::strcpy(email_transport_conf.reply_to, "noreply@example.net");
+    std::strcpy(email_transport_conf.reply_to_copy, "noreply@example.net");
+    std::strcpy(email_transport_conf.smtp_server, "smtp.example.net");
+    email_transport_conf.smtp_port = 587;
+    std::strcpy(email_transport_conf.vrf, "management");
+  }
+
+  // Every record written by its own writer, as the daemon does after each change.
+  void save_with_writers() {
+    for (GList *e = sch_schedule_list; e; e = e->next) {
+      ASSERT_EQ(sch_save_schedule_entry_to_pss(config_, static_cast<sch_schedule_entry *>(e->data)), 0);
+    }
+    for (int index = 0; sch_job_slot *job = sch_next_job(&sch_running_config, &index); index++) {
+      ASSERT_EQ(sch_save_job_entry_to_pss(config_, job), 0);
+      sch_save_runtime_job_status_to_pss(results_, job);
+    }
+    for (GList *e = sch_schedule_email_list; e; e = e->next) {
+      ASSERT_EQ(sch_save_schedule_email_entry_to_pss(config_, static_cast<sch_schedule_email_entry *>(e->data)), 0);
+    }
+    for (auto *u = static_cast<sch_user_element *>(peek_head(&sch_uname_q)); u; u = static_cast<sch_user_element *>(u->link)) {
+      ASSERT_EQ(sch_save_user_config_entry_to_pss(config_, &u->record), 0u);
+    }
+    ASSERT_EQ(sch_save_log_file_entry_to_pss(config_, &sch_log_file_key, &sch_log_file), 0);
+    ASSERT_EQ(sch_save_condition_entry_to_pss(config_, &sch_condition_key, scheduler_enabled), 0);
+    ASSERT_EQ(sch_save_email_from_conf_to_pss(config_, &email_transport_conf), 0);
+    ASSERT_EQ(sch_save_email_replyto_conf_to_pss(config_, &email_transport_conf), 0);
+    ASSERT_EQ(sch_save_email_smtpserver_conf_to_pss(config_, &email_transport_conf), 0);
+  }
+
+  void forget_memory() {
+    release_all();
+    reset_globals();
+  }
+
+  pss2_handle config_ = 0;
+  pss2_handle results_ = 0;
+};
+
+TEST_F(Restore, AFullConfigurationComesBackFieldByField) {
+  build_full_configuration();
+  save_with_writers();
+  Picture before = picture(&sch_running_config, &sch_uname_q);
+  sch_log_file_record log_before = sch_log_file;
+  sch_email_transport_conf transport_before = email_transport_conf;
+  forget_memory();
+
+  EXPECT_EQ(sch_restore_config_from_pss(&sch_running_config, config_, 0), 0);
+  EXPECT_EQ(sch_restore_db_from_pss(&sch_running_config, results_), 0);
+  Picture after = picture(&sch_running_config, &sch_uname_q);
+  EXPECT_EQ(after.jobs, before.jobs);
+  EXPECT_EQ(after.results, before.results);
+  EXPECT_EQ(after.schedules, before.schedules);
+  EXPECT_EQ(after.emails, before.emails);
+  EXPECT_EQ(after.users, before.users);
+  EXPECT_EQ(scheduler_enabled, 1u);
+  EXPECT_EQ(std::memcmp(sch_log_file.writer_data, log_before.writer_data, SCH_LOG_FILE_STORED_SIZE), 0);
+  EXPECT_EQ(bytes_of(email_transport_conf), bytes_of(transport_before));
+  EXPECT_EQ(sch_uname_acfg_q.count, 0u);
+}
+
+TEST_F(Restore, TheStoreHoldsBigEndianRecordsWithEachJobHeaderBeforeItsFragments) {
+  build_full_configuration();
+  save_with_writers();
+  pss2_close(config_);
+  config_ = 0;
+
+  // Read the file with LMDB itself, bypassing the platform.
+  MDB_env *env = nullptr;
+  ASSERT_EQ(mdb_env_create(&env), 0);
+  mdb_env_set_maxdbs(env, 4);
+  ASSERT_EQ(mdb_env_open(env, path("config").c_str(), MDB_NOSUBDIR | MDB_RDONLY | MDB_NOLOCK, 0600), 0);
+  MDB_txn *txn = nullptr;
+  ASSERT_EQ(mdb_txn_begin(env, nullptr, MDB_RDONLY, &txn), 0);
+  MDB_dbi records;
+  ASSERT_EQ(mdb_dbi_open(txn, "records", 0, &records), 0);
+  MDB_cursor *cursor = nullptr;
+  ASSERT_EQ(mdb_cursor_open(txn, records, &cursor), 0);
+  std::vector<Record> raw;
+  MDB_val key, value;
+  for (int rc = mdb_cursor_get(cursor, &key, &value, MDB_FIRST); rc == 0; rc = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
+    raw.emplace_back(std::string(static_cast<char *>(key.mv_data), key.mv_size),
+                     std::string(static_cast<char *>(value.mv_data), value.mv_size));
+  }
+  mdb_cursor_close(cursor);
+  mdb_txn_abort(txn);
+  mdb_env_close(env);
+
+  ASSERT_FALSE(raw.empty());
+  // Keys order by type, then sequence, then name: every job's header (sequence 0) comes before
+  // any of its fragments, and its fragments come in ascending sequence.
+  std::map<std::string, uint32_t> last_sequence;
+  for (const Record &record : raw) {
+    ASSERT_EQ(record.first.size(), 40u);
+    if (record.first.substr(0, 4) != be32(SCH_REC_JOB)) continue;
+    std::string name = record.first.substr(8);
+    uint32_t sequence = sch::codec::get_u32(reinterpret_cast<const uint8_t *>(record.first.data()) + 4);
+    if (sequence == 0) {
+      EXPECT_EQ(last_sequence.count(name), 0u) << "header after a fragment";
+    } else {
+      ASSERT_EQ(last_sequence.count(name), 1u) << "fragment before its header";
+      EXPECT_EQ(sequence, last_sequence[name] + 1);
+    }
+    last_sequence[name] = sequence;
+  }
+  auto value_of = [&](const std::string &key) {
+    auto found = std::find_if(raw.begin(), raw.end(), [&](const Record &r) { return r.first == key; });
+    return found == raw.end() ? std::string("<none>") : found->second;
+  };
+  EXPECT_EQ(value_of(stored_key(SCH_REC_JOB, 0, "two-fragments")), be32(2) + be32(0x1002) + be32(1025));
+  EXPECT_EQ(value_of(stored_key(SCH_REC_JOB, 2, "two-fragments")), text_of(1025, 'b').substr(1024));
+  EXPECT_EQ(value_of(stored_key(SCH_REC_CONDITION, 0)), be32(1));
+  auto user = std::find_if(raw.begin(), raw.end(), [](const Record &r) { return r.first == stored_key(SCH_REC_USER, 2, std::string(32, 'r')); });
+  ASSERT_NE(user, raw.end());
+  EXPECT_EQ(user->second.substr(256, 4), be32(2));
+}
+
+TEST_F(Restore, WholeSaveWritesSchedulesJobsWithTextTheLogFileAndLiveUsersOnly) {
+  build_full_configuration();
+  add_user(&sch_uname_acfg_q, "private", "x", 3);
+  EXPECT_EQ(sch_save_config_to_pss(&sch_running_config, config_), 0);
+  auto records = all_records(config_);
+  size_t schedules = 0, jobs = 0, users = 0, log_files = 0, others = 0;
+  for (const Record &record : records) {
+    uint32_t type = sch::codec::get_u32(reinterpret_cast<const uint8_t *>(record.first.data()));
+    if (type == SCH_REC_SCHEDULE) schedules++;
+    else if (type == SCH_REC_JOB) jobs++;
+    else if (type == SCH_REC_USER) users++;
+    else if (type == SCH_REC_LOG_FILE) log_files++;
+    else others++;
+  }
+  EXPECT_EQ(schedules, 5u);
+  EXPECT_EQ(jobs, 3u + 1 + 2 + 8) << "the job without text is left out";
+  EXPECT_EQ(users, 2u);
+  EXPECT_EQ(log_files, 1u);
+  EXPECT_EQ(others, 0u);
+}
+
+TEST_F(Restore, IntoThePrivateCopyUsersFollowTheCopyButGlobalRecordsAreOverwritten) {
+  build_full_configuration();
+  save_with_writers();
+  forget_memory();
+  // The live records differ from the stored ones before the restore into the private copy.
+  std::strcpy(email_transport_conf.from, "live@example.net");
+  scheduler_enabled = 0;
+  add_job(&sch_running_config, 9, "live-job", "date");
+
+  sch_restore_config_from_pss(&sch_startup_config, config_, 1);
+  EXPECT_STREQ(email_transport_conf.from, "scheduler@example.net");
+  EXPECT_EQ(scheduler_enabled, 1u);
+  EXPECT_EQ(g_list_length(sch_schedule_email_list), 5u) << "the store's email entries join the live list";
+  EXPECT_EQ(sch_uname_acfg_q.count, 2u);
+  EXPECT_EQ(sch_uname_q.count, 0u);
+  EXPECT_EQ(g_list_length(startup_schedule_list), 5u);
+  EXPECT_EQ(sch_schedule_list, nullptr);
+  sch_job_slot *job = nullptr;
+  EXPECT_EQ(sch_find_job(&sch_startup_config, "two-fragments", &job), 2);
+  EXPECT_EQ(sch_find_job(&sch_running_config, "live-job", &job), 9);
+  EXPECT_EQ(sch_find_job(&sch_running_config, "two-fragments", &job), -1);
+}
+
+TEST_F(Restore, ReplyToOfSixtyFourCharactersFillsBothFieldsUnterminated) {
+  std::string address(64, 'r');
+  std::memcpy(email_transport_conf.reply_to, address.data(), 64);
+  ASSERT_EQ(sch_save_email_replyto_conf_to_pss(config_, &email_transport_conf), 0);
+  forget_memory();
+  sch_restore_config_from_pss(&sch_running_config, config_, 0);
+  EXPECT_EQ(std::string(email_transport_conf.reply_to, 64), address);
+  EXPECT_EQ(std::string(email_transport_conf.reply_to_copy, 64), address);
+  EXPECT_EQ(email_transport_conf.smtp_server[0], '\0');
+}
+
+TEST_F(Restore, ConditionZeroReadsDisabledAndAnEmptyStoreRestoresNothing) {
+  sch_restore_config_from_pss(&sch_running_config, config_, 0);
+  sch_restore_db_from_pss(&sch_running_config, results_);
+  EXPECT_TRUE(trace_texts().empty());
+  ASSERT_EQ(sch_save_condition_entry_to_pss(config_, &sch_condition_key, 0), 0);
+  scheduler_enabled = 5;
+  clear_traces();
+  sch_restore_config_from_pss(&sch_running_config, config_, 0);
+  EXPECT_EQ(scheduler_enabled, 0u);
+  auto texts = trace_texts();
+  EXPECT_NE(std::find(texts.begin(), texts.end(), "service DISABLED"), texts.end());
+  EXPECT_NE(std::find(texts.begin(), texts.end(), "got key type 2"), texts.end());
+}
+
+TEST_F(Restore, UnreadableValuesAreSkippedAndUnreadableKeysEndTheWalk) {
+  add_schedule(&sch_running_config, "a", tminfo{3, 1, 0, 0, 0, 0, 0, 0, 0, 0}, {});
+  add_schedule(&sch_running_config, "b", tminfo{3, 1, 0, 0, 0, 0, 0, 0, 0, 0}, {});
+  add_schedule(&sch_running_config, "c", tminfo{3, 1, 0, 0, 0, 0, 0, 0, 0, 0}, {});
+  sch_save_config_to_pss(&sch_running_config, config_);
+  forget_memory();
+
+  pss2_fault_set(PSS2_FAULT_GETVALUE, 1, PSS2_ERR_IO, 0);
+  sch_restore_config_from_pss(&sch_running_config, config_, 0);
+  auto texts = trace_texts();
+  EXPECT_NE(std::find(texts.begin(), texts.end(), "could not retrieve value for a"), texts.end());
+  EXPECT_EQ(g_list_length(sch_schedule_list), 2u);
+  forget_memory();
+
+  pss2_fault_set(PSS2_FAULT_GETKEY, 2, PSS2_ERR_IO, 0);
+  sch_restore_config_from_pss(&sch_running_config, config_, 0);
+  EXPECT_EQ(g_list_length(sch_schedule_list), 1u);
+}
+
+TEST_F(Restore, RunResultsOfDeletedJobsAreDroppedAndOutOfMemoryEndsTheWalk) {
+  add_job(&sch_running_config, 1, "kept", "true");
+  add_job(&sch_running_config, 2, "deleted", "false");
+  add_result(&sch_running_config, 1, "s", 0, 1);
+  add_result(&sch_running_config, 2, "s", 0, 2);
+  add_result(&sch_running_config, 1, "t", 0, 3);
+  sch_save_db_to_pss(&sch_running_config, results_);
+  sch_free_job_entry(&sch_job_list[1]);
+  sch_free_job_entry(&sch_job_list[2]);
+  add_job(&sch_running_config, 1, "kept", "true");
+
+  sch_restore_db_from_pss(&sch_running_config, results_);
+  EXPECT_EQ(g_list_length(sch_job_list[1].run_results), 2u);
+  auto texts = trace_texts();
+  EXPECT_NE(std::find(texts.begin(), texts.end(), "job key not present!"), texts.end());
+  sch_free_job_entry(&sch_job_list[1]);
+  add_job(&sch_running_config, 1, "kept", "true");
+
+  mtrack_fail_nth(2, 4, 0);  // the second run result cannot be had: the rest is not read
+  sch_restore_db_from_pss(&sch_running_config, results_);
+  EXPECT_EQ(g_list_length(sch_job_list[1].run_results), 1u);
+}
+
+TEST_F(Restore, UserThatCannotBeAllocatedIsSkipped) {
+  add_user(&sch_uname_q, "first", "a", 1);
+  add_user(&sch_uname_q, "second", "b", 2);
+  sch_save_config_to_pss(&sch_running_config, config_);
+  forget_memory();
+  mtrack_fail_nth(1, 16, 0);
+  sch_restore_config_from_pss(&sch_running_config, config_, 0);
+  EXPECT_EQ(sch_uname_q.count, 1u);
+  auto texts = trace_texts();
+  EXPECT_NE(std::find(texts.begin(), texts.end(), "Failed to allocate memory for q elem, username first"), texts.end());
+}
+
+TEST_F(Restore, DeletingAJobsRunResultsReleasesThemAll) {
+  add_job(&sch_running_config, 3, "noisy", "echo");
+  add_result(&sch_running_config, 3, "s", 0, 1);
+  add_result(&sch_running_config, 3, "s", 0, 2);
+  EXPECT_EQ(sch_delete_all_status_for_job_from_pss(results_, &sch_job_list[3]), 0);
+  EXPECT_EQ(sch_job_list[3].run_results, nullptr);
+  auto texts = trace_texts();
+  EXPECT_EQ(std::count(texts.begin(), texts.end(), "pss delete job (noisy) status (3)"), 2);
+}
+
+}  // namespace

@@ -1,0 +1,214 @@
+// Start-up of the stores: first start, restart, stateless restart from startup, failures, standby,
+// recovery after a failed global sync, and shutdown.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "pss/pss_fixture.h"
+#include "pss/store_io.h"
+#include "pss/store_reader.h"
+#include "schedcli/platform/syslog.h"
+
+namespace {
+
+using namespace sch::testing;
+namespace fs = std::filesystem;
+
+class Startup : public PssTest {
+ protected:
+  bool traced(const std::string &text) {
+    auto texts = trace_texts();
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
+  }
+  std::string running_uri() { return sch::pss::uri_text(sch_pss_running_uri); }
+
+  // A startup store holding one schedule, one job and an enabled feature flag.
+  void write_startup_store() {
+    pss2_handle startup = create(sch::pss::uri_text(sch_pss_startup_uri));
+    add_schedule(&sch_running_config, "from-startup", tminfo{3, 4, 0, 0, 5, 0, 0, 0, 0, 0}, {0});
+    add_job(&sch_running_config, 0, "startup-job", "show clock");
+    sch_save_config_to_pss(&sch_running_config, startup);
+    sch_save_condition_entry_to_pss(startup, &sch_condition_key, 1);
+    pss2_close(startup);
+    release_all();
+    clear_traces();
+  }
+};
+
+TEST_F(Startup, UriInitNamesTheFiveStoresUnderTheirPrefixes) {
+  start_platform(true);
+  EXPECT_EQ(sch::pss::uri_text(sch_pss_running_uri), (runtime_dir_ / "scheduler_runtime").string());
+  EXPECT_EQ(sch::pss::uri_text(sch_pss_running_db_uri), (runtime_dir_ / "scheduler_runtime_database").string());
+  EXPECT_EQ(sch::pss::uri_text(sch_debug_pss_running_uri), (runtime_dir_ / "scheduler_debug_runtime").string());
+  EXPECT_EQ(sch::pss::uri_text(sch_pss_startup_uri), (state_dir_ / "startup" / "scheduler_startup").string());
+  EXPECT_EQ(sch::pss::uri_text(sch_debug_pss_startup_uri), (state_dir_ / "debug" / "scheduler_debug_startup").string());
+}
+
+TEST_F(Startup, WithoutPrefixesTheUrisStayAsTheyWere) {
+  std::strcpy(sch_pss_running_uri, "kept");
+  EXPECT_EQ(sch_pss_uri_init(), 0);
+  EXPECT_STREQ(sch_pss_running_uri, "kept");
+  EXPECT_EQ(sch_pss_startup_uri[0], '\0');
+}
+
+TEST_F(Startup, FirstStartCreatesBothRunningStoresAndRestoresNothing) {
+  start_platform(false);  // a first start after boot finds no runtime directory
+  ASSERT_EQ(sch_pss_init(), 0);
+  EXPECT_NE(pss_running, 0u);
+  EXPECT_NE(pss_running_db, 0u);
+  EXPECT_TRUE(fs::exists(runtime_dir_ / "scheduler_runtime"));
+  EXPECT_TRUE(fs::exists(runtime_dir_ / "scheduler_runtime_database"));
+  EXPECT_FALSE(fs::exists(runtime_dir_ / "scheduler_debug_runtime")) << "the debug store is not made here";
+  EXPECT_TRUE(traced("Stateless restart"));
+  EXPECT_TRUE(traced("No startup config/Unable to open pss at " + sch::pss::uri_text(sch_pss_startup_uri)));
+  EXPECT_EQ(sch_schedule_list, nullptr);
+}
+
+TEST_F(Startup, RestartReopensTheRunningStoresAndRestoresFromThem) {
+  start_platform(true);
+  ASSERT_EQ(sch_pss_init(), 0);
+  add_schedule(&sch_running_config, "survivor", tminfo{3, 1, 0, 0, 2, 0, 0, 0, 0, 0}, {});
+  add_job(&sch_running_config, 4, "j", "echo");
+  add_result(&sch_running_config, 4, "survivor", 0, 77);
+  sch_save_config_to_pss(&sch_running_config, pss_running);
+  sch_save_db_to_pss(&sch_running_config, pss_running_db);
+  sch_pss_close_handles(nullptr);
+  pss_running = pss_running_db = 0;
+  release_all();
+  scheduler_enabled = 1;
+  clear_traces();
+
+  ASSERT_EQ(sch_pss_init(), 0);
+  EXPECT_TRUE(traced("Restoring config from runnning."));
+  EXPECT_FALSE(traced("Stateless restart"));
+  EXPECT_EQ(scheduler_enabled, 1u) << "only a stateless restart clears the flag";
+  sch_schedule_entry *schedule = nullptr;
+  sch_find_schedule(&sch_running_config, "survivor", &schedule);
+  EXPECT_NE(schedule, nullptr);
+  EXPECT_EQ(g_list_length(sch_job_list[4].run_results), 1u);
+}
+
+TEST_F(Startup, StatelessRestartTakesTheStartupConfigurationAndWritesItIntoRunning) {
+  start_platform(false);
+  write_startup_store();
+  scheduler_enabled = 1;
+  ASSERT_EQ(sch_pss_init(), 0);
+  EXPECT_TRUE(traced("Stateless restart"));
+  EXPECT_TRUE(traced("Restoring config from startup."));
+  EXPECT_EQ(scheduler_enabled, 1u) << "set again by the restored condition record";
+  sch_schedule_entry *schedule = nullptr;
+  sch_find_schedule(&sch_running_config, "from-startup", &schedule);
+  ASSERT_NE(schedule, nullptr);
+  // The running store now holds the schedule and the job, but not the condition record.
+  auto records = all_records(pss_running);
+  EXPECT_NE(std::find_if(records.begin(), records.end(), [](const Record &r) { return r.first == stored_key(0, 0, "from-startup"); }),
+            records.end());
+  EXPECT_EQ(std::find_if(records.begin(), records.end(), [](const Record &r) { return r.first == stored_key(2, 0); }),
+            records.end());
+}
+
+TEST_F(Startup, StatelessRestartClearsTheFlagWhenNothingSetsItAgain) {
+  start_platform(false);
+  scheduler_enabled = 1;
+  ASSERT_EQ(sch_pss_init(), 0);
+  EXPECT_EQ(scheduler_enabled, 0u);
+}
+
+TEST_F(Startup, StatelessRestartWithoutAStartupUriSaysNothingAboutIt) {
+  start_platform(false);
+  std::memset(sch_pss_startup_uri, 0, sizeof sch_pss_startup_uri);
+  ASSERT_EQ(sch_pss_init(), 0);
+  EXPECT_TRUE(traced("Stateless restart"));
+  auto texts = trace_texts();
+  EXPECT_EQ(std::count_if(texts.begin(), texts.end(), [](const std::string &t) { return t.find("startup") != std::string::npos; }), 0);
+}
+
+TEST_F(Startup, AStoreThatCannotBeHadStopsStartWith66AndASyslogMessage) {
+  std::vector<std::string> messages;
+  nost_syslog_set_sink([](int, const char *text, void *m) { static_cast<std::vector<std::string> *>(m)->push_back(text); },
+                       &messages);
+  start_platform(true);
+  pss2_fault_set(PSS2_FAULT_OPEN, 2, PSS2_ERR_IO, 0);  // the runtime database cannot be created
+  EXPECT_EQ(sch_pss_init(), 66);
+  EXPECT_NE(pss_running, 0u) << "the running store stays open";
+  EXPECT_EQ(pss_running_db, 0u);
+  EXPECT_TRUE(traced("Cannot open runtime db pss at " + sch::pss::uri_text(sch_pss_running_db_uri)));
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_EQ(messages[0], "%SCHEDULER-3-SCH_SYSLOG_PSS_ERR>> Purpose:Failed to create PSS %s URI:" +
+                             sch::pss::uri_text(sch_pss_running_db_uri) + " Error:" +
+                             std::to_string(static_cast<int>(PSS2_ERR_IO)));
+
+  pss2_close(pss_running);
+  pss_running = 0;
+  clear_traces();
+  pss2_fault_set(PSS2_FAULT_OPEN, 1, PSS2_ERR_IO, 0);
+  EXPECT_EQ(sch_pss_init(), 66);
+  EXPECT_TRUE(traced("Cannot open runtime pss at " + running_uri()));
+  EXPECT_EQ(pss_running_db, 0u) << "not touched after the first failure";
+  nost_syslog_set_sink(nullptr, nullptr);
+}
+
+TEST_F(Startup, AStoreThatExistsButWillNotOpenForUpdateIsReported) {
+  std::vector<std::string> messages;
+  nost_syslog_set_sink([](int, const char *text, void *m) { static_cast<std::vector<std::string> *>(m)->push_back(text); },
+                       &messages);
+  start_platform(true);
+  pss2_close(create(running_uri()));
+  pss2_fault_set(PSS2_FAULT_OPEN, 2, PSS2_ERR_IO, 0);  // the create is refused as existing, the reopen fails
+  EXPECT_EQ(sch_pss_create(running_uri().c_str(), 1024, 1024, 40), 0u);
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_NE(messages[0].find("Purpose:Failed to open PSS %s"), std::string::npos);
+
+  syslog_fac_LOG_SCHEDULER.current_level = 2;  // below the message's severity: silent, still 0
+  pss2_fault_set(PSS2_FAULT_OPEN, 2, PSS2_ERR_IO, 0);
+  EXPECT_EQ(sch_pss_create(running_uri().c_str(), 1024, 1024, 40), 0u);
+  syslog_fac_LOG_SCHEDULER.current_level = 5;
+  EXPECT_EQ(messages.size(), 1u);
+  nost_syslog_set_sink(nullptr, nullptr);
+}
+
+TEST_F(Startup, StandbyOpensBothStoresOrReportsTheOneThatFailed) {
+  start_platform(true);
+  EXPECT_EQ(sch_standby_pss_init(), 0);
+  EXPECT_NE(pss_running, 0u);
+  EXPECT_NE(pss_running_db, 0u);
+  close_all();
+
+  pss2_fault_set(PSS2_FAULT_OPEN, 1, PSS2_ERR_IO, 1);
+  EXPECT_EQ(sch_standby_pss_init(), -1);
+  EXPECT_TRUE(traced("Failed to open pss. Uri " + running_uri()));
+}
+
+TEST_F(Startup, FailedGlobalSyncStartsTheStandbyWithEmptyStores) {
+  start_platform(true);
+  ASSERT_EQ(sch_standby_pss_init(), 0);
+  ASSERT_EQ(sch_save_condition_entry_to_pss(pss_running, &sch_condition_key, 1), 0);
+  ASSERT_EQ(sch_standby_pss_init_gsync_fail(), 0);
+  EXPECT_TRUE(all_records(pss_running).empty());
+  EXPECT_NE(pss_running_db, 0u);
+
+  // A runtime database that cannot be made again is not reported: the result is still 0.
+  pss2_fault_set(PSS2_FAULT_OPEN, 2, PSS2_ERR_IO, 0);
+  EXPECT_EQ(sch_standby_pss_init_gsync_fail(), 0);
+  EXPECT_NE(pss_running, 0u);
+  EXPECT_EQ(pss_running_db, 0u);
+
+  pss2_fault_set(PSS2_FAULT_OPEN, 1, PSS2_ERR_IO, 0);
+  EXPECT_EQ(sch_standby_pss_init_gsync_fail(), -1);
+}
+
+TEST_F(Startup, ClosingHandlesLeavesTheirValuesAndCleansTheDebugFacility) {
+  start_platform(true);
+  ASSERT_EQ(sch_pss_init(), 0);
+  pss2_handle running = pss_running;
+  EXPECT_EQ(sch_pss_close_handles(nullptr), 0);
+  EXPECT_EQ(pss_running, running);
+  uint32_t status = 0;
+  pss2_getkey(running, &status);
+  EXPECT_EQ(status, PSS2_ERR_BAD_HANDLE);
+  EXPECT_TRUE(trace_texts().empty()) << "the history was emptied";
+  pss_running = pss_running_db = 0;
+}
+
+}  // namespace
