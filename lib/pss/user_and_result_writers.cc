@@ -62,6 +62,8 @@ int sch_save_runtime_job_status_to_pss(pss2_handle store, sch_job_slot *job) {
 }
 
 int sch_save_db_to_pss(sch_config_set *db, pss2_handle store) {
+  // One batch, durable before the call returns, rather than a sync per result.
+  bool batched = pss2_batch_begin(store) == 0;
   for (int id = 0; id < SCH_MAX_JOBS; id++) {
     sch_job_slot *job = &db->jobs[id];
     // A job without command text has its run results skipped: intended.
@@ -69,6 +71,7 @@ int sch_save_db_to_pss(sch_config_set *db, pss2_handle store) {
     trace(kTraceRecord, "saving job %.32s (%d)", job->key->name, id);
     sch_save_runtime_job_status_to_pss(store, job);
   }
+  if (batched) pss2_batch_commit(store);
   return 0;
 }
 
