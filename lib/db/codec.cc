@@ -73,8 +73,8 @@ void encode(const Layout &layout, const void *native, uint8_t *out) {
 }
 
 void decode(const Layout &layout, std::span<const uint8_t> stored, void *native, ShortValue rest) {
-  uint8_t image[1024];
-  static_assert(sizeof image >= SCH_SCHEDULE_EMAIL_SIZE);
+  uint8_t image[kMaxImage];
+  if (layout.size > sizeof image) return;
   if (rest == ShortValue::kKeepCurrent) {
     encode(layout, native, image);
   } else {

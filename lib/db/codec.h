@@ -21,6 +21,9 @@ struct WordRun {
   uint16_t offset;
   uint16_t count;
 };
+// The largest image any layout may describe.
+inline constexpr size_t kMaxImage = 1024;
+
 struct Layout {
   size_t size;
   std::span<const WordRun> words;

@@ -1,0 +1,96 @@
+/* The scheduler's command handlers: what the shell calls when the operator types a scheduler
+ * command. A handler checks its input, sends one request to the daemon and prints the answer or
+ * an error line; it never touches the configuration database.
+ *
+ * Output: show output to standard output, error lines to standard error (the command's error text
+ * followed by ": " and syserr2str of the code). Results are as each handler states: 0 success,
+ * 2 allocation failure, 255 rejected input, -1 refused time string, or a platform code. */
+#ifndef SCHEDCLI_CLI_H
+#define SCHEDCLI_CLI_H
+
+#include <stdint.h>
+
+#include "schedcli/export.h"
+#include "schedcli/platform/cmi.h"
+
+SCHED_BEGIN_DECLS
+
+/* Parameter kinds and value types of the parsed command. */
+#define SCH_PARAM_USER_NAME 105u
+#define SCH_PARAM_CLEAR_PASSWORD 106u
+#define SCH_PARAM_ENCRYPTED_PASSWORD 107u
+#define SCH_VALUE_STRING 1u
+#define SCH_VALUE_INTEGER 0x40100001u
+#define SCH_ADDRESS_IPV4 0x40000002u
+#define SCH_ADDRESS_IPV6 0x40000004u
+#define SCH_ADDRESS_HOST_NAME 8u
+
+/* One parsed parameter. */
+typedef struct sch_cli_param {
+  uint32_t kind;          /* what the parameter is, where a command needs to tell */
+  uint32_t value_type;    /* SCH_VALUE_STRING or SCH_VALUE_INTEGER */
+  void *value;            /* the NUL-terminated string, or the int32_t */
+  uint32_t address_kind;  /* for a host address: SCH_ADDRESS_* */
+} sch_cli_param;
+
+#define SCH_CLI_MAX_PARAMS 3
+#define SCH_CLI_USER_SIZE 32
+
+/* What the shell hands every handler; handlers only read it. */
+typedef struct sch_cli_context {
+  uint8_t param_count;       /* parameters the parser filled */
+  uint8_t no_flag;           /* the command was typed in its no form */
+  uint8_t debug;             /* copied into cli_debug: traces to standard error */
+  uint8_t replay;            /* create/delete of jobs and schedules do nothing */
+  uint8_t feature;           /* enabling the feature does nothing */
+  uint8_t reserved[3];
+  cmi_session *session;      /* the shell's session with the daemon */
+  uint32_t command_code;     /* which command of a family (modify-schedule sub-command, ...) */
+  char user[SCH_CLI_USER_SIZE];      /* the session's user, NUL-terminated */
+  uint8_t identity[SCH_CLI_USER_SIZE];  /* handed to cmi_req_resp unchanged */
+  sch_cli_param *params[SCH_CLI_MAX_PARAMS];  /* in the order of the command's syntax */
+} sch_cli_context;
+
+/* ---- Request frame ---- */
+
+/* 1 when the name matches ^[0-9A-Za-z][0-9A-Za-z_-]*$, else 0. */
+SCHED_EXPORT int sch_cli_check_name(const char *name);
+
+/* ---- Job-execution credentials ---- */
+
+SCHED_EXPORT uint32_t sch_validate_remote_user(sch_cli_context *context, const char *user);
+SCHED_EXPORT uint32_t sch_validate_authentication_passwd(cmi_session *session, const char *user, const char *encrypted);
+SCHED_EXPORT int sch_config_remote_user(sch_cli_context *context, char *user, char *password, int operation);
+SCHED_EXPORT int sch_cli_aaa_auth_passwd(sch_cli_context *context);
+
+/* ---- Job commands ---- */
+
+SCHED_EXPORT uint32_t sch_cli_create_delete_job(sch_cli_context *context);
+SCHED_EXPORT uint32_t sch_cli_define_job(cmi_session *session, const char *text, int length, const char *job,
+                                         const char *user, const void *identity);
+SCHED_EXPORT uint32_t sch_cli_semicolon_delimiter_define_job(sch_cli_context *context);
+SCHED_EXPORT int sch_add_cmd_to_data_buf(char **buffer, int *used, int *capacity, int length, const char *source);
+
+/* ---- Schedule commands ---- */
+
+SCHED_EXPORT uint32_t sch_cli_create_delete_schedule(sch_cli_context *context);
+SCHED_EXPORT uint32_t sch_cli_modify_schedule(sch_cli_context *context);
+SCHED_EXPORT uint32_t sch_cli_modify_schedule_emailaddr(sch_cli_context *context);
+SCHED_EXPORT void sch_cli_disp_error(uint32_t code, int kind);
+
+/* ---- Show jobs and schedules ---- */
+
+SCHED_EXPORT int sch_cli_show_jobs(sch_cli_context *context);
+SCHED_EXPORT int sch_cli_show_schedules(sch_cli_context *context);
+SCHED_EXPORT void display_job(const void *reply);
+SCHED_EXPORT void display_schedule(const void *reply);
+SCHED_EXPORT void print_schedule_type(const struct tminfo *t);
+SCHED_EXPORT void print_weekly_schedule(const struct tminfo *t);
+SCHED_EXPORT void print_monthly_schedule(const struct tminfo *t);
+SCHED_EXPORT void print_status_heading(void);
+SCHED_EXPORT void print_status(const void *entry, int not_run);
+SCHED_EXPORT void print_line(int count, int character);
+
+SCHED_END_DECLS
+
+#endif
