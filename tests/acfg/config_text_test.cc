@@ -1,0 +1,215 @@
+// Configuration text of the running and the startup configuration.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "db/codec.h"
+#include "pss/pss_fixture.h"
+#include "pss/store_io.h"
+#include "schedcli/acfg.h"
+
+namespace {
+
+using namespace sch::testing;
+
+class ConfigText : public PssTest {
+ protected:
+  void TearDown() override {
+    filter_mode = 0;
+    PssTest::TearDown();
+  }
+  std::string generate(uint32_t kind, uint32_t filter = 0) {
+    std::string startup = (state_dir_ / "startup/").string();
+    std::string debug = (state_dir_ / "debug/").string();
+    acfg_message message{kind, filter, startup.c_str(), debug.c_str(), nullptr, 0};
+    EXPECT_EQ(sch_acfgcb_cfg_gen(nullptr, &message), 0u);
+    std::string text = message.response ? std::string(message.response, message.response_length) : "<none>";
+    std::free(message.response);
+    return text;
+  }
+  // A debug store holding a logging-level record of two words.
+  pss2_handle debug_store_with(uint32_t marker, uint32_t level, size_t length = 8) {
+    pss2_attributes attributes{4, 64, 0, 1, 0};
+    uint32_t status = 0;
+    pss2_handle store = pss2_open(path("debug-running").c_str(), PSS2_MODE_CREATE, 0xE0, 0, &attributes, &status);
+    EXPECT_EQ(status, 0u);
+    uint8_t value[8];
+    sch::codec::put_u32(value, marker);
+    sch::codec::put_u32(value + 4, level);
+    pss2_datum value_datum{value, static_cast<int32_t>(length)};
+    EXPECT_EQ(pss2_store(store, sch_get_syslog_pss_key(), &value_datum), 0u);
+    return store;
+  }
+};
+
+TEST_F(ConfigText, RunningConfigurationOfAConfiguredSystem) {
+  sch_log_file.size_limit = 10240;
+  add_user(&sch_uname_q, "remote", "ENCRYPTED7", 0);
+  std::strcpy(email_transport_conf.from, "sched@example.net");
+  std::strcpy(email_transport_conf.reply_to, "ops@example.net");
+  std::strcpy(email_transport_conf.smtp_server, "10.1.1.1");
+  email_transport_conf.smtp_port = 587;
+  add_job(&sch_running_config, 0, "backup", "copy running-config startup-config\nshow clock\n");
+  add_job(&sch_running_config, 3, "empty", "");
+  add_schedule(&sch_running_config, "nightly", tminfo{3, 2, 0, 0, 30, 0, 0, 0, 0, 0}, {0, 3});
+  add_schedule(&sch_running_config, "weekly", tminfo{4, 8, 2, 0, 5, 0, 0, 0, 0, 0}, {});
+  add_schedule(&sch_running_config, "monthly", tminfo{5, -1, 0, 28, 0, 0, 0, 0, 0, 0}, {});
+  add_schedule(&sch_running_config, "once", tminfo{1, 10, -1, 15, 0, 2, 127, 0, 0, 0}, {});
+  add_schedule(&sch_running_config, "repeat", tminfo{7, -1, 1, -1, 30, -1, -1, 1700000000, 0, 0}, {});
+  add_schedule(&sch_running_config, "none", tminfo{}, {});
+  sch_add_schedule_email_entry(&sch_schedule_email_list, "nightly", "a@example.net");
+  sch_add_schedule_email_entry(&sch_schedule_email_list, "nightly", "b@example.net");
+
+  EXPECT_EQ(generate(ACFG_CFG_RUNNING),
+            "feature scheduler\n"
+            "scheduler logfile size 10\n\n"
+            "scheduler aaa-authentication username remote password 7 ENCRYPTED7\n"
+            "\n"
+            "scheduler transport email from sched@example.net\n"
+            "scheduler transport email reply-to ops@example.net\n"
+            "scheduler transport email smtp-server 10.1.1.1 port 587\n"
+            "scheduler job name backup\n"
+            "copy running-config startup-config\nshow clock\n"
+            "end-job\n\n"
+            "scheduler job name empty\n"
+            "end-job\n\n"
+            "scheduler schedule name nightly\n"
+            "  job name backup\n"
+            "  job name empty\n"
+            "  time daily 02:30\n"
+            "email-addr a@example.net\n"
+            "email-addr b@example.net\n"
+            "\n"
+            "scheduler schedule name weekly\n"
+            "  time weekly 02:08:05\n"
+            "\n"
+            "scheduler schedule name monthly\n"
+            "  time monthly 28:00:00\n"
+            "\n"
+            "scheduler schedule name once\n"
+            "  time start 2027:03:15:10:00\n"
+            "\n"
+            "scheduler schedule name repeat\n"
+            "  time start 2023:11:14:22:13 repeat 1:0:30\n"
+            "\n"
+            "scheduler schedule name none\n"
+            "  \n");
+  EXPECT_EQ(cfg_type, 1u);
+}
+
+TEST_F(ConfigText, DefaultsRenderNoSizeNoPortAndPasswordsCanBeHidden) {
+  add_user(&sch_uname_q, "remote", "ENCRYPTED7", 0);
+  std::strcpy(email_transport_conf.smtp_server, "mail.example.net");
+  EXPECT_EQ(generate(ACFG_CFG_RUNNING, ACFG_FILTER_HIDE_PASSWORDS),
+            "feature scheduler\n"
+            "scheduler aaa-authentication username remote password 7 <removed>\n"
+            "\n"
+            "scheduler transport email smtp-server  mail.example.net\n");
+  sch_log_file.size_limit = 1500;
+  EXPECT_NE(generate(ACFG_CFG_RUNNING).find("scheduler logfile size 1\n\n"), std::string::npos);
+}
+
+TEST_F(ConfigText, DailyWithoutHourAndNegativeFieldsRenderAsStated) {
+  char line[128] = "  ";
+  tminfo daily{3, -1, 0, 0, 45, 0, 0, 0, 0, 0};
+  sch_acfg_print_schedule_type(&daily, line, sizeof line);
+  EXPECT_STREQ(line, "  time daily 45\n");
+  tminfo weekly{4, -1, -1, 0, 7, 0, 0, 0, 0, 0};
+  sch_acfg_print_schedule_type(&weekly, line, sizeof line);
+  EXPECT_STREQ(line, "  time weekly 00:00:07\n");
+  std::strcpy(line, "  ");
+  tminfo unknown{8, 1, 1, 1, 1, 1, 1, 0, 0, 0};
+  sch_acfg_print_schedule_type(&unknown, line, sizeof line);
+  EXPECT_STREQ(line, "  ");
+  sch_acfg_print_schedule_type(&daily, nullptr, 0);  // nothing to write into: no crash
+}
+
+TEST_F(ConfigText, LoggingLevelLineOnlyForAStoredNonDefaultLevel) {
+  struct Case {
+    uint32_t marker, level;
+    size_t length;
+    bool shown;
+  };
+  for (const Case &c : {Case{1, 3, 8, true}, Case{1, 5, 8, false}, Case{1, 8, 8, false}, Case{0, 3, 8, false},
+                        Case{1, 3, 7, false}, Case{1, 0, 8, true}}) {
+    debug_pss_running = debug_store_with(c.marker, c.level, c.length);
+    std::string text = generate(ACFG_CFG_RUNNING);
+    std::string line = "logging level scheduler " + std::to_string(c.level) + "\n";
+    EXPECT_EQ(text.find("feature scheduler\n" + line) == 0, c.shown) << c.marker << " " << c.level << " " << c.length;
+    pss2_close(debug_pss_running);
+    debug_pss_running = 0;
+    pss2_destroy(path("debug-running").c_str());
+  }
+  EXPECT_EQ(generate(ACFG_CFG_RUNNING), "feature scheduler\n\n") << "no debug store, no level";
+}
+
+TEST_F(ConfigText, AJobWhoseTextCannotBeHadRendersItsNameAndEnd) {
+  add_job(&sch_running_config, 0, "big", "echo hello\n");
+  mtrack_fail_nth(1, 12, 0);
+  EXPECT_EQ(generate(ACFG_CFG_RUNNING), "feature scheduler\n\nscheduler job name big\nend-job\n\n");
+}
+
+TEST_F(ConfigText, StartupConfigurationComesFromItsStoreAndTheCopyIsFreed) {
+  start_platform(true);
+  // The startup store: a schedule, a job, a user, a log size, a transport sender.
+  add_job(&sch_startup_config, 0, "saved-job", "show version\n");
+  add_schedule(&sch_startup_config, "saved", tminfo{3, 1, 0, 0, 0, 0, 0, 0, 0, 0}, {0});
+  pss2_handle startup = create(sch::pss::uri_text(sch_pss_startup_uri));
+  sch_save_config_to_pss(&sch_startup_config, startup);
+  sch_free_config(&sch_startup_config);
+  sch_user_config_record user{};
+  std::strcpy(user.user, "stored-user");
+  std::strcpy(user.password, "STORED7");
+  sch_save_user_config_entry_to_pss(startup, &user);
+  sch_log_file_record log = sch_log_file;
+  log.size_limit = 2048;
+  sch_save_log_file_entry_to_pss(startup, &sch_log_file_key, &log);
+  std::strcpy(email_transport_conf.from, "startup@example.net");
+  sch_save_email_from_conf_to_pss(startup, &email_transport_conf);
+  pss2_close(startup);
+  email_transport_conf.from[0] = '\0';
+
+  // The live database differs.
+  add_job(&sch_running_config, 1, "live-job", "date\n");
+  add_user(&sch_uname_q, "live-user", "LIVE7", 0);
+  sch_log_file.size_limit = 4096;
+
+  uint64_t live_blocks = mtrack_live_blocks(SCH_MTRACK_IDENTITY);
+  EXPECT_EQ(generate(ACFG_CFG_STARTUP),
+            "feature scheduler\n"
+            "scheduler logfile size 2\n\n"
+            "scheduler aaa-authentication username stored-user password 7 STORED7\n"
+            "\n"
+            "scheduler transport email from startup@example.net\n"
+            "scheduler job name saved-job\n"
+            "show version\n"
+            "end-job\n\n"
+            "scheduler schedule name saved\n"
+            "  job name saved-job\n"
+            "  time daily 01:00\n"
+            "\n");
+  EXPECT_EQ(mtrack_live_blocks(SCH_MTRACK_IDENTITY), live_blocks) << "the private copy is freed";
+  EXPECT_EQ(startup_schedule_list, nullptr);
+  EXPECT_EQ(sch_uname_acfg_q.count, 0u);
+  // Deliberate side effects on live records; the live jobs and users stay.
+  EXPECT_EQ(sch_log_file.size_limit, 2048u);
+  EXPECT_STREQ(email_transport_conf.from, "startup@example.net");
+  sch_job_slot *job = nullptr;
+  EXPECT_EQ(sch_find_job(&sch_running_config, "live-job", &job), 1);
+  EXPECT_EQ(sch_uname_q.count, 1u);
+}
+
+TEST_F(ConfigText, WithoutAStartupStoreTheResponseIsEmptyAndTheSizeIsReset) {
+  start_platform(true);
+  sch_log_file.size_limit = 4096;
+  EXPECT_EQ(generate(ACFG_CFG_STARTUP), "");
+  EXPECT_EQ(sch_log_file.size_limit, SCH_LOG_FILE_SIZE_DEFAULT);
+  auto texts = trace_texts();
+  EXPECT_NE(std::find_if(texts.begin(), texts.end(),
+                         [](const std::string &t) { return t.rfind("Error in opening in PSS file 0x", 0) == 0; }),
+            texts.end());
+  EXPECT_EQ(generate(9), "") << "an unknown kind renders nothing";
+}
+
+}  // namespace
