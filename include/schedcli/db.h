@@ -14,6 +14,7 @@
 
 #include "db/records.h"
 #include "schedcli/export.h"
+#include "schedcli/keys.h"
 #include "schedcli/platform/pss.h"
 #include "schedcli/platform/queue.h"
 
@@ -65,12 +66,6 @@ SCHED_EXPORT extern sch_email_transport_conf email_transport_conf;
 SCHED_EXPORT extern sch_config_key sch_log_file_key;
 SCHED_EXPORT extern sch_config_key sch_condition_key;
 SCHED_EXPORT extern sch_config_key sch_global_emailconf_key;
-
-/* Key conversion, in place, between host order and stored order (the two integer words). */
-SCHED_EXPORT void sch_hton_config_key(sch_config_key *key);
-SCHED_EXPORT void sch_ntoh_config_key(sch_config_key *key);
-SCHED_EXPORT void sch_hton_runtime_key(sch_runtime_key *key);
-SCHED_EXPORT void sch_ntoh_runtime_key(sch_runtime_key *key);
 
 /* ---- Jobs ---- */
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "schedcli/db.h"
+#include "schedcli/keys.h"
 
 namespace sch::codec {
 
