@@ -1,5 +1,5 @@
-/* Time specifications of schedules: the tminfo record, the operator's time strings, their range
- * checks, and the wait until a schedule's next run.
+/* Schedule times: the tminfo record, the operator's time strings, their range checks, and the
+ * wait until a schedule's next run.
  *
  * Conventions of this boundary:
  * - Every function works on local time as the system library sees it (TZ, time, localtime_r,
@@ -105,11 +105,13 @@ SCHED_EXPORT int sch_verify_tminfo(const tminfo *t);
  * time relative to now) and `now`, the caller's localtime_r of the current time. Sets type 1,
  * month 0..11 and years since 1900; missing fields come from `now`. Returns
  * -(int)SCH_STATUS_TIME_FORMAT when the text does not parse or a relative time names a month,
- * otherwise sch_verify_tminfo's result. The record's words are overwritten on any result. */
+ * otherwise sch_verify_tminfo's result (the record then complete). After a format failure the
+ * record holds partial values: discard it. */
 SCHED_EXPORT int get_start_time(const char *text, tminfo *t, const struct tm *now);
 
 /* `day` clamped to the length of `month` (0..11) of `year` (since 1900) where it is 29, 30 or 31;
- * every year divisible by 4 has 29 February. Other days, and months above 10, come back as given. */
+ * every year divisible by 4 has 29 February. Other days, and months above 10, come back as
+ * given. */
 SCHED_EXPORT int normalize_day_of_month(int year, unsigned int month, int day);
 
 /* Carries overflowing minute, hour, day_of_month and month of a completed record into the larger
@@ -119,7 +121,8 @@ SCHED_EXPORT int normalize_day_of_month(int year, unsigned int month, int day);
 SCHED_EXPORT void normalize_incremental_time(tminfo *t);
 
 /* Seconds since the epoch of a completed record's date and time at second 0, the fields read as
- * standard time (daylight-saving flag 0); -1 when mktime fails. */
+ * standard time (daylight-saving flag 0, intended: one-shot displays and timers agree on it);
+ * -1 when mktime fails. */
 SCHED_EXPORT time_t mktime_from_tminfo(const tminfo *t);
 
 /* Debug dumps at trace level 103: the record's words but last_time and reserved; an interval
@@ -135,8 +138,10 @@ SCHED_EXPORT int sch_compute_delta(const tminfo *t, uint32_t *seconds);
  * `*next` = that run's time and `*interval` = { *next - now, 0 } (0 seconds is valid); returns -1
  * when the run lies in the past (interval set to { 0, 0 }, next untouched) or the type has no
  * schedule kind (both untouched). Daily, weekly and monthly times equal to the current second go
- * to the next period; type 7 never catches up on missed runs. */
-SCHED_EXPORT int sch_compute_timer_interval(const tminfo *t, struct timeval *interval, time_t *next);
+ * to the next period, and are read with the daylight-saving flag in force now; type 7 never
+ * catches up on missed runs, and its sums wrap at 32 bits like the record's words. */
+SCHED_EXPORT int sch_compute_timer_interval(const tminfo *t, struct timeval *interval,
+                                            time_t *next);
 
 SCHED_END_DECLS
 

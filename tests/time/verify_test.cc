@@ -1,0 +1,73 @@
+// Range checks by schedule kind, and the in-the-past decision at the current second.
+#include <gtest/gtest.h>
+
+#include "schedcli/status.h"
+#include "schedcli/tminfo.h"
+#include "time_testing.h"
+
+namespace {
+
+using sched_test::clock_at;
+using sched_test::Zone;
+
+constexpr int kOutOfRange = -static_cast<int>(SCH_STATUS_OUT_OF_RANGE);
+constexpr int kInPast = -static_cast<int>(SCH_STATUS_TIME_IN_PAST);
+
+// Completed one-shot: year since 1900, month 0..11.
+constexpr tminfo one_shot(int year, int month, int day, int hour, int minute) {
+  return {.type = 1, .hour = hour, .day_of_month = day, .minute = minute, .month = month,
+          .year = year};
+}
+
+TEST(VerifyTest, RangesByKind) {
+  ASSERT_TRUE(clock_at("UTC", sched_test::utc(2011, 6, 1)));
+  const struct {
+    tminfo t;
+    int result;
+  } cases[] = {
+      {{.type = 3, .hour = 23, .minute = 59}, 0},
+      {{.type = 3, .hour = -1}, kOutOfRange},  // the hour is compared unsigned
+      {{.type = 3, .hour = 24}, kOutOfRange},
+      {{.type = 3, .minute = -1}, kOutOfRange}, {{.type = 3, .minute = 60}, kOutOfRange},
+      {{.type = 4, .day_of_week = 7}, 0}, {{.type = 4, .day_of_week = 0}, kOutOfRange},
+      {{.type = 4, .day_of_week = 8}, kOutOfRange},
+      {{.type = 4, .hour = -1, .day_of_week = 1}, kOutOfRange},
+      {{.type = 5, .day_of_month = 31}, 0},  // short months are the next-run computation's
+      {{.type = 5, .day_of_month = 0}, kOutOfRange}, {{.type = 5, .day_of_month = 32}, kOutOfRange},
+      {{.type = 5, .hour = -1, .day_of_month = 1}, kOutOfRange},
+      {one_shot(112, 1, 29, 10, 0), 0},  // 2012 is divisible by 4
+      {one_shot(200, 1, 29, 10, 0), 0},  // and so is 2100, a leap year here
+      {one_shot(111, 1, 29, 10, 0), kOutOfRange}, {one_shot(111, 3, 31, 10, 0), kOutOfRange},
+      {one_shot(111, 12, 1, 10, 0), kOutOfRange}, {one_shot(-1, 6, 1, 10, 0), kOutOfRange},
+      {one_shot(111, 6, 0, 10, 0), kOutOfRange}, {one_shot(111, 6, 1, -1, 0), kOutOfRange},
+      {{.type = 0, .hour = -5}, 0}, {{.type = 2, .hour = -5}, 0}, {{.type = 6, .hour = -5}, 0},
+      {{.type = 8, .hour = -5}, 0}, {{.type = -1, .hour = -5}, 0},
+  };
+  for (const auto &c : cases) {
+    EXPECT_EQ(sch_verify_tminfo(&c.t), c.result) << testing::PrintToString(c.t);
+  }
+}
+
+class VerifyClockTest : public testing::TestWithParam<Zone> {};
+
+// A time at the current second is still accepted, one second before it is in the past. In summer
+// a one-shot's fields read as standard time: the wall-clock reading minus the shift is now.
+TEST_P(VerifyClockTest, AcceptsTheCurrentSecond) {
+  const Zone &zone = GetParam();
+  for (bool summer : {false, true}) {
+    int minutes = 10 * 60 + 45 - (summer ? zone.shift() / 60 : 0);
+    int month = (summer ? zone.summer_month : zone.standard_month) - 1;
+    tminfo t = one_shot(126, month, 10, minutes / 60, minutes % 60);
+    tminfo repeat{.type = 7, .start_time = static_cast<int32_t>(zone.local(summer, 10, 45))};
+    ASSERT_TRUE(clock_at(zone.name, zone.local(summer, 10, 45)));
+    EXPECT_EQ(sch_verify_tminfo(&t), 0) << summer;
+    EXPECT_EQ(sch_verify_tminfo(&repeat), 0) << summer;
+    ASSERT_TRUE(clock_at(zone.name, zone.local(summer, 10, 45, 1)));
+    EXPECT_EQ(sch_verify_tminfo(&t), kInPast) << summer;
+    EXPECT_EQ(sch_verify_tminfo(&repeat), kInPast) << summer;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Zones, VerifyClockTest, testing::ValuesIn(sched_test::kZones));
+
+}  // namespace
