@@ -13,10 +13,11 @@
 
 SCHED_BEGIN_DECLS
 
-/* Sets both directories (absolute or relative paths, at most 200 bytes each), notes whether the
- * runtime directory existed (a missing one is a stateless restart), and creates the directories
- * with startup/ and debug/ under the state directory. Returns 0, or an errno value with nothing
- * changed when a directory cannot be made. */
+/* Sets both directories (absolute or relative paths, at most 200 bytes each; trailing slashes are
+ * dropped), notes whether the runtime directory existed (a missing one is a stateless restart),
+ * and creates the directories (mode 0750) with startup/ and debug/ under the state directory.
+ * Returns 0, or an errno value (EINVAL for a null or empty path, ENAMETOOLONG, or what mkdir
+ * reported) with nothing changed: directories made by the failed call are removed again. */
 SCHED_EXPORT int sysmgr_dirs_set(const char *state_dir, const char *runtime_dir);
 /* Forgets the directories (prefixes become NULL). */
 SCHED_EXPORT void sysmgr_dirs_clear(void);

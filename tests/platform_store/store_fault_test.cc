@@ -1,0 +1,44 @@
+// The failure seam: the Nth call fails with the chosen status, once or from then on, and changes
+// nothing.
+#include "store_test_support.h"
+
+namespace store_test {
+namespace {
+
+class StoreFault : public ::testing::Test {
+ protected:
+  void TearDown() override { pss2_fault_clear_all(); }
+  TempDir dir_;
+};
+
+TEST_F(StoreFault, NthCallFailsOnceOrPersistentlyUntilCleared) {
+  pss2_handle handle = open_store(dir_.file("s"), PSS2_MODE_CREATE);
+  pss2_fault_set(PSS2_FAULT_STORE, 3, PSS2_ERR_FULL, 0);
+  for (uint32_t i = 1; i <= 5; i++) EXPECT_EQ(put(handle, make_key(1, i), "v"), i == 3 ? PSS2_ERR_FULL : 0u);
+  Records records = read_all(handle);
+  ASSERT_EQ(records.size(), 4u);
+  EXPECT_EQ(records[2].first, key_text(make_key(1, 4)));
+
+  pss2_fault_set(PSS2_FAULT_DELETE, 2, PSS2_ERR_IO, 1);
+  EXPECT_EQ(erase(handle, make_key(1, 1)), 0u);
+  for (int i = 0; i < 3; i++) EXPECT_EQ(erase(handle, make_key(1, 2)), PSS2_ERR_IO);
+  uint32_t status = 0;
+  EXPECT_EQ(fetch(handle, make_key(1, 2), &status), "v");
+  pss2_fault_set(PSS2_FAULT_DELETE, 0, 0, 0);
+  EXPECT_EQ(erase(handle, make_key(1, 2)), 0u);
+
+  // Read-side calls fail the same way, with a null descriptor.
+  pss2_fault_set(PSS2_FAULT_GETVALUE, 1, PSS2_ERR_IO, 1);
+  pss2_fault_set(PSS2_FAULT_FETCH, 1, PSS2_ERR_IO, 1);
+  ASSERT_EQ(pss2_move2location(&handle, 1, PSS2_LOCATION_FIRST, nullptr), 0u);
+  EXPECT_EQ(pss2_getvalue(handle, &status).data, nullptr);
+  EXPECT_EQ(status, PSS2_ERR_IO);
+  EXPECT_EQ(fetch(handle, make_key(1, 4), &status), "");
+  EXPECT_EQ(status, PSS2_ERR_IO);
+  pss2_fault_clear_all();
+  EXPECT_EQ(text_of(pss2_getvalue(handle, &status)), "v");
+  pss2_close(handle);
+}
+
+}  // namespace
+}  // namespace store_test
