@@ -12,5 +12,15 @@
 #define SCH_STATUS_AUTH_FAILED 0x40bd000fu         /* authentication failed */
 #define SCH_STATUS_CREDENTIAL_FETCH 0x40bd0010u    /* credential could not be fetched */
 #define SCH_STATUS_LOCAL_USER 0x40bd0017u          /* local user: no password may be stored */
+#define SCH_STATUS_NO_SUCH_JOB 0x40bd0020u         /* no job of that name */
+#define SCH_STATUS_NO_SUCH_SCHEDULE 0x40bd0021u    /* no schedule of that name */
+#define SCH_STATUS_JOB_TABLE_FULL 0x40bd0022u      /* all 256 job slots are in use */
+#define SCH_STATUS_TOO_MANY_EMAILS 0x40bd0023u     /* the schedule has ten addresses already */
+#define SCH_STATUS_BAD_REQUEST 0x40bd0024u         /* request record malformed or inconsistent */
+#define SCH_STATUS_UNKNOWN_REQUEST 0x40bd0025u     /* request type the daemon does not serve */
+#define SCH_STATUS_PERMISSION 0x40bd0026u          /* credential of another user */
+#define SCH_STATUS_TEXT_TOO_LONG 0x40bd0027u       /* job command text above 8182 bytes */
+#define SCH_STATUS_NO_MEMORY 0x40bd0028u           /* the daemon could not allocate */
+#define SCH_STATUS_STANDBY 0x40bd0029u             /* a standby daemon takes no changes */
 
 #endif

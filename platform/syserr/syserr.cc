@@ -2,8 +2,14 @@
 #include "schedcli/platform/syserr.h"
 
 #include <cstdio>
+#include <iterator>
 
+#include "schedcli/platform/acfg.h"
+#include "schedcli/platform/auth.h"
+#include "schedcli/platform/cmi.h"
+#include "schedcli/platform/feature.h"
 #include "schedcli/platform/pss.h"
+#include "schedcli/platform/secrets.h"
 #include "schedcli/status.h"
 
 namespace {
@@ -31,7 +37,55 @@ constexpr CodeText kTexts[] = {
     {PSS2_ERR_NO_STORE, "Record store does not exist"},
     {PSS2_ERR_BUSY, "Record store is already open"},
     {PSS2_ERR_BATCH, "Record store batch is not in the expected state"},
+    {PSS2_ERR_NO_DIRECTORY, "Record store directories are not set"},
     {PSS2_ERR_EXISTS, "Record store already exists"},
+    // Requests to the scheduler daemon.
+    {CMI_ERR_BAD_ARGUMENT, "Invalid argument to a request to the scheduler daemon"},
+    {CMI_ERR_NO_DAEMON, "Scheduler daemon is not running (nothing listens on its socket)"},
+    {CMI_ERR_TIMEOUT, "Scheduler daemon did not answer in time"},
+    {CMI_ERR_DAEMON_CLOSED, "Scheduler daemon closed the connection before answering"},
+    {CMI_ERR_CLIENT_CLOSED, "Client closed the connection to the scheduler daemon"},
+    {CMI_ERR_SHORT, "Message is shorter than its header"},
+    {CMI_ERR_TOO_LARGE, "Message is larger than the maximum message size"},
+    {CMI_ERR_LENGTH, "Message length does not match its header"},
+    {CMI_ERR_VERSION, "Message has an unknown protocol version"},
+    {CMI_ERR_KIND, "Message is of the wrong kind (request or reply) for its place"},
+    {CMI_ERR_TOKEN, "Reply does not belong to the request"},
+    {CMI_ERR_NO_MEMORY, "Out of memory for a message to or from the scheduler daemon"},
+    {CMI_ERR_ACCESS, "Permission denied on the scheduler daemon's socket"},
+    {CMI_ERR_PATH, "Scheduler daemon's socket path is not set or cannot be used"},
+    {CMI_ERR_IN_USE, "Another scheduler daemon is already listening on the socket"},
+    {CMI_ERR_NOT_SOCKET, "Scheduler daemon's socket path is taken by a file that is not a socket"},
+    {CMI_ERR_SOCKET, "Socket operation with the scheduler daemon failed"},
+    {CMI_ERR_NO_STREAM, "No reply stream is open for this request"},
+    {CMI_ERR_EMPTY, "Reply message carries no data"},
+    {CMI_STREAM_END, "End of the reply stream"},
+    {CMI_NOTHING_WAITING, "Nothing is waiting on the socket"},
+    // Users and authentication.
+    {AUTH_ERR_BAD_ARGUMENT, "Invalid argument to user authentication"},
+    {AUTH_ERR_PAM_START, "Authentication service schedcli could not be started"},
+    {AUTH_ERR_NO_MEMORY, "Out of memory in user authentication"},
+    // Type-7 passwords.
+    {SECRETS_ERR_BAD_ARGUMENT, "Invalid argument to password encryption"},
+    {SECRETS_ERR_TYPE, "Unsupported password encryption type (only 7 is supported)"},
+    {SECRETS_ERR_TOO_LONG, "Password is longer than 64 characters"},
+    {SECRETS_ERR_NO_KEY_PATH, "Device key location is not set"},
+    {SECRETS_ERR_NO_KEY, "Device key does not exist yet"},
+    {SECRETS_ERR_KEY_ACCESS, "Device key file cannot be read or created"},
+    {SECRETS_ERR_KEY_DAMAGED, "Device key file is damaged"},
+    {SECRETS_ERR_FORMAT, "Encrypted password is not a valid type-7 text"},
+    {SECRETS_ERR_DECRYPT, "Encrypted password was altered or made with another device key"},
+    {SECRETS_ERR_CRYPTO, "Cryptography library could not be started"},
+    {SECRETS_ERR_NO_MEMORY, "Out of memory in password encryption"},
+    // Configuration framework.
+    {ACFG_ERR_BAD_ARGUMENT, "Invalid argument to the configuration framework"},
+    {ACFG_ERR_NO_ELEMENT, "Configuration element was not declared"},
+    {ACFG_ERR_NO_MEMORY, "Out of memory in the configuration framework"},
+    {ACFG_ERR_DUPLICATE, "Configuration element declared twice"},
+    // Feature manager.
+    {FM_ERR_BAD_ARGUMENT, "Invalid feature request"},
+    {FM_ERR_ALREADY_ENABLED, "Feature is already enabled"},
+    {FM_ERR_ALREADY_DISABLED, "Feature is already disabled"},
     // The scheduler.
     {SCH_STATUS_EXISTS, "Entry already exists"},
     {SCH_STATUS_NO_CREDENTIAL, "User name or password missing"},
@@ -42,7 +96,28 @@ constexpr CodeText kTexts[] = {
     {SCH_STATUS_AUTH_FAILED, "User authentication failed"},
     {SCH_STATUS_CREDENTIAL_FETCH, "Could not fetch the user's credential"},
     {SCH_STATUS_LOCAL_USER, "Password cannot be stored for a local user"},
+    {SCH_STATUS_NO_SUCH_JOB, "No such job"},
+    {SCH_STATUS_NO_SUCH_SCHEDULE, "No such schedule"},
+    {SCH_STATUS_JOB_TABLE_FULL, "No more jobs can be created (256 is the limit)"},
+    {SCH_STATUS_TOO_MANY_EMAILS, "A schedule can have at most 10 email addresses"},
+    {SCH_STATUS_BAD_REQUEST, "Malformed request to the scheduler daemon"},
+    {SCH_STATUS_UNKNOWN_REQUEST, "Request type not supported by the scheduler daemon"},
+    {SCH_STATUS_PERMISSION, "Permission denied: the credential belongs to another user"},
+    {SCH_STATUS_TEXT_TOO_LONG, "Job command text is too long (8182 bytes at most)"},
+    {SCH_STATUS_NO_MEMORY, "Scheduler daemon is out of memory"},
+    {SCH_STATUS_STANDBY, "Scheduler daemon is on standby and accepts no changes"},
 };
+
+// Two texts for one code would make the second unreachable: every family keeps to its own range.
+constexpr bool codes_are_unique() {
+  for (size_t i = 0; i < std::size(kTexts); i++) {
+    for (size_t j = i + 1; j < std::size(kTexts); j++) {
+      if (kTexts[i].code == kTexts[j].code) return false;
+    }
+  }
+  return true;
+}
+static_assert(codes_are_unique(), "a status word appears twice in the text table");
 
 }  // namespace
 

@@ -1,0 +1,55 @@
+// Local users: exactly the names the configured password file lists.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "schedcli/platform/auth.h"
+
+namespace {
+
+class LocalUsers : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/schedcli-users-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    directory_ = pattern;
+    passwd_ = directory_ + "/passwd";
+    std::ofstream(passwd_) << "root:x:0:0:root:/root:/bin/bash\n"
+                              "alice:x:1000:1000:Alice:/home/alice:/bin/sh\n"
+                              "carol\n"
+                              "\n"
+                              "dave:x:1002:1002::/home/dave:/bin/sh";  // no newline at the end
+    ASSERT_EQ(auth_local_passwd_file_set(passwd_.c_str()), 0u);
+  }
+  void TearDown() override {
+    auth_local_passwd_file_set(nullptr);
+    std::filesystem::remove_all(directory_);
+  }
+
+  std::string directory_;
+  std::string passwd_;
+};
+
+TEST_F(LocalUsers, MatchesWholeNamesOnly) {
+  EXPECT_NE(check_if_user_local(nullptr, "alice"), 0);
+  EXPECT_NE(check_if_user_local(nullptr, "dave"), 0) << "last line without its newline";
+  for (const char *stranger : {"ali", "alicea", "alice:x", "carol", "x", "", "Alice"}) {
+    EXPECT_EQ(check_if_user_local(nullptr, stranger), 0) << stranger;
+  }
+  EXPECT_EQ(check_if_user_local(nullptr, nullptr), 0);
+}
+
+TEST_F(LocalUsers, FollowsTheConfiguredFile) {
+  ASSERT_EQ(auth_local_passwd_file_set((directory_ + "/absent").c_str()), 0u);
+  EXPECT_EQ(check_if_user_local(nullptr, "root"), 0) << "an unreadable file lists nobody";
+  EXPECT_EQ(auth_local_passwd_file_set(""), AUTH_ERR_BAD_ARGUMENT);
+  EXPECT_EQ(check_if_user_local(nullptr, "root"), 0) << "a refused setting changes nothing";
+  ASSERT_EQ(auth_local_passwd_file_set(nullptr), 0u);
+  EXPECT_NE(check_if_user_local(nullptr, "root"), 0) << "the host's /etc/passwd";
+  EXPECT_EQ(check_if_user_local(nullptr, "alice"), 0);
+}
+
+}  // namespace

@@ -1,0 +1,133 @@
+// Type-7 passwords: round trips, the 128-byte field, refused texts, and the device key file.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "schedcli/platform/secrets.h"
+#include "schedcli/platform/sysmgr.h"
+
+namespace {
+
+class Type7 : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/schedcli-secrets-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    directory_ = pattern;
+    key_ = directory_ + "/device.key";
+    ASSERT_EQ(secrets_device_key_path_set(key_.c_str()), 0u);
+  }
+  void TearDown() override {
+    secrets_device_key_path_set(nullptr);
+    std::filesystem::remove_all(directory_);
+  }
+
+  std::string encrypt(const std::string &clear, uint32_t expected = 0) {
+    char *text = nullptr;
+    uint32_t length = 99;
+    EXPECT_EQ(security_conf_encrypt(clear.c_str(), SECRETS_TYPE7, 0, 0, &text, &length), expected);
+    std::string result = text ? std::string(text) : std::string();
+    EXPECT_EQ(length, result.size());
+    std::free(text);
+    return result;
+  }
+
+  // The clear text, or the status of a refusal (with the outputs checked empty).
+  std::string decrypt(const std::string &text, uint32_t *status_out = nullptr, size_t length = std::string::npos) {
+    char *clear = reinterpret_cast<char *>(1);
+    uint32_t clear_length = 99;
+    uint32_t status = security_conf_decrypt(text.c_str(), static_cast<uint32_t>(std::min(length, text.size() + 1)),
+                                            SECRETS_TYPE7, 0, 0, &clear, &clear_length);
+    if (status_out) *status_out = status;
+    if (status != 0) {
+      EXPECT_EQ(clear, nullptr);
+      EXPECT_EQ(clear_length, 0u);
+      return {};
+    }
+    std::string result(clear, clear_length);
+    EXPECT_EQ(clear[clear_length], '\0');
+    std::free(clear);
+    return result;
+  }
+
+  uint32_t refusal(const std::string &text, size_t length = std::string::npos) {
+    uint32_t status = 0;
+    decrypt(text, &status, length);
+    return status;
+  }
+
+  std::string directory_;
+  std::string key_;
+};
+
+TEST_F(Type7, RoundTripsAnyPasswordUpTo64BytesInPrintableFixedText) {
+  for (const std::string &clear : {std::string("s3cret"), std::string(""), std::string(64, '~'),
+                                   std::string("with blank and \xc3\xa9")}) {
+    std::string text = encrypt(clear);
+    EXPECT_EQ(text.size(), SECRETS_TYPE7_MAX_TEXT) << "fits the 128-byte field, tells no length";
+    for (char c : text) EXPECT_TRUE(std::isgraph(static_cast<unsigned char>(c))) << text;
+    EXPECT_EQ(decrypt(text), clear);
+  }
+  EXPECT_NE(encrypt("same"), encrypt("same")) << "a fresh nonce each time";
+  EXPECT_EQ(encrypt(std::string(65, 'x'), SECRETS_ERR_TOO_LONG), "");
+}
+
+TEST_F(Type7, KeyIsMadeOnFirstUseAndKept) {
+  std::string well_formed = "AQ" + std::string(SECRETS_TYPE7_MAX_TEXT - 2, 'A');  // format byte 1, zeros
+  EXPECT_EQ(refusal(well_formed), SECRETS_ERR_NO_KEY) << "decryption makes no key";
+  std::string text = encrypt("s3cret");
+  struct stat key_file;
+  ASSERT_EQ(stat(key_.c_str(), &key_file), 0);
+  EXPECT_EQ(key_file.st_mode & 07777, 0640u);
+  EXPECT_EQ(key_file.st_size, 32);
+  encrypt("again");
+  EXPECT_EQ(decrypt(text), "s3cret") << "the key was kept, not made again";
+}
+
+TEST_F(Type7, RefusesChangedCutForeignAndGarbledText) {
+  std::string text = encrypt("s3cret");
+  std::string changed = text;
+  changed[60] = changed[60] == 'A' ? 'B' : 'A';
+  EXPECT_EQ(refusal(changed), SECRETS_ERR_DECRYPT);
+  EXPECT_EQ(refusal(text.substr(0, text.size() - 4)), SECRETS_ERR_FORMAT);
+  EXPECT_EQ(refusal(text, text.size() - 1), SECRETS_ERR_FORMAT) << "a length that cuts the text";
+  EXPECT_EQ(refusal(text + "AAAA"), SECRETS_ERR_FORMAT);
+  EXPECT_EQ(refusal(""), SECRETS_ERR_FORMAT);
+  EXPECT_EQ(refusal(std::string(SECRETS_TYPE7_MAX_TEXT, '*')), SECRETS_ERR_FORMAT);
+  EXPECT_EQ(refusal(std::string(SECRETS_TYPE7_MAX_TEXT - 1, 'A') + "="), SECRETS_ERR_FORMAT);
+
+  ASSERT_EQ(secrets_device_key_path_set((directory_ + "/other.key").c_str()), 0u);
+  encrypt("makes the other key");
+  EXPECT_EQ(refusal(text), SECRETS_ERR_DECRYPT) << "another device's key";
+}
+
+TEST_F(Type7, RefusesWhatCannotBeUsed) {
+  char *out = nullptr;
+  uint32_t length = 0;
+  EXPECT_EQ(security_conf_encrypt("x", 0, 0, 0, &out, &length), SECRETS_ERR_TYPE);
+  EXPECT_EQ(security_conf_decrypt("x", 2, 5, 0, 0, &out, &length), SECRETS_ERR_TYPE);
+  EXPECT_EQ(security_conf_encrypt(nullptr, 7, 0, 0, &out, &length), SECRETS_ERR_BAD_ARGUMENT);
+  EXPECT_EQ(out, nullptr);
+
+  std::ofstream(key_) << "short";
+  EXPECT_EQ(encrypt("x", SECRETS_ERR_KEY_DAMAGED), "");
+  ASSERT_EQ(secrets_device_key_path_set((directory_ + "/missing/device.key").c_str()), 0u);
+  EXPECT_EQ(encrypt("x", SECRETS_ERR_KEY_ACCESS), "");
+}
+
+TEST_F(Type7, DefaultKeyLivesInTheStateDirectory) {
+  ASSERT_EQ(secrets_device_key_path_set(nullptr), 0u);
+  EXPECT_EQ(encrypt("x", SECRETS_ERR_NO_KEY_PATH), "");
+  ASSERT_EQ(sysmgr_dirs_set((directory_ + "/state").c_str(), (directory_ + "/run").c_str()), 0);
+  std::string text = encrypt("x");
+  sysmgr_dirs_clear();
+  EXPECT_EQ(access((directory_ + "/state/" SECRETS_DEVICE_KEY_NAME).c_str(), R_OK), 0);
+}
+
+}  // namespace
