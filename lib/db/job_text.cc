@@ -4,8 +4,16 @@
 
 #include "diag/trace.h"
 #include "schedcli/db.h"
+#include "schedcli/platform/mtrack.h"
 
 namespace {
+
+// Copies at most `wanted` bytes of a fragment: a damaged store may hold a fragment shorter than
+// its job's length says, and the copy must not run past it (the rest stays as the caller set it).
+void copy_fragment(char *out, const void *fragment, int wanted) {
+  size_t held = mtrack_block_size(fragment);
+  std::memcpy(out, fragment, std::min(static_cast<size_t>(wanted), held));
+}
 
 // Walks the fragments, copying `length` bytes; `per_piece` runs on each piece as copied.
 template <typename PerPiece>
@@ -16,7 +24,7 @@ int concat(GList *fragments, char *buffer, int length, PerPiece per_piece) {
   GList *element = g_list_first(fragments);
   int remaining = length;
   while (remaining > SCH_FRAGMENT_SIZE) {
-    std::memcpy(buffer, element->data, SCH_FRAGMENT_SIZE);
+    copy_fragment(buffer, element->data, SCH_FRAGMENT_SIZE);
     per_piece(buffer, SCH_FRAGMENT_SIZE);
     buffer += SCH_FRAGMENT_SIZE;
     remaining -= SCH_FRAGMENT_SIZE;
@@ -26,7 +34,7 @@ int concat(GList *fragments, char *buffer, int length, PerPiece per_piece) {
     // A list shorter than the length demands ends the copy early.
     if (count == 0 || !element) return 0;
   }
-  std::memcpy(buffer, element->data, remaining);
+  copy_fragment(buffer, element->data, remaining);
   per_piece(buffer, remaining);
   sch::trace(sch::kTraceRecord, "fragment count %d %d", count, remaining);
   return 0;

@@ -98,6 +98,10 @@ void mtrack_free(void *block) {
   std::free(header);
 }
 
+size_t mtrack_block_size(const void *block) {
+  return block ? (static_cast<const BlockHeader *>(block) - 1)->size : 0;
+}
+
 int mtrack_kind_stats_get(uint32_t identity, uint32_t kind, mtrack_kind_stats *out) {
   if (!out || kind > MTRACK_MAX_KIND) return -1;
   Tracker &t = tracker();

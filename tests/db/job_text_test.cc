@@ -1,23 +1,28 @@
 // Reassembly of a job's command text from its fragments, plain and for one-line display.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "schedcli/db.h"
+#include "schedcli/diag.h"
+#include "schedcli/platform/mtrack.h"
 
 namespace {
 
-// Fragments of 1024 bytes, the last one holding the rest, as they are stored.
+// Fragments of 1024 bytes, the last one holding the rest, as tracked blocks like the database's.
 struct Fragments {
   explicit Fragments(const std::string &text) {
     for (size_t offset = 0; offset < text.size(); offset += SCH_FRAGMENT_SIZE) {
-      pieces.push_back(text.substr(offset, SCH_FRAGMENT_SIZE));
+      size_t length = std::min<size_t>(SCH_FRAGMENT_SIZE, text.size() - offset);
+      void *fragment = sch_malloc_check(length, 7, 0, "test");
+      std::memcpy(fragment, text.data() + offset, length);
+      list = g_list_append(list, fragment);
     }
-    for (std::string &piece : pieces) list = g_list_append(list, piece.data());
   }
-  ~Fragments() { g_list_free(list); }
-  std::vector<std::string> pieces;
+  ~Fragments() { g_list_free_full(list, mtrack_free); }
   GList *list = nullptr;
 };
 
@@ -49,6 +54,15 @@ TEST(JobText, CopiesNothingForZeroLengthOrAnEmptyList) {
   Fragments fragments("abc");
   EXPECT_EQ(sch_concat_fragments(fragments.list, buffer.data(), 0), 0);
   EXPECT_EQ(buffer, std::string(8, 'z'));
+}
+
+TEST(JobText, AFragmentShorterThanTheLengthSaysIsNotReadPast) {
+  // A damaged store: the header promises 1500 bytes, the second fragment holds 10.
+  Fragments fragments(text_of(1034));
+  std::string buffer(1502, '#');
+  EXPECT_EQ(sch_concat_fragments(fragments.list, buffer.data(), 1500), 0);
+  EXPECT_EQ(buffer.substr(0, 1034), text_of(1034));
+  EXPECT_EQ(buffer[1034], '#');
 }
 
 TEST(JobText, AListShorterThanTheLengthStopsEarlyWithoutError) {

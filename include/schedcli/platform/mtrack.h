@@ -29,6 +29,9 @@ typedef struct mtrack_kind_stats {
   uint64_t failures;      /* refused allocations, the hook's included */
 } mtrack_kind_stats;
 
+/* The size a live block was allocated with; 0 for NULL. */
+SCHED_EXPORT size_t mtrack_block_size(const void *block);
+
 /* Statistics of one identity and kind; zeroes for a pair never seen. Returns 0, or -1 for a kind
  * out of range. */
 SCHED_EXPORT int mtrack_kind_stats_get(uint32_t identity, uint32_t kind, mtrack_kind_stats *out);
