@@ -12,6 +12,7 @@
 
 #include "schedcli/export.h"
 #include "schedcli/platform/cmi.h"
+#include "schedcli/tminfo.h"
 
 SCHED_BEGIN_DECLS
 
@@ -58,9 +59,21 @@ SCHED_EXPORT int sch_cli_check_name(const char *name);
 
 /* ---- Job-execution credentials ---- */
 
+/* The gate of every job and schedule change: 0 when `user` is local, or remote with a stored
+ * password that is still accepted; otherwise a scheduler code (SCH_STATUS_NO_CREDENTIAL,
+ * _CREDENTIAL_FETCH, _AUTH_FAILED). Prints nothing. */
 SCHED_EXPORT uint32_t sch_validate_remote_user(sch_cli_context *context, const char *user);
+/* 0 when the platform accepts `user` with the type-7 `encrypted` password, else
+ * SCH_STATUS_NO_CREDENTIAL (missing or empty), SCH_STATUS_LOCAL_USER or SCH_STATUS_AUTH_FAILED. */
 SCHED_EXPORT uint32_t sch_validate_authentication_passwd(cmi_session *session, const char *user, const char *encrypted);
+/* Sends a credential request (type 22) with `operation` SCH_CREDENTIAL_FETCH, _STORE or _DELETE;
+ * `user` and `password` are 128-byte fields sent whole. A fetch answered by the daemon copies the
+ * stored encrypted password into `password` (128 bytes, not terminated when it fills them).
+ * Returns 0, also when the daemon refused (the password is then left as it was), 2 when the
+ * request could not be allocated, or CMI_ERR_LENGTH for a fetch answer shorter than 256 bytes. */
 SCHED_EXPORT int sch_config_remote_user(sch_cli_context *context, char *user, char *password, int operation);
+/* The aaa-authentication command: 8 done, 9 failed (after an error line where there is a code),
+ * 1 when the clear password could not be encrypted. */
 SCHED_EXPORT int sch_cli_aaa_auth_passwd(sch_cli_context *context);
 
 /* ---- Job commands ---- */
@@ -82,13 +95,18 @@ SCHED_EXPORT void sch_cli_disp_error(uint32_t code, int kind);
 
 SCHED_EXPORT int sch_cli_show_jobs(sch_cli_context *context);
 SCHED_EXPORT int sch_cli_show_schedules(sch_cli_context *context);
+/* Print one entry. `reply` is the reply payload as received (the big-endian wire image), which
+ * the caller has checked to hold the whole head and the command text or job entries that the
+ * head declares: the show handlers do, and refuse a shorter reply. */
 SCHED_EXPORT void display_job(const void *reply);
 SCHED_EXPORT void display_schedule(const void *reply);
-SCHED_EXPORT void print_schedule_type(const struct tminfo *t);
-SCHED_EXPORT void print_weekly_schedule(const struct tminfo *t);
-SCHED_EXPORT void print_monthly_schedule(const struct tminfo *t);
+SCHED_EXPORT void print_schedule_type(const tminfo *t);
+SCHED_EXPORT void print_weekly_schedule(const tminfo *t);
+SCHED_EXPORT void print_monthly_schedule(const tminfo *t);
 SCHED_EXPORT void print_status_heading(void);
+/* `entry` is one decoded job entry of a schedule reply (native sch_schedule_reply_job). */
 SCHED_EXPORT void print_status(const void *entry, int not_run);
+/* `character` `count` times to standard output; nothing when count <= 0. */
 SCHED_EXPORT void print_line(int count, int character);
 
 SCHED_END_DECLS

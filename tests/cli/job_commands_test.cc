@@ -1,0 +1,108 @@
+// Job commands: the requests on the wire, results and error lines, and how a one-line
+// definition is split into commands.
+#include <cstdlib>
+
+#include "cli_testing.h"
+#include "schedcli/status.h"
+
+namespace {
+
+using namespace cli_testing;
+
+const char *const kInvalidName = "Invalid name. Name should begin with alphanumeric and may have '_' or '-'.\n";
+
+class JobCommands : public CliTest {
+ protected:
+  // The command text that the one-line definition of `text` sends, its head checked.
+  std::string split(const char *text) {
+    EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {"backup", text}), 0u) << text;
+    Bytes sent = requests().back();
+    auto n = uint32_t(sent.size() - 56);
+    EXPECT_EQ(Bytes(sent.begin(), sent.begin() + 56), image(56, {{0, 1}, {4, n + 48}, {52, n}}, {{16, "backup"}}));
+    return std::string(sent.begin() + 56, sent.end());
+  }
+};
+
+TEST_F(JobCommands, CreateDeleteAndDefineSendTheirRecords) {
+  EXPECT_EQ(run(sch_cli_create_delete_job, {"backup"}), 0u);
+  EXPECT_EQ(run(sch_cli_create_delete_job, {"backup"}, 0, true), 0u);
+  EXPECT_EQ(run(sch_cli_create_delete_job, {std::string(40, 'j').c_str()}), 0u);
+  EXPECT_EQ(output_.out + output_.err, "");
+  EXPECT_EQ(sch_cli_define_job(session_, "show clock\nx\n", 13, "backup", kLocalUser, nullptr), 0u);
+  auto sent = requests();
+  EXPECT_EQ(sent.at(0), image(56, {{0, 0}, {4, 48}}, {{16, "backup"}}));
+  EXPECT_EQ(sent.at(1), image(56, {{0, 2}, {4, 48}, {8, 1}}, {{16, "backup"}}));
+  EXPECT_EQ(sent.at(2), image(56, {{0, 0}, {4, 48}}, {{16, std::string(31, 'j')}}));  // cut, terminated
+  EXPECT_EQ(sent.at(3), image(69, {{0, 1}, {4, 61}, {52, 13}}, {{16, "backup"}, {56, "show clock\nx\n"}}));
+  EXPECT_EQ(services().at(0), std::make_pair(5950u, 3u));
+}
+
+TEST_F(JobCommands, RefusalsAndFailures) {
+  EXPECT_EQ(run(sch_cli_create_delete_job, {"_backup"}), 255u);
+  EXPECT_EQ(output_.err, kInvalidName);
+  Command replayed(session_, kLocalUser, {"_backup"});
+  replayed.context.replay = 1;
+  EXPECT_EQ(run(sch_cli_create_delete_job, replayed), 0u);
+  EXPECT_TRUE(requests().empty());
+
+  for (bool no_form : {false, true}) {
+    answer(SCH_STATUS_EXISTS);
+    EXPECT_EQ(run(sch_cli_create_delete_job, {"backup"}, 0, no_form), 255u);
+    EXPECT_EQ(output_.err, "Error: job exists\n");
+    answer(CMI_ERR_TIMEOUT);
+    EXPECT_EQ(run(sch_cli_create_delete_job, {"backup"}, 0, no_form), 255u);
+    EXPECT_EQ(output_.err, error_line(no_form ? "Error: delete job failed" : "Error: create job failed", CMI_ERR_TIMEOUT));
+  }
+  answer(CMI_ERR_TIMEOUT);
+  uint32_t result = 0;
+  output_ = capture([&] { result = sch_cli_define_job(session_, "x\n", 2, "backup", "", nullptr); });
+  EXPECT_EQ(result, CMI_ERR_TIMEOUT);
+  EXPECT_EQ(output_.err, error_line("Error: job definition failed", CMI_ERR_TIMEOUT));
+}
+
+TEST_F(JobCommands, OneLineDefinitionSplitsOnBlankSemicolonBlank) {
+  // The first command loses its last character; later ones keep their blanks: intended.
+  EXPECT_EQ(split("show clock"), "show cloc\n");
+  EXPECT_EQ(split("a ; b ; c"), "a\n b \n c\n");
+  EXPECT_EQ(split("a ; b ;"), "a\n b \n");
+  EXPECT_EQ(split("a;b"), "a;\n");
+  EXPECT_EQ(split("a ;b"), "a ;\n");
+  EXPECT_EQ(split(""), "");
+  // No credential is checked in this form, even for a remote user.
+  EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {"backup", "x"}, 0, false, kRemoteUser), 0u);
+  EXPECT_EQ(requests().size(), 7u);
+
+  EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {nullptr, "x"}), 255u);
+  EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {"backup", nullptr}), 255u);
+  EXPECT_EQ(output_.err, "");
+  EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {"a.b", "x"}), 255u);
+  EXPECT_EQ(output_.err, kInvalidName);
+  EXPECT_EQ(requests().size(), 7u);
+}
+
+TEST_F(JobCommands, CommandsPastTheLimitAreDroppedAndTheRestIsSent) {
+  // Appended: 1000 bytes for the first command, 1000 (" " + 998 + " ") for each later one.
+  std::string text = std::string(1000, 'a') + " ", expected = std::string(1000, 'a') + "\n";
+  for (int i = 1; i <= 9; i++) {
+    text += "; " + std::string(998, 'b') + " ";
+    if (i <= 7) expected += " " + std::string(998, 'b') + " \n";
+  }
+  EXPECT_EQ(split((text + "; zz").c_str()), expected + " zz\n");
+  EXPECT_EQ(output_.err, "Cannot add more lines, buffer size 8192\nCannot add more lines, buffer size 8192\n");
+}
+
+TEST(CommandBuffer, GrowsBeforeAnyByteLandsPastItsEnd) {
+  int used = 1000, capacity = 1024;
+  char *buffer = static_cast<char *>(std::calloc(1, 1024));
+  // The command fills the buffer exactly: its newline needs the next step.
+  ASSERT_EQ(sch_add_cmd_to_data_buf(&buffer, &used, &capacity, 24, std::string(24, 'y').c_str()), 0);
+  EXPECT_EQ(capacity, 2048);
+  // Longer than one step.
+  ASSERT_EQ(sch_add_cmd_to_data_buf(&buffer, &used, &capacity, 3000, std::string(3000, 'c').c_str()), 0);
+  EXPECT_EQ(used, 4026);
+  EXPECT_EQ(capacity, 4096);
+  EXPECT_EQ(std::string(buffer + 1000, 3026), std::string(24, 'y') + "\n" + std::string(3000, 'c') + "\n");
+  std::free(buffer);
+}
+
+}  // namespace
