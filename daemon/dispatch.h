@@ -1,0 +1,18 @@
+// From a received request record to the handler of its type, after the checks every record
+// passes: a header, a known type on its own service and opcode, and the size the type calls for.
+#ifndef SCHEDD_DISPATCH_H
+#define SCHEDD_DISPATCH_H
+
+#include <cstdint>
+
+#include "requests.h"
+
+namespace schedd {
+
+// Answers one request. `standby` refuses every change, since a standby's stores belong to the
+// active daemon. Never fails: a request that does not hold up gets its status.
+Reply dispatch(uint32_t service, uint32_t opcode, RequestBytes request, const Caller &caller, bool standby);
+
+}  // namespace schedd
+
+#endif

@@ -1,0 +1,152 @@
+// The daemon's command line.
+#include "options.h"
+
+#include <getopt.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "schedcli/platform/sdwrap.h"
+#include "schedcli/platform/sysmgr.h"
+
+namespace schedd {
+
+namespace {
+
+enum OptionCode { kStateDir = 1, kRuntimeDir, kForeground, kStandby, kDebug, kHelp };
+
+constexpr option kOptions[] = {
+    {"state-dir", required_argument, nullptr, kStateDir},
+    {"runtime-dir", required_argument, nullptr, kRuntimeDir},
+    {"foreground", no_argument, nullptr, kForeground},
+    {"standby", no_argument, nullptr, kStandby},
+    {"debug", required_argument, nullptr, kDebug},
+    {"help", no_argument, nullptr, kHelp},
+    {nullptr, 0, nullptr, 0},
+};
+
+bool parse_level(const char *text, int *level) {
+  if (std::strcmp(text, "all") == 0) {
+    *level = -1;
+    return true;
+  }
+  char *end = nullptr;
+  errno = 0;
+  long value = std::strtol(text, &end, 10);
+  if (errno != 0 || end == text || *end != '\0' || value < 0 || value > SDWRAP_MAX_LEVEL) return false;
+  *level = static_cast<int>(value);
+  return true;
+}
+
+// The daemon leaves its working directory, so a relative path is taken from where it started.
+bool make_absolute(std::string *path, std::string *error) {
+  if (path->empty()) {
+    *error = "a directory must not be empty";
+    return false;
+  }
+  if ((*path)[0] == '/') return true;
+  char *cwd = getcwd(nullptr, 0);
+  if (!cwd) {
+    *error = std::string("cannot resolve ") + *path + ": " + std::strerror(errno);
+    return false;
+  }
+  *path = std::string(cwd) + "/" + *path;
+  std::free(cwd);
+  return true;
+}
+
+bool default_directory(int (*get)(char *, size_t), std::string *path, std::string *error) {
+  char buffer[4096];
+  if (get(buffer, sizeof buffer) != 0) {
+    *error = "cannot work out a default directory; give --state-dir and --runtime-dir";
+    return false;
+  }
+  *path = buffer;
+  return true;
+}
+
+}  // namespace
+
+Parsed parse_options(int argc, char **argv, Options *options, std::string *error) {
+  optind = 1;
+  opterr = 0;
+  int code;
+  while ((code = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
+    switch (code) {
+      case kStateDir:
+        options->state_dir = optarg;
+        break;
+      case kRuntimeDir:
+        options->runtime_dir = optarg;
+        break;
+      case kForeground:
+        options->foreground = true;
+        break;
+      case kStandby:
+        options->standby = true;
+        break;
+      case kDebug: {
+        int level;
+        if (!parse_level(optarg, &level)) {
+          *error = std::string("--debug takes a level from 0 to 255 or 'all', not '") + optarg + "'";
+          return Parsed::usage_error;
+        }
+        options->debug_levels.push_back(level);
+        break;
+      }
+      case kHelp:
+        return Parsed::help;
+      default:
+        *error = optopt == 0 ? std::string("unknown option ") + argv[optind - 1]
+                             : std::string("option is missing its value: ") + argv[optind - 1];
+        return Parsed::usage_error;
+    }
+  }
+  if (optind < argc) {
+    *error = std::string("unexpected argument ") + argv[optind];
+    return Parsed::usage_error;
+  }
+  if (options->state_dir.empty() && !default_directory(sysmgr_default_state_dir, &options->state_dir, error)) {
+    return Parsed::usage_error;
+  }
+  if (options->runtime_dir.empty() &&
+      !default_directory(sysmgr_default_runtime_dir, &options->runtime_dir, error)) {
+    return Parsed::usage_error;
+  }
+  if (!make_absolute(&options->state_dir, error) || !make_absolute(&options->runtime_dir, error)) {
+    return Parsed::usage_error;
+  }
+  return Parsed::run;
+}
+
+void print_usage(std::FILE *out) {
+  std::fputs(
+      "Usage: schedd [OPTION]...\n"
+      "The scheduler daemon: keeps the scheduler's jobs, schedules, email addresses and\n"
+      "credentials in its stores and serves the scheduler shell's requests on its socket.\n"
+      "\n"
+      "  --state-dir DIR     startup configuration, debug stores and device key\n"
+      "                      (default /var/lib/schedcli for root, else\n"
+      "                      $XDG_STATE_HOME/schedcli or ~/.local/state/schedcli)\n"
+      "  --runtime-dir DIR   running stores and the socket schedd.sock; a missing\n"
+      "                      directory means a first start after boot, which takes\n"
+      "                      the startup configuration (default /run/schedcli for\n"
+      "                      root, else $XDG_RUNTIME_DIR/schedcli or /tmp/schedcli-UID)\n"
+      "  --foreground        stay attached to the terminal and copy log messages to\n"
+      "                      standard error\n"
+      "  --standby           start as the standby: open the stores, restore nothing,\n"
+      "                      refuse changes\n"
+      "  --debug LEVEL       write debug output of LEVEL (0-255, or 'all'; the\n"
+      "                      scheduler uses 100 start-up, 102 details, 103 records\n"
+      "                      and requests); may be repeated. Detached, the output\n"
+      "                      goes to schedd-debug.log in the state directory\n"
+      "  --help              show this text and exit\n"
+      "\n"
+      "Without --foreground the command returns once the daemon serves (status 0), or\n"
+      "with a message and status 1 when it cannot start. SIGTERM or SIGINT stops it.\n",
+      out);
+}
+
+}  // namespace schedd

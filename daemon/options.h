@@ -1,0 +1,28 @@
+// The daemon's command line.
+#ifndef SCHEDD_OPTIONS_H
+#define SCHEDD_OPTIONS_H
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace schedd {
+
+struct Options {
+  std::string state_dir;    // absolute
+  std::string runtime_dir;  // absolute
+  bool foreground = false;
+  bool standby = false;
+  std::vector<int> debug_levels;  // -1 stands for every level
+};
+
+enum class Parsed { run, help, usage_error };
+
+// Fills `options` from the command line, the directories defaulting to the platform's. On a
+// usage error `error` says what is wrong.
+Parsed parse_options(int argc, char **argv, Options *options, std::string *error);
+void print_usage(std::FILE *out);
+
+}  // namespace schedd
+
+#endif

@@ -1,0 +1,349 @@
+// Test support: a real schedd on a temporary state and runtime directory, requests built with the
+// wire codec, and the display replies read back.
+#ifndef SCHEDCLI_TESTS_DAEMON_TESTING_H
+#define SCHEDCLI_TESTS_DAEMON_TESTING_H
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cli/request.h"
+#include "schedcli/platform/cmi.h"
+#include "schedcli/platform/syserr.h"
+#include "schedcli/status.h"
+#include "schedcli/wire.h"
+
+namespace daemon_testing {
+
+using Bytes = std::vector<uint8_t>;
+using Names = std::vector<std::string>;
+
+struct Answer {
+  uint32_t status = 0;
+  Bytes payload;
+};
+
+inline testing::AssertionResult answered(const Answer &answer, uint32_t expected) {
+  if (answer.status == expected) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << std::hex << "0x" << answer.status << " (" << syserr2str(answer.status)
+                                     << ") instead of 0x" << expected << " (" << syserr2str(expected) << ")";
+}
+
+template <size_t N>
+void set_text(char (&field)[N], const std::string &text) {
+  std::memset(field, 0, N);
+  std::memcpy(field, text.data(), std::min(text.size(), N));
+}
+
+// The record's wire image with its header filled in for `type`.
+template <typename Native>
+Bytes encode(sch_wire_record kind, uint32_t type, Native native, const std::string &tail = "") {
+  native.header = {type, static_cast<uint32_t>(sizeof native - 8 + tail.size())};
+  Bytes bytes(sizeof native);
+  sch_wire_encode(kind, &native, bytes.data());
+  bytes.insert(bytes.end(), tail.begin(), tail.end());
+  return bytes;
+}
+
+inline Bytes job_request(uint32_t type, const std::string &name, const std::string &text = "") {
+  sch_job_request request{};
+  set_text(request.name, name);
+  request.text_length = static_cast<uint32_t>(text.size());
+  return encode(SCH_WIRE_JOB_REQUEST, type, request, text);
+}
+
+inline Bytes schedule_request(uint32_t type, const std::string &name) {
+  sch_schedule_request request{};
+  set_text(request.name, name);
+  return encode(SCH_WIRE_SCHEDULE_REQUEST, type, request);
+}
+
+inline Bytes modify_request(const std::string &schedule, uint32_t code, const tminfo &time,
+                            const std::string &job = "", bool no_form = false) {
+  sch_modify_schedule_request request{};
+  request.no_flag = no_form;
+  request.code = code;
+  set_text(request.schedule, schedule);
+  set_text(request.job, job);
+  request.time = time;
+  return encode(SCH_WIRE_MODIFY_SCHEDULE_REQUEST, SCH_REQ_MODIFY_SCHEDULE, request);
+}
+
+inline Bytes assign_request(const std::string &schedule, const std::string &job, bool no_form = false) {
+  return modify_request(schedule, SCH_MODIFY_JOB, tminfo{}, job, no_form);
+}
+
+inline tminfo daily(int hour, int minute) { return tminfo{SCH_TM_DAILY, hour, 0, 0, minute, 0, 0, 0, 0, 0}; }
+
+inline Bytes email_request(uint8_t operation, const std::string &schedule, const std::string &address) {
+  sch_schedule_email_request request{};
+  request.operation = operation;
+  set_text(request.schedule, schedule);
+  set_text(request.address, address);
+  return encode(SCH_WIRE_SCHEDULE_EMAIL_REQUEST, SCH_REQ_SCHEDULE_EMAIL, request);
+}
+
+inline Bytes credential_request(uint8_t operation, const std::string &user, const std::string &password = "") {
+  sch_credential_request request{};
+  request.operation = operation;
+  set_text(request.user, user);
+  set_text(request.password, password);
+  return encode(SCH_WIRE_CREDENTIAL_REQUEST, SCH_REQ_USER_CREDENTIAL, request);
+}
+
+inline Bytes display_request(uint32_t type, const std::string &name, int32_t cursor) {
+  sch_display_request request{};
+  set_text(request.name, name);
+  request.cursor = cursor;
+  return encode(SCH_WIRE_DISPLAY_REQUEST, type, request);
+}
+
+inline Bytes header_request(uint32_t type) {
+  sch_request_header header{type, 0};
+  Bytes bytes(sizeof header);
+  sch_wire_encode(SCH_WIRE_REQUEST_HEADER, &header, bytes.data());
+  return bytes;
+}
+
+struct JobEntry {
+  std::string name;
+  uint32_t cursor;
+  std::string text;
+};
+
+inline JobEntry decode_job(const Bytes &payload) {
+  sch_job_reply head{};
+  sch_wire_decode(SCH_WIRE_JOB_REPLY, payload.data(), payload.size(), &head);
+  EXPECT_EQ(payload.size(), sizeof head + static_cast<size_t>(head.text_length));
+  return {head.name, head.cursor, std::string(payload.begin() + std::min(sizeof head, payload.size()), payload.end())};
+}
+
+struct ScheduleEntry {
+  sch_schedule_reply head{};
+  std::vector<sch_schedule_reply_job> jobs;
+
+  Names job_names() const {
+    Names names;
+    for (const auto &job : jobs) names.emplace_back(job.name);
+    return names;
+  }
+  // The slots up to the last one in use; a free slot shows as "".
+  Names addresses() const {
+    Names found;
+    for (const sch_email_slot &slot : head.emails) found.emplace_back(slot.in_use ? slot.address : "");
+    while (!found.empty() && found.back().empty()) found.pop_back();
+    return found;
+  }
+};
+
+inline ScheduleEntry decode_schedule(const Bytes &payload) {
+  ScheduleEntry entry;
+  sch_wire_decode(SCH_WIRE_SCHEDULE_REPLY, payload.data(), payload.size(), &entry.head);
+  EXPECT_EQ(payload.size(), sizeof entry.head + entry.head.job_count * sizeof(sch_schedule_reply_job));
+  for (size_t at = sizeof entry.head; at + sizeof(sch_schedule_reply_job) <= payload.size(); at += 36) {
+    entry.jobs.emplace_back();
+    sch_wire_decode(SCH_WIRE_SCHEDULE_REPLY_JOB, payload.data() + at, 36, &entry.jobs.back());
+  }
+  return entry;
+}
+
+// The credential list as "user=password" texts.
+inline Names decode_credentials(const Bytes &payload) {
+  Names credentials;
+  size_t count = payload.size() >= 2 ? sch_wire_get_u16(payload.data()) : 0;
+  EXPECT_EQ(payload.size(), 2 + count * sizeof(sch_user_config_reply_entry));
+  for (size_t at = 2; at + sizeof(sch_user_config_reply_entry) <= payload.size(); at += 264) {
+    sch_user_config_reply_entry entry;
+    sch_wire_decode(SCH_WIRE_USER_CONFIG_REPLY_ENTRY, payload.data() + at, sizeof entry, &entry);
+    credentials.push_back(std::string(entry.user, strnlen(entry.user, 128)) + "=" +
+                          std::string(entry.password, strnlen(entry.password, 136)));
+  }
+  return credentials;
+}
+
+inline std::string own_user() {
+  passwd *entry = getpwuid(geteuid());
+  return entry ? entry->pw_name : std::to_string(geteuid());
+}
+
+struct Exit {
+  int code = -1;  // -1 when ended by a signal
+  std::string error_output;
+};
+
+// A temporary state and runtime directory and the daemon started on them. The test process is a
+// subreaper, so that a detached daemon becomes its child and its exit status can be had.
+class DaemonTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+    // Memory-backed where there is such a place: every change is synced, and the tests make many.
+    char in_memory[] = "/dev/shm/sdt-XXXXXX", on_disk[] = "/tmp/sdt-XXXXXX";
+    const char *made = mkdtemp(in_memory);
+    if (!made) made = mkdtemp(on_disk);
+    ASSERT_NE(made, nullptr);
+    root_ = made;
+    state_dir_ = root_ + "/state";
+    runtime_dir_ = root_ + "/run";
+  }
+  void TearDown() override {
+    cmi_session_close(session_);
+    if (daemon_pid_ > 0) {
+      EXPECT_EQ(stop(), 0);
+    }
+    std::filesystem::remove_all(root_);
+  }
+
+  std::vector<std::string> directories() const { return {"--state-dir", state_dir_, "--runtime-dir", runtime_dir_}; }
+  std::string socket_path() const { return runtime_dir_ + "/" CMI_SOCKET_NAME; }
+
+  // Runs schedd with exactly these arguments, its standard error into *error_fd.
+  static pid_t spawn(const std::vector<std::string> &arguments, int *error_fd) {
+    int pipe_fds[2];
+    EXPECT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
+    pid_t child = fork();
+    if (child == 0) {
+      dup2(pipe_fds[1], STDERR_FILENO);
+      std::vector<char *> argv{const_cast<char *>(SCHEDD_PATH)};
+      for (const std::string &argument : arguments) argv.push_back(const_cast<char *>(argument.c_str()));
+      argv.push_back(nullptr);
+      execv(SCHEDD_PATH, argv.data());
+      _exit(127);
+    }
+    close(pipe_fds[1]);
+    *error_fd = pipe_fds[0];
+    return child;
+  }
+
+  static std::string read_all(int fd) {
+    std::string text;
+    char buffer[512];
+    for (ssize_t got; (got = read(fd, buffer, sizeof buffer)) != 0;) {
+      if (got > 0) text.append(buffer, static_cast<size_t>(got));
+      if (got < 0 && errno != EINTR) break;
+    }
+    close(fd);
+    return text;
+  }
+
+  static Exit run_schedd(const std::vector<std::string> &arguments) {
+    int error_fd = -1;
+    pid_t child = spawn(arguments, &error_fd);
+    Exit result{-1, read_all(error_fd)};
+    result.code = wait_for_exit(child);
+    return result;
+  }
+
+  // Starts the daemon detached; once the command returns 0, it serves.
+  Exit start(std::vector<std::string> extra = {}) {
+    std::vector<std::string> arguments = directories();
+    arguments.insert(arguments.end(), extra.begin(), extra.end());
+    Exit result = run_schedd(arguments);
+    if (result.code == 0) std::ifstream(runtime_dir_ + "/schedd.pid") >> daemon_pid_;
+    return result;
+  }
+
+  void start_or_fail(std::vector<std::string> extra = {}) {
+    Exit result = start(extra);
+    ASSERT_EQ(result.code, 0) << result.error_output;
+  }
+
+  // Signals the daemon and returns its exit status.
+  int stop(int signal_number = SIGTERM) {
+    pid_t pid = daemon_pid_;
+    daemon_pid_ = -1;
+    return pid > 0 && kill(pid, signal_number) == 0 ? wait_for_exit(pid) : -3;
+  }
+
+  // The child's exit status, -1 after a signal, -2 when it had to be killed after 10 seconds.
+  static int wait_for_exit(pid_t pid) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    int status = 0;
+    while (waitpid(pid, &status, WNOHANG) == 0) {
+      if (std::chrono::steady_clock::now() > deadline) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+        return -2;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  Answer call(uint32_t service, uint32_t opcode, const Bytes &request) {
+    if (!session_) {
+      session_ = cmi_session_open(socket_path().c_str());
+      cmi_session_timeout_set(session_, 5000);
+    }
+    void *reply = nullptr;
+    auto length = static_cast<uint32_t>(request.size());
+    Answer answer;
+    answer.status = cmi_req_resp(service, opcode, request.data(), &reply, &length, "", nullptr, SCH_CMI_FLAGS,
+                                 session_, 0);
+    if (reply) answer.payload.assign(static_cast<uint8_t *>(reply), static_cast<uint8_t *>(reply) + length);
+    std::free(reply);
+    return answer;
+  }
+  Answer configure(const Bytes &request) { return call(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, request); }
+  Answer display(const Bytes &request) { return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY, request); }
+  Answer credential_list() {
+    return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE, header_request(SCH_REQ_GET_USER_CONFIG));
+  }
+
+  // Every entry the cursor walk of a display type hands out, as payloads, in order.
+  std::vector<Bytes> walk(uint32_t type) {
+    std::vector<Bytes> entries;
+    for (int32_t cursor = -1; entries.size() <= SCH_MAX_JOBS;) {
+      Answer answer = display(display_request(type, "", cursor));
+      EXPECT_TRUE(answered(answer, 0));
+      if (answer.payload.empty()) break;
+      cursor = static_cast<int32_t>(type == SCH_REQ_GET_JOBS ? decode_job(answer.payload).cursor
+                                                             : decode_schedule(answer.payload).head.cursor);
+      entries.push_back(std::move(answer.payload));
+    }
+    return entries;
+  }
+  Names job_names() {
+    Names names;
+    for (const Bytes &entry : walk(SCH_REQ_GET_JOBS)) names.push_back(decode_job(entry).name);
+    return names;
+  }
+  Names schedule_names() {
+    Names names;
+    for (const Bytes &entry : walk(SCH_REQ_GET_SCHEDULES)) names.emplace_back(decode_schedule(entry).head.name);
+    return names;
+  }
+
+  // The one entry of that name; the test fails when there is none.
+  ScheduleEntry schedule(const std::string &name) {
+    Answer answer = display(display_request(SCH_REQ_GET_SCHEDULES, name, -1));
+    EXPECT_FALSE(answer.payload.empty()) << "no schedule " << name;
+    return answer.payload.empty() ? ScheduleEntry{} : decode_schedule(answer.payload);
+  }
+  std::string job_text(const std::string &name) {
+    Answer answer = display(display_request(SCH_REQ_GET_JOBS, name, -1));
+    EXPECT_FALSE(answer.payload.empty()) << "no job " << name;
+    return answer.payload.empty() ? "" : decode_job(answer.payload).text;
+  }
+
+  std::string root_, state_dir_, runtime_dir_;
+  pid_t daemon_pid_ = -1;
+  cmi_session *session_ = nullptr;
+};
+
+}  // namespace daemon_testing
+
+#endif

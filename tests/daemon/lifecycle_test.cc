@@ -1,0 +1,134 @@
+// Start-up, refusal, restart and shutdown of the daemon.
+#include "daemon_testing.h"
+
+namespace {
+
+using namespace daemon_testing;
+
+class DaemonLifecycle : public DaemonTest {
+ protected:
+  // A little of everything, to compare across restarts.
+  void configure_some() {
+    for (const Bytes &request :
+         {job_request(SCH_REQ_CREATE_JOB, "backup"), job_request(SCH_REQ_DEFINE_JOB, "backup", std::string(1500, 'x')),
+          schedule_request(SCH_REQ_CREATE_SCHEDULE, "nightly"), modify_request("nightly", SCH_MODIFY_DAILY, daily(2, 30)),
+          assign_request("nightly", "backup"), email_request(SCH_EMAIL_ADD, "nightly", "ops@example.com"),
+          credential_request(SCH_CREDENTIAL_STORE, "alice", "7$secret")}) {
+      ASSERT_TRUE(answered(configure(request), 0));
+    }
+  }
+  void expect_configured() {
+    EXPECT_EQ(job_text("backup"), std::string(1500, 'x'));
+    ScheduleEntry nightly = schedule("nightly");
+    EXPECT_EQ(nightly.head.time.hour * 60 + nightly.head.time.minute, 150);
+    EXPECT_EQ(nightly.job_names(), Names{"backup"});
+    EXPECT_EQ(nightly.addresses(), Names{"ops@example.com"});
+    EXPECT_EQ(decode_credentials(credential_list().payload), Names{"alice=7$secret"});
+  }
+};
+
+TEST_F(DaemonLifecycle, DetachedStartReturnsOnceServingAndSigtermEndsCleanly) {
+  Exit started = start({"--debug", "100", "--debug", "103"});
+  ASSERT_EQ(started.code, 0) << started.error_output;
+  EXPECT_EQ(started.error_output, "");
+  // No waiting: the command returned only when the socket could answer.
+  configure_some();
+  EXPECT_EQ(stop(), 0);
+  EXPECT_FALSE(std::filesystem::exists(socket_path()));
+  // A detached daemon's debug output goes to the state directory.
+  std::ifstream log(state_dir_ + "/schedd-debug.log");
+  std::string text(std::istreambuf_iterator<char>(log), {});
+  EXPECT_NE(text.find("opcode 3, 56 bytes"), std::string::npos) << text;
+  EXPECT_NE(text.find("stopped with 0 tracked blocks in use"), std::string::npos) << text;
+}
+
+TEST_F(DaemonLifecycle, ForegroundDaemonServesUntilSigint) {
+  std::vector<std::string> arguments = directories();
+  arguments.push_back("--foreground");
+  int error_fd = -1;
+  pid_t daemon = spawn(arguments, &error_fd);
+  for (int tries = 0; tries < 2000 && credential_list().status != 0; tries++) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_TRUE(answered(credential_list(), 0));
+  kill(daemon, SIGINT);
+  EXPECT_EQ(wait_for_exit(daemon), 0);
+  EXPECT_NE(read_all(error_fd).find("serving on " + socket_path()), std::string::npos);
+}
+
+TEST_F(DaemonLifecycle, SecondDaemonOnTheSameDirectoriesIsRefused) {
+  start_or_fail();
+  Exit second = run_schedd(directories());
+  EXPECT_EQ(second.code, 1);
+  EXPECT_NE(second.error_output.find("(pid " + std::to_string(daemon_pid_) + ") is already running"),
+            std::string::npos)
+      << second.error_output;
+  EXPECT_TRUE(answered(configure(job_request(SCH_REQ_CREATE_JOB, "still-served")), 0));
+}
+
+TEST_F(DaemonLifecycle, DaemonKilledOutrightKeepsEveryAcknowledgedChange) {
+  start_or_fail();
+  configure_some();
+  ASSERT_EQ(stop(SIGKILL), -1);
+  start_or_fail();  // over the stale socket and the released lock
+  expect_configured();
+}
+
+TEST_F(DaemonLifecycle, StatelessRestartTakesTheStartupStoreOrStartsEmpty) {
+  start_or_fail();
+  configure_some();
+  ASSERT_EQ(stop(), 0);
+  std::string startup = state_dir_ + "/startup/scheduler_startup";
+  std::filesystem::copy_file(runtime_dir_ + "/scheduler_runtime", startup);
+  std::filesystem::remove_all(runtime_dir_);
+  start_or_fail();
+  expect_configured();
+  // It went whole into the new running store, addresses included.
+  ASSERT_EQ(stop(), 0);
+  std::filesystem::remove(startup);
+  start_or_fail();
+  expect_configured();
+
+  ASSERT_EQ(stop(), 0);
+  std::filesystem::remove_all(runtime_dir_);
+  start_or_fail();
+  EXPECT_TRUE(job_names().empty());
+  EXPECT_TRUE(schedule_names().empty());
+  EXPECT_TRUE(decode_credentials(credential_list().payload).empty());
+}
+
+TEST_F(DaemonLifecycle, StartsThatCannotWorkAreRefusedWithTheReason) {
+  std::string long_runtime = root_ + "/" + std::string(40, 'r');
+  Exit refused = run_schedd({"--state-dir", state_dir_, "--runtime-dir", long_runtime});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_NE(refused.error_output.find("63 at most"), std::string::npos) << refused.error_output;
+  EXPECT_FALSE(std::filesystem::exists(long_runtime + "/schedd.pid")) << "refused before anything was opened";
+
+  std::filesystem::create_directories(runtime_dir_ + "/scheduler_runtime");
+  refused = start();
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_NE(refused.error_output.find("SCH_SYSLOG_PSS_ERR"), std::string::npos) << refused.error_output;
+  EXPECT_NE(refused.error_output.find("cannot open the stores"), std::string::npos) << refused.error_output;
+
+  EXPECT_EQ(run_schedd({"--help"}).code, 0);
+  for (const std::vector<std::string> &wrong : {std::vector<std::string>{"--bogus"}, {"--debug", "256"}, {"x"}}) {
+    refused = run_schedd(wrong);
+    EXPECT_EQ(refused.code, 2) << wrong[0];
+    EXPECT_NE(refused.error_output.find("--help"), std::string::npos) << refused.error_output;
+  }
+}
+
+TEST_F(DaemonLifecycle, StandbyShowsNothingAndRefusesChanges) {
+  start_or_fail();
+  configure_some();
+  ASSERT_EQ(stop(), 0);
+  start_or_fail({"--standby"});
+  EXPECT_TRUE(job_names().empty()) << "a standby restores nothing";
+  EXPECT_TRUE(answered(configure(job_request(SCH_REQ_CREATE_JOB, "j")), SCH_STATUS_STANDBY));
+  EXPECT_TRUE(answered(configure(credential_request(SCH_CREDENTIAL_FETCH, "bob")), 0));
+  ASSERT_EQ(stop(), 0);
+  start_or_fail();
+  expect_configured();
+}
+
+}  // namespace
