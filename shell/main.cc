@@ -1,0 +1,97 @@
+// schedsh: the scheduler's command shell.
+#include <unistd.h>
+
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "library_backend.h"
+#include "line_editor.h"
+#include "options.h"
+#include "schedcli/platform/cmi.h"
+#include "schedcli/platform/secrets.h"
+#include "schedcli/platform/sysmgr.h"
+#include "shell.h"
+
+namespace {
+
+using schedsh::Shell;
+
+// Runs every line of `input`; false when any failed.
+bool run_lines(Shell &shell, std::istream &input) {
+  bool ok = true;
+  std::string line;
+  while (!shell.finished() && std::getline(input, line)) {
+    if (!shell.execute(line)) ok = false;
+  }
+  return ok;
+}
+
+std::string default_directory(int (*get)(char *, std::size_t)) {
+  char buffer[512];
+  return get(buffer, sizeof buffer) == 0 ? std::string(buffer) : std::string();
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+  schedsh::ParsedOptions parsed = schedsh::parse_options(arguments);
+  if (!parsed.error.empty()) {
+    std::cerr << "schedsh: " << parsed.error << "\nTry 'schedsh --help'.\n";
+    return 2;
+  }
+  const schedsh::Options &options = parsed.options;
+  if (options.help) {
+    std::cout << schedsh::kUsage;
+    return 0;
+  }
+
+  std::string runtime_dir = options.runtime_dir.value_or(default_directory(sysmgr_default_runtime_dir));
+  std::string state_dir = options.state_dir.value_or(default_directory(sysmgr_default_state_dir));
+  if (runtime_dir.empty() || state_dir.empty()) {
+    std::cerr << "schedsh: no default directory for the daemon: give --runtime-dir and --state-dir\n";
+    return 1;
+  }
+  // Encrypted passwords are made here, in the shell, with the daemon's device key.
+  secrets_device_key_path_set((state_dir + "/" SECRETS_DEVICE_KEY_NAME).c_str());
+  std::string socket_path = runtime_dir + "/" CMI_SOCKET_NAME;
+  cmi_session *session = cmi_session_open(socket_path.c_str());
+  if (!session) {
+    std::cerr << "schedsh: cannot use the daemon's socket path " << socket_path << "\n";
+    return 1;
+  }
+  if (options.timeout_seconds) cmi_session_timeout_set(session, *options.timeout_seconds * 1000u);
+
+  schedsh::CommandTable table;
+  schedsh::register_commands(table);
+  schedsh::LibraryBackend backend;
+  Shell shell(table, backend, schedsh::SessionInfo{session, schedsh::process_user_name(), options.debug}, std::cout,
+              std::cerr);
+
+  bool ok = true;
+  if (!options.commands.empty()) {
+    for (const std::string &command : options.commands) {
+      if (shell.finished()) break;
+      if (!shell.execute(command)) ok = false;
+    }
+  } else if (options.script) {
+    std::ifstream file(*options.script, std::ios::binary);
+    if (!file) {
+      std::cerr << "schedsh: cannot read " << *options.script << "\n";
+      cmi_session_close(session);
+      return 1;
+    }
+    ok = run_lines(shell, file);
+  } else if (isatty(STDIN_FILENO)) {
+    ok = schedsh::run_interactive(shell);
+  } else {
+    ok = run_lines(shell, std::cin);
+  }
+  if (!shell.finish()) ok = false;
+  std::cout.flush();
+  cmi_session_close(session);
+  return ok ? 0 : 1;
+}

@@ -1,0 +1,217 @@
+// The interpreter of command lines.
+#include "shell.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "tokenizer.h"
+
+namespace schedsh {
+
+namespace {
+
+constexpr std::size_t kShownWordLimit = 40;
+
+std::string_view without_line_end(std::string_view line) {
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+  return line;
+}
+
+std::vector<std::size_t> word_offsets(const TokenizedLine &line) {
+  std::vector<std::size_t> offsets;
+  offsets.reserve(line.words.size());
+  for (const Word &word : line.words) offsets.push_back(word.begin);
+  return offsets;
+}
+
+// Words before the cursor and the one being typed (empty after a blank).
+std::pair<std::vector<std::string>, std::string> split_for_help(std::string_view text) {
+  TokenizedLine line = tokenize(text);
+  std::vector<std::string> words = word_texts(line);
+  std::string partial;
+  if (!line.ends_in_blank && !words.empty()) {
+    partial = std::move(words.back());
+    words.pop_back();
+  }
+  return {std::move(words), std::move(partial)};
+}
+
+}  // namespace
+
+std::string printable_word(std::string_view word) {
+  std::string shown;
+  for (std::size_t i = 0; i < word.size() && i < kShownWordLimit; ++i) {
+    unsigned char c = static_cast<unsigned char>(word[i]);
+    if (c < 0x20 || c == 0x7f) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\x%02x", c);
+      shown += escaped;
+    } else {
+      shown += static_cast<char>(c);
+    }
+  }
+  if (word.size() > kShownWordLimit) shown += "...";
+  return shown;
+}
+
+Shell::Shell(const CommandTable &table, Backend &backend, SessionInfo session, std::ostream &out, std::ostream &err)
+    : table_(table), backend_(backend), session_(std::move(session)), out_(out), err_(err) {}
+
+std::string_view Shell::prompt() const { return mode_info(mode_).prompt; }
+
+bool Shell::execute(std::string_view raw) {
+  std::string_view line = without_line_end(raw);
+  if (line.find('\0') != std::string_view::npos) {
+    err_ << "% Invalid command: the line holds a NUL byte\n";
+    return false;
+  }
+  if (mode_info(mode_).raw_lines) return job_line(line);
+  std::string_view content = trim(line);
+  if (content.empty() || content.front() == '!') return true;
+  if (std::optional<std::string_view> before = help_request(line)) {
+    print_help(*before);
+    return true;
+  }
+
+  TokenizedLine tokens = tokenize(line);
+  std::vector<std::string> words = word_texts(tokens);
+  Match match = table_.match(mode_, words);
+  if (match.status != MatchStatus::Ok) {
+    if (std::optional<Mode> fallback = mode_info(mode_).falls_back_to) {
+      Match other = table_.match(*fallback, words);
+      if (other.status == MatchStatus::Ok) {
+        // A command of the enclosing mode leaves this one first, as it would have been typed there.
+        enter(*fallback);
+        match = std::move(other);
+      } else if (match.status == MatchStatus::Invalid && match.error_word == 0) {
+        match = std::move(other);
+      }
+    }
+  }
+  if (match.status != MatchStatus::Ok) {
+    report(match, words);
+    return false;
+  }
+  std::vector<std::size_t> offsets = word_offsets(tokens);
+  Arguments arguments(match, words, line, offsets);
+  return match.command->action(*this, arguments);
+}
+
+bool Shell::job_line(std::string_view line) {
+  if (trim(line) == "end-job") {
+    std::string name = std::move(job_);
+    std::string text = std::move(job_text_);
+    bool send = send_job_;
+    enter(Mode::Config);
+    if (!send) return true;
+    CommandContext context(session_, false);
+    return backend_.define_job(*context.get(), name, text) == 0;
+  }
+  if (send_job_) {
+    job_text_.append(line);
+    job_text_.push_back('\n');
+  }
+  return true;
+}
+
+bool Shell::finish() {
+  if (mode_ == Mode::Job && send_job_) {
+    err_ << "% Job " << printable_word(job_) << " has no end-job: its commands were not sent\n";
+    enter(Mode::Config);
+    return false;
+  }
+  return true;
+}
+
+void Shell::report(const Match &match, const std::vector<std::string> &words) {
+  std::string word = match.error_word < words.size() ? printable_word(words[match.error_word]) : std::string();
+  switch (match.status) {
+    case MatchStatus::Incomplete: err_ << "% Incomplete command\n"; break;
+    case MatchStatus::Ambiguous: err_ << "% Ambiguous command at '" << word << "'\n"; break;
+    default: err_ << "% Invalid command at '" << word << "'\n"; break;
+  }
+}
+
+Mode Shell::help_mode(const std::vector<std::string> &words, std::string_view partial) const {
+  std::optional<Mode> fallback = mode_info(mode_).falls_back_to;
+  if (fallback && table_.help(mode_, words, partial).empty()) return *fallback;
+  return mode_;
+}
+
+std::vector<HelpItem> Shell::help(std::string_view text) const {
+  if (mode_info(mode_).raw_lines) return {};
+  auto [words, partial] = split_for_help(text);
+  return table_.help(help_mode(words, partial), words, partial);
+}
+
+void Shell::print_help(std::string_view text) {
+  std::vector<HelpItem> items = help(text);
+  if (items.empty()) {
+    auto [words, partial] = split_for_help(text);
+    if (!partial.empty()) words.push_back(partial);
+    Match match = table_.match(help_mode(words, ""), words);
+    if (match.status == MatchStatus::Invalid || match.status == MatchStatus::Ambiguous) {
+      report(match, words);
+    } else {
+      err_ << "% No help for this line\n";
+    }
+    return;
+  }
+  std::size_t width = 0;
+  for (const HelpItem &item : items) width = std::max(width, item.word.size());
+  for (const HelpItem &item : items) {
+    std::string line = "  " + item.word;
+    if (!item.help.empty()) line += std::string(width - item.word.size() + 2, ' ') + item.help;
+    out_ << line << '\n';
+  }
+  out_.flush();
+}
+
+Shell::Completion Shell::complete(std::string_view text) const {
+  Completion completion;
+  if (mode_info(mode_).raw_lines) return completion;
+  TokenizedLine line = tokenize(text);
+  if (line.open_quote) return completion;
+  auto [words, partial] = split_for_help(text);
+  completion.partial = partial;
+  completion.candidates = table_.completions(mode_, words, partial);
+  if (completion.candidates.empty()) {
+    if (std::optional<Mode> fallback = mode_info(mode_).falls_back_to) {
+      completion.candidates = table_.completions(*fallback, words, partial);
+    }
+  }
+  return completion;
+}
+
+void Shell::enter(Mode mode) {
+  if (mode != Mode::Schedule) schedule_.clear();
+  if (mode != Mode::Job) {
+    job_.clear();
+    job_text_.clear();
+    send_job_ = false;
+  }
+  mode_ = mode;
+}
+
+void Shell::enter_job(std::string name, bool send) {
+  enter(Mode::Job);
+  job_ = std::move(name);
+  send_job_ = send;
+  if (!send) err_ << "% Lines up to end-job are ignored: the job was not created\n";
+}
+
+void Shell::enter_schedule(std::string name) {
+  enter(Mode::Schedule);
+  schedule_ = std::move(name);
+}
+
+void Shell::exit_mode() {
+  std::optional<Mode> parent = mode_info(mode_).parent;
+  if (parent) {
+    enter(*parent);
+  } else {
+    finished_ = true;
+  }
+}
+
+}  // namespace schedsh

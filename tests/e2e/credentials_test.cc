@@ -1,0 +1,116 @@
+// Job-execution credentials end to end: nss_wrapper names the shell's user, and remote users
+// are authenticated through the real PAM library with pam_wrapper and pam_matrix's users.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "processes.h"
+#include "schedcli/platform/secrets.h"
+#include "schedcli/platform/syserr.h"
+#include "schedcli/status.h"
+
+namespace e2e {
+namespace {
+
+// Local users are those the host's password file lists (root, everywhere); pam_matrix knows
+// the remote user alice with the password wonderland.
+const std::string kLocal = "root";
+const std::string kRemote = "alice";
+
+std::string error_line(uint32_t code) { return std::string("Error: ") + syserr2str(code) + "\n"; }
+
+class Credentials : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    write_file(daemon.directory() + "/group", "operators:x:" + std::to_string(getegid()) + ":\n");
+    // The daemon knows the caller by the same name, or it would refuse alice's credential.
+    ASSERT_TRUE(daemon.start(&why, as(kRemote))) << why;
+  }
+
+  // The environment in which this process's user is called `user`.
+  Environment as(const std::string &user) {
+    std::string passwd = daemon.directory() + "/passwd-" + user;
+    write_file(passwd, user + ":x:" + std::to_string(geteuid()) + ":" + std::to_string(getegid()) + "::/:/bin/sh\n");
+    Environment environment{{"TZ", "UTC"},
+                            {"NSS_WRAPPER_PASSWD", passwd},
+                            {"NSS_WRAPPER_GROUP", daemon.directory() + "/group"},
+                            {"PAM_WRAPPER", "1"},
+                            {"PAM_WRAPPER_SERVICE_DIR", E2E_PAM_SERVICE_DIR}};
+#ifdef __SANITIZE_ADDRESS__
+    // The sanitizer refuses deep binding. pam_wrapper 1.1.4 reads its switch under uid_wrapper's name.
+    environment["PAM_WRAPPER_DISABLE_DEEPBIND"] = "1";
+    environment["UID_WRAPPER_DISABLE_DEEPBIND"] = "1";
+    environment["NSS_WRAPPER_DISABLE_DEEPBIND"] = "1";
+#endif
+    preload(environment, std::string(E2E_PAM_WRAPPER_LIBRARY) + ":" + E2E_NSS_WRAPPER_LIBRARY);
+    return environment;
+  }
+
+  ShellRun configure_as(const std::string &user, const std::string &lines) {
+    return daemon.shell("configure terminal\n" + lines, {}, as(user));
+  }
+
+  // A type-7 text under the device key that the shell uses.
+  std::string encrypted(const char *password) {
+    secrets_device_key_path_set((daemon.directory() + "/state/" SECRETS_DEVICE_KEY_NAME).c_str());
+    char *text = nullptr;
+    uint32_t length = 0;
+    EXPECT_EQ(security_conf_encrypt(password, SECRETS_TYPE7, 0, 0, &text, &length), 0u);
+    std::string result = text ? text : "";
+    std::free(text);
+    return result;
+  }
+
+  Daemon daemon;
+  std::string why;
+};
+
+TEST_F(Credentials, ALocalUserNeedsNoStoredPasswordAndMayStoreNone) {
+  ShellRun run = configure_as(kLocal, "scheduler job name j1\nls\nend-job\nscheduler schedule name s1\njob name j1\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  ShellRun store = configure_as(kLocal, "scheduler aaa-authentication password secret\n");
+  EXPECT_EQ(store.err, error_line(SCH_STATUS_LOCAL_USER));
+  EXPECT_EQ(store.status, 1);
+  // Nor may a remote user store a password for a local one.
+  EXPECT_EQ(configure_as(kRemote, "scheduler aaa-authentication username root password secret\n").err,
+            error_line(SCH_STATUS_LOCAL_USER));
+}
+
+TEST_F(Credentials, ARemoteUserNeedsAStoredPasswordThatPamAccepts) {
+  ShellRun refused = configure_as(kRemote, "scheduler schedule name s1\n");
+  EXPECT_EQ(refused.err, error_line(SCH_STATUS_NO_CREDENTIAL));
+  EXPECT_EQ(refused.status, 1);
+  ShellRun wrong = configure_as(kRemote, "scheduler aaa-authentication password wonderlant\n");
+  EXPECT_EQ(wrong.err, error_line(SCH_STATUS_AUTH_FAILED));
+  EXPECT_EQ(wrong.status, 1);
+
+  ShellRun stored = configure_as(kRemote, "scheduler aaa-authentication password wonderland\n"
+                                          "scheduler schedule name s1\nend\nshow scheduler schedule\n");
+  EXPECT_EQ(stored.err, "");
+  EXPECT_EQ(stored.status, 0);
+  EXPECT_NE(stored.out.find("User Name           : alice\n"), std::string::npos) << stored.out;
+  // Deleting the password closes the gate again.
+  ShellRun deleted = configure_as(kRemote, "no scheduler aaa-authentication\nno scheduler schedule name s1\n");
+  EXPECT_EQ(deleted.err, error_line(SCH_STATUS_NO_CREDENTIAL));
+}
+
+TEST_F(Credentials, AnEncryptedPasswordIsCheckedAndATamperedOneRefused) {
+  std::string text = encrypted("wonderland");
+  ASSERT_FALSE(text.empty());
+  std::string tampered = text;
+  tampered[text.size() / 2] = tampered[text.size() / 2] == 'A' ? 'B' : 'A';
+  const std::string command = "scheduler aaa-authentication username alice password 7 ";
+  ShellRun refused = configure_as(kRemote, command + tampered + "\n");
+  EXPECT_EQ(refused.err, error_line(SCH_STATUS_AUTH_FAILED));
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(configure_as(kRemote, command + encrypted("wonderlant") + "\n").err, error_line(SCH_STATUS_AUTH_FAILED));
+  ShellRun accepted = configure_as(kRemote, command + text + "\nscheduler job name j1 ls\n");
+  EXPECT_EQ(accepted.err, "");
+  EXPECT_EQ(accepted.status, 0);
+}
+
+}  // namespace
+}  // namespace e2e

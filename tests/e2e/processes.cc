@@ -1,0 +1,185 @@
+// Child processes of the end-to-end tests.
+#include "processes.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+extern char **environ;
+
+namespace e2e {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int decode_status(int status) {
+  if (WIFEXITED(status)) return WEXITSTATUS(status);
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+}
+
+// Forks and execs `program` with its standard streams on the given files.
+pid_t spawn(const std::string &program, std::vector<std::string> arguments, const Environment &changes,
+            const std::string &input, const std::string &output, const std::string &errors) {
+  std::map<std::string, std::string> variables;
+  for (char **entry = environ; *entry; ++entry) {
+    std::string text = *entry;
+    std::size_t equals = text.find('=');
+    if (equals != std::string::npos) variables[text.substr(0, equals)] = text.substr(equals + 1);
+  }
+  for (const auto &[name, value] : changes) {
+    if (value.empty()) {
+      variables.erase(name);
+    } else {
+      variables[name] = value;
+    }
+  }
+  std::vector<std::string> env_strings;
+  for (const auto &[name, value] : variables) env_strings.push_back(name + "=" + value);
+  arguments.insert(arguments.begin(), program);
+  std::vector<char *> argv, envp;
+  for (std::string &text : arguments) argv.push_back(text.data());
+  for (std::string &text : env_strings) envp.push_back(text.data());
+  argv.push_back(nullptr);
+  envp.push_back(nullptr);
+  int in = open(input.c_str(), O_RDONLY | O_CLOEXEC);
+  int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  int err = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  pid_t pid = fork();
+  if (pid == 0) {
+    dup2(in, STDIN_FILENO);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    execve(program.c_str(), argv.data(), envp.data());
+    _exit(127);
+  }
+  for (int fd : {in, out, err}) close(fd);
+  return pid;
+}
+
+// Waits up to `limit` for the child; kills it after that. Its status as decode_status gives it.
+int wait_for(pid_t pid, std::chrono::seconds limit) {
+  auto deadline = Clock::now() + limit;
+  int status = 0;
+  while (waitpid(pid, &status, WNOHANG) == 0) {
+    if (Clock::now() > deadline) {
+      kill(pid, SIGKILL);
+      waitpid(pid, &status, 0);
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return decode_status(status);
+}
+
+}  // namespace
+
+Environment stopped_clock() {
+  Environment environment{{"TZ", "UTC"},
+                          {"FAKETIME", "1900000000"},
+                          {"FAKETIME_FMT", "%s"},
+                          {"DONT_FAKE_MONOTONIC", "1"},
+                          {"FAKETIME_DONT_FAKE_MONOTONIC", "1"}};
+  preload(environment, E2E_FAKETIME_LIBRARY);
+  return environment;
+}
+
+void preload(Environment &environment, const std::string &libraries) {
+  environment["LD_PRELOAD"] = libraries;
+  const char *asan = std::getenv("ASAN_OPTIONS");
+  environment["ASAN_OPTIONS"] = std::string(asan ? asan : "") + (asan ? ":" : "") + "verify_asan_link_order=0";
+}
+
+Daemon::Daemon() {
+  const char *base = std::getenv("TMPDIR");
+  std::string pattern = std::string(base && *base ? base : "/tmp") + "/schedsh-e2e-XXXXXX";
+  if (mkdtemp(pattern.data())) directory_ = pattern;
+}
+
+Daemon::~Daemon() {
+  stop();
+  std::error_code ignored;
+  if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
+}
+
+bool Daemon::start(std::string *why, const Environment &environment) {
+  pid_ = spawn(E2E_SCHEDD,
+               {"--foreground", "--state-dir", directory_ + "/state", "--runtime-dir", directory_ + "/run"},
+               environment, "/dev/null", directory_ + "/schedd.log", directory_ + "/schedd.log");
+  auto deadline = Clock::now() + std::chrono::seconds(20);
+  while (Clock::now() < deadline) {
+    if (log().find("serving on") != std::string::npos) return true;
+    int status = 0;
+    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+      pid_ = -1;
+      *why = "the daemon ended (" + std::to_string(decode_status(status)) + "): " + log();
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  *why = "the daemon did not serve within 20 s: " + log();
+  return false;
+}
+
+int Daemon::stop() {
+  if (pid_ <= 0) return -1;
+  kill(pid_, SIGCONT);
+  kill(pid_, SIGTERM);
+  int status = wait_for(pid_, std::chrono::seconds(10));
+  pid_ = -1;
+  return status;
+}
+
+void Daemon::signal(int number) {
+  if (pid_ > 0) kill(pid_, number);
+}
+
+void Daemon::reap() {
+  if (pid_ > 0) waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+}
+
+std::string Daemon::log() const { return read_file(directory_ + "/schedd.log"); }
+
+ShellRun Daemon::shell(const std::string &input, const std::vector<std::string> &arguments,
+                       const Environment &environment) const {
+  static std::atomic<int> runs{0};
+  std::string base = directory_ + "/shell" + std::to_string(runs++);
+  write_file(base + ".in", input);
+  std::vector<std::string> all{"--runtime-dir", directory_ + "/run", "--state-dir", directory_ + "/state"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  pid_t pid = spawn(E2E_SCHEDSH, all, environment, base + ".in", base + ".out", base + ".err");
+  ShellRun run;
+  run.status = wait_for(pid, std::chrono::seconds(60));
+  run.out = read_file(base + ".out");
+  run.err = read_file(base + ".err");
+  return run;
+}
+
+std::string user_name() {
+  struct passwd *entry = getpwuid(geteuid());
+  return entry && entry->pw_name ? entry->pw_name : "";
+}
+
+std::string read_file(const std::string &path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+void write_file(const std::string &path, const std::string &text) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+}  // namespace e2e

@@ -1,0 +1,63 @@
+// Running the real daemon and the real shell from a test.
+#ifndef TESTS_E2E_PROCESSES_H
+#define TESTS_E2E_PROCESSES_H
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace e2e {
+
+// Changes to the test's own environment for a child; an empty value removes the variable.
+using Environment = std::map<std::string, std::string>;
+
+// The clock of the transcripts: stopped at 1900000000 (Sun Mar 17 17:46:40 2030 UTC) by the
+// preloaded libfaketime; the monotonic clock, which timeouts use, still runs.
+Environment stopped_clock();
+// Preloads `libraries` (colon-separated); the sanitizer runtime is told to accept that.
+void preload(Environment &environment, const std::string &libraries);
+
+struct ShellRun {
+  std::string out, err;
+  int status = -1;   // exit status, or 128 + the signal that ended it
+};
+
+// A temporary directory (removed at the end) with a daemon in the foreground on "<dir>/state"
+// and "<dir>/run", its output in "<dir>/schedd.log".
+class Daemon {
+ public:
+  Daemon();
+  ~Daemon();
+  Daemon(const Daemon &) = delete;
+  Daemon &operator=(const Daemon &) = delete;
+
+  const std::string &directory() const { return directory_; }
+  // Starts it and waits until it serves; false, with the reason in `why`, when it does not.
+  bool start(std::string *why, const Environment &environment = stopped_clock());
+  // SIGTERM and wait: the exit status (0 for a clean stop), or -1 when it was not running.
+  int stop();
+  void signal(int number);
+  // Waits for it to end after a signal that ends it.
+  void reap();
+  std::string log() const;
+
+  // Runs the shell against this daemon with `input` on its standard input and `arguments` after
+  // the directory options; a run that takes over 60 s is killed.
+  ShellRun shell(const std::string &input, const std::vector<std::string> &arguments = {},
+                 const Environment &environment = stopped_clock()) const;
+
+ private:
+  std::string directory_;
+  pid_t pid_ = -1;
+};
+
+// The login name of the effective user, as the programs see it without wrappers.
+std::string user_name();
+std::string read_file(const std::string &path);
+void write_file(const std::string &path, const std::string &text);
+
+}  // namespace e2e
+
+#endif

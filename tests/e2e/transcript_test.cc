@@ -1,0 +1,56 @@
+// Golden transcripts: a script on the shell's standard input against a fresh daemon, compared
+// with the expected standard output, standard error and exit status.
+//
+// The clock is stopped (see stopped_clock), so every time in the output is fixed. Expected files
+// write the user's name as {{user}}. SCHEDSH_E2E_UPDATE=1 rewrites them from the actual output.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "processes.h"
+
+namespace e2e {
+namespace {
+
+std::string replaced(std::string text, const std::string &from, const std::string &to) {
+  for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+  return text;
+}
+
+struct Transcript {
+  const char *name;
+  int status;
+};
+
+class Transcripts : public ::testing::TestWithParam<Transcript> {};
+
+TEST_P(Transcripts, MatchTheExpectedOutput) {
+  Daemon daemon;
+  std::string why;
+  ASSERT_TRUE(daemon.start(&why)) << why;
+  std::string base = std::string(E2E_TRANSCRIPTS) + "/" + GetParam().name;
+  ShellRun run = daemon.shell(read_file(base + ".cmds"));
+  const std::string user_line = "User Name           : ";
+  auto expected = [&](const char *kind) {
+    if (std::getenv("SCHEDSH_E2E_UPDATE")) {
+      write_file(base + kind, replaced(kind[1] == 'o' ? run.out : run.err, user_line + user_name(),
+                                       user_line + "{{user}}"));
+    }
+    return replaced(read_file(base + kind), user_line + "{{user}}", user_line + user_name());
+  };
+  EXPECT_EQ(run.out, expected(".out"));
+  EXPECT_EQ(run.err, expected(".err"));
+  EXPECT_EQ(run.status, GetParam().status);
+  EXPECT_EQ(daemon.stop(), 0) << daemon.log();
+}
+
+INSTANTIATE_TEST_SUITE_P(Shell, Transcripts,
+                         ::testing::Values(Transcript{"help_and_modes", 1}, Transcript{"jobs", 1},
+                                           Transcript{"schedules", 1}, Transcript{"paste_back", 0}),
+                         [](const ::testing::TestParamInfo<Transcript> &info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace e2e

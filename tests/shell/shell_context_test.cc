@@ -1,0 +1,154 @@
+// What each command hands its handler: parameters in order with their kinds, code, no flag.
+#include <gtest/gtest.h>
+
+#include "cli/request.h"
+#include "shell_testing.h"
+
+namespace schedsh::testing {
+namespace {
+
+using Values = std::vector<std::string>;
+
+class Contexts : public ShellTest {
+ protected:
+  // Runs one line and returns the one call it made.
+  Call call_of(const std::string &line, bool expect_ok = true) {
+    backend.calls.clear();
+    EXPECT_EQ(shell.execute(line), expect_ok) << line << ": " << err.str();
+    EXPECT_EQ(backend.calls.size(), 1u) << line;
+    return backend.calls.empty() ? Call{} : backend.calls.front();
+  }
+};
+
+TEST_F(Contexts, EveryContextCarriesTheSession) {
+  Call call = call_of("show scheduler job");
+  EXPECT_EQ(call.context.session, test_session());
+  EXPECT_STREQ(call.context.user, "operator");
+  EXPECT_EQ(call.context.param_count, 0);
+  EXPECT_EQ(call.context.debug, 0);
+  // The debug command reaches every later context, and its no form ends it.
+  ASSERT_TRUE(run({"debug scheduler"}));
+  EXPECT_EQ(call_of("show scheduler schedule name s1").context.debug, 1);
+  ASSERT_TRUE(run({"no debug scheduler"}));
+  EXPECT_EQ(call_of("show scheduler schedule").context.debug, 0);
+  // A user name longer than its field is cut there.
+  Shell other(table(), backend, SessionInfo{nullptr, std::string(40, 'u'), true}, out, err);
+  ASSERT_TRUE(other.execute("show scheduler job"));
+  EXPECT_EQ(std::string(backend.last().context.user), std::string(SCH_CLI_USER_SIZE - 1, 'u'));
+}
+
+TEST_F(Contexts, JobAndScheduleCommands) {
+  EXPECT_EQ(call_of("show scheduler job name j1").params, (std::vector<RecordedParam>{{0, SCH_VALUE_STRING, "j1"}}));
+  backend.results["show_jobs"] = 1;   // a display that failed fails the command
+  call_of("show scheduler job", false);
+  struct Case {
+    const char *line, *handler;
+    Values values;
+    bool no_flag;
+  };
+  for (const Case &c : {Case{"no scheduler job name j1", "create_delete_job", {"j1"}, true},
+                        Case{"scheduler schedule name s1", "create_delete_schedule", {"s1"}, false},
+                        Case{"no scheduler schedule name s1", "create_delete_schedule", {"s1"}, true}}) {
+    shell.enter(Mode::Config);
+    Call call = call_of(c.line);
+    EXPECT_EQ(call.handler, c.handler) << c.line;
+    EXPECT_EQ(call.values(), c.values) << c.line;
+    EXPECT_EQ(call.context.no_flag, c.no_flag) << c.line;
+  }
+  shell.enter(Mode::Config);
+  // The one-line form creates the job, then hands over the rest of the line exactly as typed.
+  backend.calls.clear();
+  ASSERT_TRUE(run({"scheduler job name j2 echo  a ; date;x ;  "}));
+  ASSERT_EQ(backend.calls.size(), 2u);
+  EXPECT_EQ(backend.calls[0].handler, "create_delete_job");
+  EXPECT_EQ(backend.calls[1].handler, "semicolon_define_job");
+  EXPECT_EQ(backend.calls[1].values(), (Values{"j2", "echo  a ; date;x ;"}));
+  // A job that cannot be created is not defined.
+  backend.calls.clear();
+  backend.results["create_delete_job"] = 255;
+  EXPECT_FALSE(run({"scheduler job name j2 ls"}));
+  EXPECT_EQ(backend.calls.size(), 1u);
+}
+
+TEST_F(Contexts, ScheduleModeCommandsNameTheScheduleFirst) {
+  to_schedule("nightly");
+  struct Case {
+    const char *line;
+    uint32_t code;
+    Values values;
+    bool no_flag;
+  };
+  for (const Case &c : {
+           Case{"job name backup", SCH_MODIFY_JOB, {"nightly", "backup"}, false},
+           Case{"no job name backup", SCH_MODIFY_JOB, {"nightly", "backup"}, true},
+           Case{"time daily 02:30", SCH_MODIFY_DAILY, {"nightly", "02:30"}, false},
+           Case{"time weekly Mon:02:30", SCH_MODIFY_WEEKLY, {"nightly", "Mon:02:30"}, false},
+           Case{"time monthly 15:02:30", SCH_MODIFY_MONTHLY, {"nightly", "15:02:30"}, false},
+           Case{"time start 2030:Jan:01:00:00", SCH_MODIFY_ONESHOT, {"nightly", "2030:Jan:01:00:00"}, false},
+           Case{"time start +1:00 repeat 0:30", SCH_MODIFY_START_REPEAT, {"nightly", "+1:00", "0:30"}, false},
+           // Without a start time the handler is told so by the two parameters.
+           Case{"time start now repeat 1:00:00", SCH_MODIFY_START_REPEAT, {"nightly", "1:00:00"}, false},
+           // The handler itself refuses the no form of a time, with its own message.
+           Case{"no time daily 02:30", SCH_MODIFY_DAILY, {"nightly", "02:30"}, true},
+       }) {
+    Call call = call_of(c.line);
+    EXPECT_EQ(call.handler, "modify_schedule") << c.line;
+    EXPECT_EQ(call.context.command_code, c.code) << c.line;
+    EXPECT_EQ(call.values(), c.values) << c.line;
+    EXPECT_EQ(call.context.param_count, c.values.size()) << c.line;
+    EXPECT_EQ(call.context.no_flag, c.no_flag) << c.line;
+  }
+  Call add = call_of("email-addr ops@example.com");
+  EXPECT_EQ(add.handler, "modify_schedule_emailaddr");
+  EXPECT_EQ(add.values(), (Values{"nightly", "ops@example.com"}));
+  EXPECT_EQ(call_of("no email-addr ops@example.com").context.no_flag, 1);
+  EXPECT_EQ(shell.mode(), Mode::Schedule);
+  backend.results["modify_schedule"] = static_cast<uint32_t>(-1);   // a refused time
+  call_of("time daily 25:00", false);
+}
+
+TEST_F(Contexts, CredentialParametersCarryTheirKinds) {
+  ASSERT_TRUE(run({"configure terminal"}));
+  const uint32_t s = SCH_VALUE_STRING;
+  struct Case {
+    const char *line;
+    std::vector<RecordedParam> params;
+  };
+  for (const Case &c : {
+           Case{"scheduler aaa-authentication password secret", {{SCH_PARAM_CLEAR_PASSWORD, s, "secret"}}},
+           Case{"scheduler aaa-authentication password 0 secret", {{SCH_PARAM_CLEAR_PASSWORD, s, "secret"}}},
+           Case{"scheduler aaa-authentication username bob password 7 AbC=",
+                {{SCH_PARAM_USER_NAME, s, "bob"}, {SCH_PARAM_ENCRYPTED_PASSWORD, s, "AbC="}}},
+           Case{"no scheduler aaa-authentication username bob", {{SCH_PARAM_USER_NAME, s, "bob"}}},
+           Case{"no scheduler aaa-authentication", {}},
+       }) {
+    Call call = call_of(c.line);
+    EXPECT_EQ(call.handler, "aaa_auth_passwd") << c.line;
+    EXPECT_EQ(call.params, c.params) << c.line;
+    EXPECT_EQ(call.context.no_flag, c.line[0] == 'n') << c.line;
+  }
+  // This handler's success is 8; anything else is a failure.
+  backend.results["aaa_auth_passwd"] = 0;
+  call_of("scheduler aaa-authentication password secret", false);
+}
+
+TEST_F(Contexts, ValuesLongerThanTheirFieldAreRefusedNotCut) {
+  std::string longest(SCH_NAME_SIZE - 1, 'n'), too_long(SCH_NAME_SIZE, 'n');
+  const std::string refused = "% Name too long: at most 31 characters\n";
+  EXPECT_EQ(call_of("show scheduler job name " + longest).values(), Values{longest});
+  backend.calls.clear();
+  EXPECT_FALSE(run({"show scheduler job name " + too_long, "configure terminal",
+                    "scheduler job name " + too_long + " ls", "scheduler schedule name " + too_long}));
+  EXPECT_EQ(err.str(), refused + refused + refused);
+  // The lines of a job refused so are still kept from running as commands.
+  EXPECT_FALSE(run({"scheduler job name " + too_long, "no scheduler schedule name s1", "end-job",
+                    "scheduler schedule name s1", "email-addr " + std::string(SCH_EMAIL_SIZE, 'e')}));
+  ASSERT_EQ(backend.calls.size(), 1u);
+  EXPECT_EQ(backend.last().handler, "create_delete_schedule");
+  EXPECT_EQ(err.str(), refused + refused + refused + refused +
+                           "% Lines up to end-job are ignored: the job was not created\n"
+                           "% Email address too long: at most 63 characters\n");
+}
+
+}  // namespace
+}  // namespace schedsh::testing
