@@ -12,13 +12,7 @@
 
 namespace cli_testing {
 
-using sch::testing::Bytes;
-using sch::testing::capture;
-using sch::testing::Command;
-using sch::testing::error_line;
-using sch::testing::image;
-using sch::testing::kLocalUser;
-using sch::testing::Output;
+using namespace sch::testing;
 constexpr const char *kRemoteUser = "rita";
 constexpr uint32_t kRefused = static_cast<uint32_t>(-1);
 
@@ -45,12 +39,12 @@ class CliTest : public ::testing::Test {
   // Every request so far, as received, and the service and opcode of each.
   std::vector<Bytes> requests() const {
     std::vector<Bytes> bytes;
-    for (const sch::testing::Received &received : daemon_.requests()) bytes.push_back(received.bytes);
+    for (const Received &received : daemon_.requests()) bytes.push_back(received.bytes);
     return bytes;
   }
   std::vector<std::pair<uint32_t, uint32_t>> services() const {
     std::vector<std::pair<uint32_t, uint32_t>> pairs;
-    for (const sch::testing::Received &received : daemon_.requests()) pairs.emplace_back(received.service, received.opcode);
+    for (const Received &received : daemon_.requests()) pairs.emplace_back(received.service, received.opcode);
     return pairs;
   }
 
@@ -68,7 +62,7 @@ class CliTest : public ::testing::Test {
     return run(handler, command);
   }
 
-  sch::testing::FakeDaemon daemon_;
+  FakeDaemon daemon_;
   cmi_session *session_ = daemon_.session();
   Output output_;
 };

@@ -9,11 +9,7 @@
 
 namespace config_testing {
 
-using sch::testing::Bytes;
-using sch::testing::Command;
-using sch::testing::error_line;
-using sch::testing::image;
-using sch::testing::Received;
+using namespace sch::testing;
 
 class ConfigTest : public ::testing::Test {
  protected:
@@ -21,7 +17,7 @@ class ConfigTest : public ::testing::Test {
   template <typename Result>
   Result run(Result (*handler)(sch_cli_context *), Command &command) {
     Result result{};
-    auto output = sch::testing::capture([&] { result = handler(&command.context); });
+    auto output = capture([&] { result = handler(&command.context); });
     out_ = output.out;
     err_ = output.err;
     return result;
@@ -33,7 +29,7 @@ class ConfigTest : public ::testing::Test {
   }
   std::vector<Received> requests() const { return daemon_.requests(); }
 
-  sch::testing::FakeDaemon daemon_;
+  FakeDaemon daemon_;
   std::string out_, err_;
 };
 
