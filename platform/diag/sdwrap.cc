@@ -5,9 +5,11 @@
 #include <bitset>
 #include <cstdarg>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 
+#include "schedcli/platform/acfg.h"
 #include "schedcli/platform/mtrack.h"
 
 namespace {
@@ -129,12 +131,20 @@ void sdwrap_history_dump(FILE *out) {
       out);
 }
 
-int sdwrap_debug_dump(void * /*session*/, FILE *out, const char *what) {
-  if (what && std::strcmp(what, "mtrack_dump_memstats") == 0) {
-    mtrack_dump_memstats(out ? out : stdout);
+int sdwrap_debug_dump(void *session, FILE *out, const char *what) {
+  if (!what || std::strcmp(what, "mtrack_dump_memstats") != 0) return -1;
+  out = out ? out : stdout;
+  if (!session) {
+    mtrack_dump_memstats(out);
     return 0;
   }
-  return -1;
+  // With a session the statistics wanted are the daemon's, which keeps the database.
+  char *text = nullptr;
+  size_t length = 0;
+  if (acfg_request_memory_stats(static_cast<cmi_session *>(session), &text, &length) != 0) return -1;
+  std::fwrite(text, 1, length, out);
+  std::free(text);
+  return 0;
 }
 
 int sdwrap_dbg_clean(void * /*context*/) {

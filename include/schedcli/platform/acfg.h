@@ -15,6 +15,7 @@
 #include <stdint.h>
 
 #include "schedcli/export.h"
+#include "schedcli/platform/cmi.h"
 
 SCHED_BEGIN_DECLS
 
@@ -66,6 +67,30 @@ SCHED_EXPORT uint32_t acfg_elem_group_config_str_add(acfg_handle *handle, uint32
 /* Renders the response into message->response and releases the handle. `context` is the host's
  * and handed on unchanged. */
 SCHED_EXPORT uint32_t acfg_respond(acfg_handle *handle, void *context, acfg_message *message);
+
+/* ---- Requests between the shell and the daemon that hosts the generator ----
+ *
+ * The daemon serves ACFG_SERVICE. Payloads carry no integers wider than a byte, so they need no
+ * byte order: a configuration-text request is [kind byte, filter byte]; a logging-level request is
+ * [level byte] (ACFG_LEVEL_DEFAULT restores the default) followed by the facility name. */
+
+#define ACFG_SERVICE 5954u
+#define ACFG_OP_CONFIG_TEXT 1u     /* answered by a stream of text parts */
+#define ACFG_OP_COPY_STARTUP 2u    /* copy running-config startup-config */
+#define ACFG_OP_MEMORY_STATS 3u    /* the daemon's tracked-allocation statistics as text */
+#define ACFG_OP_LOGGING_LEVEL 4u
+#define ACFG_LEVEL_DEFAULT 0xFFu
+
+/* Asks for the running (ACFG_CFG_RUNNING) or startup (ACFG_CFG_STARTUP) configuration text and
+ * gathers the reply stream into *text (malloc'ed, terminated; *length without the NUL). */
+SCHED_EXPORT uint32_t acfg_request_config_text(cmi_session *session, uint32_t cfg_type, uint32_t filter_mode,
+                                               char **text, size_t *length);
+/* Asks the daemon to copy the running configuration to the startup configuration and waits. */
+SCHED_EXPORT uint32_t acfg_request_copy_startup(cmi_session *session);
+/* Asks for the daemon's memory statistics text (*text malloc'ed, terminated). */
+SCHED_EXPORT uint32_t acfg_request_memory_stats(cmi_session *session, char **text, size_t *length);
+/* Sets a facility's logging level (0..7), or restores its default with ACFG_LEVEL_DEFAULT. */
+SCHED_EXPORT uint32_t acfg_request_logging_level(cmi_session *session, const char *facility, uint32_t level);
 
 SCHED_END_DECLS
 

@@ -44,8 +44,9 @@ SCHED_EXPORT size_t sdwrap_history_walk(sdwrap_history_visitor visit, void *cont
  * "[level] text" each. */
 SCHED_EXPORT void sdwrap_history_dump(FILE *out);
 
-/* Runs a named dump ("mtrack_dump_memstats" is known) into `out`. Returns 0, or -1 when the
- * name is unknown. */
+/* Runs a named dump ("mtrack_dump_memstats" is known) into `out` (standard output when NULL):
+ * this process's when `session` is NULL, else the daemon's, asked through that cmi_session.
+ * Returns 0, or -1 when the name is unknown or the daemon cannot be asked. */
 SCHED_EXPORT int sdwrap_debug_dump(void *session, FILE *out, const char *what);
 /* Release of the debug facility at shutdown: levels off, history emptied. Return 0. */
 SCHED_EXPORT int sdwrap_dbg_clean(void *context);
