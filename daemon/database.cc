@@ -3,7 +3,9 @@
 
 #include <bit>
 #include <cstring>
+#include <vector>
 
+#include "pss/store_walk.h"
 #include "schedcli/platform/mtrack.h"
 
 namespace schedd {
@@ -85,6 +87,32 @@ void free_database() {
   sch_free_config(database());
   sch_free_schedule_email_list(&sch_schedule_email_list);
   sch_free_user_config(&sch_uname_q);
+}
+
+bool delete_every_record(pss2_handle store) {
+  // The keys are taken first: a walk over records being deleted would depend on the cursor.
+  std::vector<std::vector<uint8_t>> keys;
+  sch::pss::walk_store(store, [&](pss2_datum key) {
+    const auto *bytes = static_cast<const uint8_t *>(key.data);
+    if (bytes) keys.emplace_back(bytes, bytes + key.length);
+    return true;
+  });
+  bool all_deleted = true;
+  for (std::vector<uint8_t> &key : keys) {
+    pss2_datum key_datum{key.data(), static_cast<int32_t>(key.size())};
+    all_deleted = deleted(pss2_delete(store, &key_datum, 1)) && all_deleted;
+  }
+  // A walk cut short by a failed read leaves records behind.
+  pss2_handle walked = store;
+  return all_deleted && pss2_move2location(&walked, 1, PSS2_LOCATION_FIRST, nullptr) == PSS2_ERR_END;
+}
+
+sch_email_transport_conf default_transport() {
+  sch_email_transport_conf conf{};
+  conf.smtp_reserved = 1;  // an IPv4 address
+  conf.smtp_port = SCH_SMTP_PORT_DEFAULT;
+  std::memcpy(conf.vrf, "management", sizeof "management");
+  return conf;
 }
 
 }  // namespace schedd

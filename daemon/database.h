@@ -49,6 +49,14 @@ GList *schedule_element(sch_schedule_entry *entry);
 // Releases the whole live database: jobs, schedules, email entries and credentials.
 void free_database();
 
+// Deletes every record of the store; for a batch (see durably). False when one could not be
+// deleted or the store could not be walked to the end.
+bool delete_every_record(pss2_handle store);
+
+// The email transport with nothing configured: no addresses or server, server kind IPv4, port 25,
+// VRF "management".
+sch_email_transport_conf default_transport();
+
 }  // namespace schedd
 
 #endif

@@ -5,6 +5,9 @@
 #include <cctype>
 
 #include "debug.h"
+#include "schedcli/db.h"
+#include "schedcli/platform/acfg.h"
+#include "schedcli/platform/feature.h"
 #include "schedcli/wire.h"
 
 namespace schedd {
@@ -38,6 +41,28 @@ constexpr std::array kKinds = {
                 false, schedule_display},
     RequestKind{SCH_REQ_GET_JOBS, SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY, sizeof(sch_display_request), false, false,
                 job_display},
+    RequestKind{SCH_REQ_LOG_SIZE, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, sizeof(sch_log_file_request), false, true,
+                log_file_size},
+    RequestKind{SCH_REQ_LOG_NAME, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, sizeof(sch_log_file_request), false, true,
+                log_file_name},
+    RequestKind{SCH_REQ_LOG_CLEAR, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, sizeof(sch_log_file_request), false, true,
+                log_file_clear},
+    RequestKind{SCH_REQ_GET_LOG_CONFIG, SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY, sizeof(sch_request_header), false,
+                false, log_file_config},
+    RequestKind{SCH_REQ_EMAIL_FROM, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, sizeof(sch_transport_request), false,
+                true, email_transport},
+    RequestKind{SCH_REQ_NO_EMAIL_FROM, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, sizeof(sch_transport_request), false,
+                true, email_transport},
+    RequestKind{SCH_REQ_EMAIL_REPLY_TO, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, sizeof(sch_transport_request), false,
+                true, email_transport},
+    RequestKind{SCH_REQ_NO_EMAIL_REPLY_TO, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, sizeof(sch_transport_request),
+                false, true, email_transport},
+    RequestKind{SCH_REQ_EMAIL_SMTP, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, sizeof(sch_transport_request), false,
+                true, email_transport},
+    RequestKind{SCH_REQ_NO_EMAIL_SMTP, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, sizeof(sch_transport_request), false,
+                true, email_transport},
+    RequestKind{SCH_REQ_GET_EMAIL_TRANSPORT, SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE,
+                sizeof(sch_request_header), false, false, email_transport_config},
     RequestKind{SCH_REQ_SCHEDULE_EMAIL, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, sizeof(sch_schedule_email_request),
                 false, true, schedule_email},
     // A credential fetch changes nothing, but it shares its type with store and delete.
@@ -70,6 +95,8 @@ bool valid_new_name(std::string_view name) {
 }
 
 Reply dispatch(uint32_t service, uint32_t opcode, RequestBytes request, const Caller &caller, bool standby) {
+  if (service == FM_SERVICE) return feature_request(opcode, request, standby);
+  if (service == ACFG_SERVICE) return configuration_request(opcode, request, standby);
   sch_request_header header;
   if (sch_wire_decode(SCH_WIRE_REQUEST_HEADER, request.data(), request.size(), &header) != 0) {
     return status_reply(SCH_STATUS_BAD_REQUEST);
@@ -86,6 +113,8 @@ Reply dispatch(uint32_t service, uint32_t opcode, RequestBytes request, const Ca
   if (standby && kind->changes && !(kind->type == SCH_REQ_USER_CREDENTIAL && credential_fetch(request))) {
     return status_reply(SCH_STATUS_STANDBY);
   }
+  // A standby restores nothing, its feature flag included; it serves what it has.
+  if (!standby && !scheduler_enabled) return status_reply(SCH_STATUS_FEATURE_DISABLED);
   return kind->handle(request, caller);
 }
 

@@ -10,7 +10,9 @@
 namespace schedd {
 
 // Answers one request. `standby` refuses every change, since a standby's stores belong to the
-// active daemon. Never fails: a request that does not hold up gets its status.
+// active daemon. While the scheduler feature is off, every scheduler request record is refused;
+// the feature manager's and the configuration framework's requests go to their own handlers.
+// Never fails: a request that does not hold up gets its status.
 Reply dispatch(uint32_t service, uint32_t opcode, RequestBytes request, const Caller &caller, bool standby);
 
 }  // namespace schedd

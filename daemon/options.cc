@@ -15,13 +15,14 @@ namespace schedd {
 
 namespace {
 
-enum OptionCode { kStateDir = 1, kRuntimeDir, kForeground, kStandby, kDebug, kHelp };
+enum OptionCode { kStateDir = 1, kRuntimeDir, kForeground, kStandby, kEnableFeature, kDebug, kHelp };
 
 constexpr option kOptions[] = {
     {"state-dir", required_argument, nullptr, kStateDir},
     {"runtime-dir", required_argument, nullptr, kRuntimeDir},
     {"foreground", no_argument, nullptr, kForeground},
     {"standby", no_argument, nullptr, kStandby},
+    {"enable-feature", no_argument, nullptr, kEnableFeature},
     {"debug", required_argument, nullptr, kDebug},
     {"help", no_argument, nullptr, kHelp},
     {nullptr, 0, nullptr, 0},
@@ -87,6 +88,9 @@ Parsed parse_options(int argc, char **argv, Options *options, std::string *error
       case kStandby:
         options->standby = true;
         break;
+      case kEnableFeature:
+        options->enable_feature = true;
+        break;
       case kDebug: {
         int level;
         if (!parse_level(optarg, &level)) {
@@ -108,6 +112,10 @@ Parsed parse_options(int argc, char **argv, Options *options, std::string *error
     *error = std::string("unexpected argument ") + argv[optind];
     return Parsed::usage_error;
   }
+  if (options->standby && options->enable_feature) {
+    *error = "--enable-feature changes the configuration, which a standby does not";
+    return Parsed::usage_error;
+  }
   if (options->state_dir.empty() && !default_directory(sysmgr_default_state_dir, &options->state_dir, error)) {
     return Parsed::usage_error;
   }
@@ -124,10 +132,12 @@ Parsed parse_options(int argc, char **argv, Options *options, std::string *error
 void print_usage(std::FILE *out) {
   std::fputs(
       "Usage: schedd [OPTION]...\n"
-      "The scheduler daemon: keeps the scheduler's jobs, schedules, email addresses and\n"
-      "credentials in its stores and serves the scheduler shell's requests on its socket.\n"
+      "The scheduler daemon: keeps the scheduler's jobs, schedules, email addresses,\n"
+      "credentials, log file and mail transport, and serves the scheduler shell's\n"
+      "requests on its socket.\n"
       "\n"
-      "  --state-dir DIR     startup configuration, debug stores and device key\n"
+      "  --state-dir DIR     startup configuration, debug stores, device key and the\n"
+      "                      log file scheduler_circular_log.dat\n"
       "                      (default /var/lib/schedcli for root, else\n"
       "                      $XDG_STATE_HOME/schedcli or ~/.local/state/schedcli)\n"
       "  --runtime-dir DIR   running stores and the socket schedd.sock; a missing\n"
@@ -138,6 +148,8 @@ void print_usage(std::FILE *out) {
       "                      standard error\n"
       "  --standby           start as the standby: open the stores, restore nothing,\n"
       "                      refuse changes\n"
+      "  --enable-feature    turn the scheduler feature on at start when it is off,\n"
+      "                      as 'feature scheduler' does (for set-ups without a shell)\n"
       "  --debug LEVEL       write debug output of LEVEL (0-255, or 'all'; the\n"
       "                      scheduler uses 100 start-up, 102 details, 103 records\n"
       "                      and requests); may be repeated. Detached, the output\n"

@@ -13,6 +13,7 @@ struct Options {
   std::string runtime_dir;  // absolute
   bool foreground = false;
   bool standby = false;
+  bool enable_feature = false;  // turn the scheduler feature on at start, as 'feature scheduler' does
   std::vector<int> debug_levels;  // -1 stands for every level
 };
 

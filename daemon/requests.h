@@ -23,9 +23,12 @@ struct Caller {
 };
 
 // A reply: the status the client's call returns and the payload it hands over (often none).
+// A streamed reply goes out as a reply stream in parts, closed with the status; its payload may
+// be larger than one message can carry.
 struct Reply {
   uint32_t status = 0;
   std::vector<uint8_t> payload;
+  bool streamed = false;
 };
 
 inline Reply status_reply(uint32_t status) { return Reply{status, {}}; }
@@ -50,6 +53,20 @@ Reply user_credential_list(RequestBytes request, const Caller &caller);
 // Display cursors (types 6 and 7).
 Reply schedule_display(RequestBytes request, const Caller &caller);
 Reply job_display(RequestBytes request, const Caller &caller);
+// The log file: size, name, clear (types 9, 10, 11) and its size for display (type 12).
+Reply log_file_size(RequestBytes request, const Caller &caller);
+Reply log_file_name(RequestBytes request, const Caller &caller);
+Reply log_file_clear(RequestBytes request, const Caller &caller);
+Reply log_file_config(RequestBytes request, const Caller &caller);
+// The email transport (types 13 to 18) and its display (type 19).
+Reply email_transport(RequestBytes request, const Caller &caller);
+Reply email_transport_config(RequestBytes request, const Caller &caller);
+
+// Requests that are not request records, each with its own payload. `standby` as for dispatch.
+// The feature manager's request (FM_SERVICE): the opcode is the action.
+Reply feature_request(uint32_t opcode, std::span<const uint8_t> payload, bool standby);
+// The configuration framework's requests (ACFG_SERVICE).
+Reply configuration_request(uint32_t opcode, std::span<const uint8_t> payload, bool standby);
 
 // A text field holds its terminator within its width.
 template <size_t N>

@@ -7,7 +7,9 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "requests.h"
 
@@ -29,20 +31,40 @@ class Server {
   void run();
 
  private:
+  // A streamed reply still going out: the client's socket takes it as the client reads.
+  struct Stream {
+    uint32_t token = 0;
+    uint32_t status = 0;
+    std::vector<uint8_t> payload;
+    size_t sent = 0;
+  };
+
   struct Client {
     int fd = -1;
-    guint watch = 0;
+    guint watch = 0;  // for requests, or for room to send while a stream is out
+    guint stall_timer = 0;  // while a stream is out: drops a client that stopped reading
     bool caller_known = false;
     Caller caller;
+    std::optional<Stream> stream;
   };
+
+  enum class Served { next, streaming, drop };
+  enum class Sent { done, waiting, failed };
 
   static gboolean on_signal(gpointer self);
   static gboolean on_listen(gint fd, GIOCondition condition, gpointer self);
   static gboolean on_client(gint fd, GIOCondition condition, gpointer self);
+  static gboolean on_client_writable(gint fd, GIOCondition condition, gpointer self);
+  static gboolean on_stream_stalled(gpointer target);
+  void arm_stall_timer(Client &client);
+  static void disarm_stall_timer(Client &client);
   void watch_listener(bool watched);
   void accept_clients();
-  // Takes and answers one request; false when the client is to be dropped.
-  bool serve_one(Client &client);
+  void watch_requests(Client &client);
+  // Takes and answers one request.
+  Served serve_one(Client &client);
+  // Sends what the socket takes of the client's stream.
+  static Sent send_stream(Client &client);
   void drop(int fd);
 
   bool standby_;

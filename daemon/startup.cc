@@ -10,6 +10,8 @@
 
 #include "database.h"
 #include "debug.h"
+#include "debug_store.h"
+#include "log_file.h"
 #include "schedcli/diag.h"
 #include "schedcli/platform/mtrack.h"
 #include "schedcli/platform/sdwrap.h"
@@ -72,6 +74,19 @@ uint32_t complete_running_store() {
   });
 }
 
+// What a store without these records means: the default log file and no mail server, the
+// server's kind, port and VRF at their defaults.
+void fill_in_defaults() {
+  if (stored_log_path(sch_log_file).empty()) store_log_path(&sch_log_file, kDefaultLogFileName);
+  sch_email_transport_conf &transport = email_transport_conf;
+  if (transport.smtp_server[0] == '\0') {
+    const sch_email_transport_conf defaults = default_transport();
+    transport.smtp_reserved = defaults.smtp_reserved;
+    transport.smtp_port = defaults.smtp_port;
+    std::memcpy(transport.vrf, defaults.vrf, sizeof transport.vrf);
+  }
+}
+
 std::string read_pid(int fd) {
   char text[32] = {};
   ssize_t got = pread(fd, text, sizeof text - 1, 0);
@@ -88,6 +103,7 @@ Service::~Service() {
     // Reported before the stores close, which switches debug output off.
     debug(kDebugStartup, "stopped with %llu tracked blocks in use",
           static_cast<unsigned long long>(mtrack_live_blocks(SCH_MTRACK_IDENTITY)));
+    close_debug_store();
     sch_pss_close_handles(nullptr);
   }
   if (debug_stream_) {
@@ -157,7 +173,23 @@ bool Service::start(const Options &options, std::string *error) {
       return false;
     }
   }
+  if (!open_debug_store(stateless && !options.standby, !options.standby, error)) return false;
   number_restored_schedules();
+  fill_in_defaults();
+  if (!options.standby) {
+    // A log file that cannot be made is reported and does not stop the daemon: a job runner
+    // tries again with every entry.
+    create_log_file(log_file_location(stored_log_path(sch_log_file)));
+    if (options.enable_feature && !scheduler_enabled) {
+      if (uint32_t status = durably(pss_running, [] {
+            return sch_save_condition_entry_to_pss(pss_running, &sch_condition_key, 1) == 0;
+          })) {
+        *error = std::string("cannot turn the scheduler feature on: ") + syserr2str(status);
+        return false;
+      }
+      scheduler_enabled = 1;
+    }
+  }
   return true;
 }
 

@@ -19,7 +19,8 @@ class Service {
   ~Service();
 
   // Sets the directories, takes the instance lock, opens the stores and restores the database
-  // (nothing is restored on a standby). False with `error` set when the daemon cannot start.
+  // (nothing is restored on a standby), and makes sure the log file exists. False with `error`
+  // set when the daemon cannot start.
   bool start(const Options &options, std::string *error);
 
  private:

@@ -22,5 +22,13 @@
 #define SCH_STATUS_TEXT_TOO_LONG 0x40bd0027u       /* job command text above 8182 bytes */
 #define SCH_STATUS_NO_MEMORY 0x40bd0028u           /* the daemon could not allocate */
 #define SCH_STATUS_STANDBY 0x40bd0029u             /* a standby daemon takes no changes */
+#define SCH_STATUS_FEATURE_DISABLED 0x40bd002au    /* the scheduler feature is off */
+#define SCH_STATUS_NO_SUCH_FEATURE 0x40bd002bu     /* feature request for another feature */
+#define SCH_STATUS_NO_SUCH_FACILITY 0x40bd002cu    /* logging level of another facility */
+#define SCH_STATUS_LOG_FILE_EXISTS 0x40bd002du     /* log file rename onto an existing file */
+#define SCH_STATUS_LOG_FILE_DIRECTORY 0x40bd002eu  /* log file rename into a missing directory */
+#define SCH_STATUS_LOG_FILE_PLACE 0x40bd002fu      /* log file outside the state and runtime directories */
+#define SCH_STATUS_LOG_FILE_IO 0x40bd0030u         /* the log file could not be created, moved or emptied */
+#define SCH_STATUS_COPY_FAILED 0x40bd0031u         /* running to startup copy failed */
 
 #endif

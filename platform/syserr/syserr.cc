@@ -106,6 +106,15 @@ constexpr CodeText kTexts[] = {
     {SCH_STATUS_TEXT_TOO_LONG, "Job command text is too long (8182 bytes at most)"},
     {SCH_STATUS_NO_MEMORY, "Scheduler daemon is out of memory"},
     {SCH_STATUS_STANDBY, "Scheduler daemon is on standby and accepts no changes"},
+    {SCH_STATUS_FEATURE_DISABLED, "Scheduler feature is not enabled (use 'feature scheduler')"},
+    {SCH_STATUS_NO_SUCH_FEATURE, "No such feature: the scheduler daemon serves the feature 'scheduler' only"},
+    {SCH_STATUS_NO_SUCH_FACILITY, "No such logging facility: the scheduler daemon sets 'scheduler' only"},
+    {SCH_STATUS_LOG_FILE_EXISTS, "File exists: the log file is never moved over another file"},
+    {SCH_STATUS_LOG_FILE_DIRECTORY, "Directory of the new log file name does not exist"},
+    {SCH_STATUS_LOG_FILE_PLACE,
+     "Log file must be inside the scheduler's state or runtime directory (use logs:, bootflash: or volatile:)"},
+    {SCH_STATUS_LOG_FILE_IO, "Log file could not be created, moved or emptied (see the daemon's log)"},
+    {SCH_STATUS_COPY_FAILED, "Copy of the running configuration to the startup configuration failed"},
 };
 
 // Two texts for one code would make the second unreachable: every family keeps to its own range.

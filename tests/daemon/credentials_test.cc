@@ -11,7 +11,7 @@ class DaemonCredentials : public DaemonTest {
  protected:
   void SetUp() override {
     DaemonTest::SetUp();
-    start_or_fail();
+    start_enabled();
   }
   Answer request(uint8_t operation, const std::string &user, const std::string &password = "") {
     return configure(credential_request(operation, user, password));

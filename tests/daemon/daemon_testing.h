@@ -21,7 +21,9 @@
 #include <vector>
 
 #include "cli/request.h"
+#include "schedcli/platform/acfg.h"
 #include "schedcli/platform/cmi.h"
+#include "schedcli/platform/feature.h"
 #include "schedcli/platform/syserr.h"
 #include "schedcli/status.h"
 #include "schedcli/wire.h"
@@ -111,6 +113,21 @@ inline Bytes display_request(uint32_t type, const std::string &name, int32_t cur
   return encode(SCH_WIRE_DISPLAY_REQUEST, type, request);
 }
 
+inline Bytes log_file_request(uint32_t type, bool no_form, const std::string &path = "", uint32_t size = 0) {
+  sch_log_file_request request{};
+  request.no_flag = no_form;
+  set_text(request.path, path);
+  set_text(request.uri, path);
+  request.size = size;
+  return encode(SCH_WIRE_LOG_FILE_REQUEST, type, request);
+}
+
+inline Bytes transport_request(uint32_t type, const sch_email_transport_conf &conf) {
+  sch_transport_request request{};
+  request.conf = conf;
+  return encode(SCH_WIRE_TRANSPORT_REQUEST, type, request);
+}
+
 inline Bytes header_request(uint32_t type) {
   sch_request_header header{type, 0};
   Bytes bytes(sizeof header);
@@ -172,6 +189,15 @@ inline Names decode_credentials(const Bytes &payload) {
                           std::string(entry.password, strnlen(entry.password, 136)));
   }
   return credentials;
+}
+
+inline std::string read_file(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+inline void write_file(const std::string &path, const std::string &text) {
+  std::ofstream(path, std::ios::binary) << text;
 }
 
 inline std::string own_user() {
@@ -283,11 +309,16 @@ class DaemonTest : public testing::Test {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
-  Answer call(uint32_t service, uint32_t opcode, const Bytes &request) {
+  cmi_session *session() {
     if (!session_) {
       session_ = cmi_session_open(socket_path().c_str());
       cmi_session_timeout_set(session_, 5000);
     }
+    return session_;
+  }
+
+  Answer call(uint32_t service, uint32_t opcode, const Bytes &request) {
+    session();
     void *reply = nullptr;
     auto length = static_cast<uint32_t>(request.size());
     Answer answer;
@@ -302,6 +333,29 @@ class DaemonTest : public testing::Test {
   Answer credential_list() {
     return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE, header_request(SCH_REQ_GET_USER_CONFIG));
   }
+
+  uint32_t feature(uint32_t action, const char *name = "scheduler") {
+    return fm_cmi_set_feature_wait(session(), name, nullptr, nullptr, action);
+  }
+  // Scheduler requests are refused while the feature is off, and a fresh daemon has it off.
+  void enable_feature() { ASSERT_TRUE(answered({feature(FM_FEATURE_ENABLE), {}}, 0)); }
+  void start_enabled() {
+    ASSERT_NO_FATAL_FAILURE(start_or_fail());
+    ASSERT_NO_FATAL_FAILURE(enable_feature());
+  }
+
+  // The configuration text of that kind; a failed request fails the test and gives "".
+  std::string config_text(uint32_t kind, uint32_t filter = 0) {
+    char *text = nullptr;
+    size_t length = 0;
+    uint32_t status = acfg_request_config_text(session(), kind, filter, &text, &length);
+    EXPECT_TRUE(answered({status, {}}, 0));
+    std::string result = text ? std::string(text, length) : "";
+    std::free(text);
+    return result;
+  }
+  std::string running_config() { return config_text(ACFG_CFG_RUNNING); }
+  std::string startup_config() { return config_text(ACFG_CFG_STARTUP); }
 
   // Every entry the cursor walk of a display type hands out, as payloads, in order.
   std::vector<Bytes> walk(uint32_t type) {

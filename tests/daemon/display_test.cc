@@ -9,7 +9,7 @@ class DaemonDisplay : public DaemonTest {
  protected:
   void SetUp() override {
     DaemonTest::SetUp();
-    start_or_fail();
+    start_enabled();
   }
   bool ends(uint32_t type, const std::string &name, int32_t cursor) {
     Answer answer = display(display_request(type, name, cursor));

@@ -10,7 +10,7 @@ class DaemonJobs : public DaemonTest {
  protected:
   void SetUp() override {
     DaemonTest::SetUp();
-    start_or_fail();
+    start_enabled();
   }
   Answer create(const std::string &name) { return configure(job_request(SCH_REQ_CREATE_JOB, name)); }
   Answer define(const std::string &name, const std::string &text) {

@@ -9,6 +9,7 @@ class DaemonLifecycle : public DaemonTest {
  protected:
   // A little of everything, to compare across restarts.
   void configure_some() {
+    ASSERT_NO_FATAL_FAILURE(enable_feature());
     for (const Bytes &request :
          {job_request(SCH_REQ_CREATE_JOB, "backup"), job_request(SCH_REQ_DEFINE_JOB, "backup", std::string(1500, 'x')),
           schedule_request(SCH_REQ_CREATE_SCHEDULE, "nightly"), modify_request("nightly", SCH_MODIFY_DAILY, daily(2, 30)),
@@ -47,17 +48,18 @@ TEST_F(DaemonLifecycle, ForegroundDaemonServesUntilSigint) {
   arguments.push_back("--foreground");
   int error_fd = -1;
   pid_t daemon = spawn(arguments, &error_fd);
-  for (int tries = 0; tries < 2000 && credential_list().status != 0; tries++) {
+  // A fresh daemon has the scheduler feature off.
+  for (int tries = 0; tries < 2000 && credential_list().status != SCH_STATUS_FEATURE_DISABLED; tries++) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  EXPECT_TRUE(answered(credential_list(), 0));
+  EXPECT_TRUE(answered(credential_list(), SCH_STATUS_FEATURE_DISABLED));
   kill(daemon, SIGINT);
   EXPECT_EQ(wait_for_exit(daemon), 0);
   EXPECT_NE(read_all(error_fd).find("serving on " + socket_path()), std::string::npos);
 }
 
 TEST_F(DaemonLifecycle, SecondDaemonOnTheSameDirectoriesIsRefused) {
-  start_or_fail();
+  start_enabled();
   Exit second = run_schedd(directories());
   EXPECT_EQ(second.code, 1);
   EXPECT_NE(second.error_output.find("(pid " + std::to_string(daemon_pid_) + ") is already running"),
@@ -92,6 +94,8 @@ TEST_F(DaemonLifecycle, StatelessRestartTakesTheStartupStoreOrStartsEmpty) {
   ASSERT_EQ(stop(), 0);
   std::filesystem::remove_all(runtime_dir_);
   start_or_fail();
+  EXPECT_TRUE(answered(display(display_request(SCH_REQ_GET_JOBS, "", -1)), SCH_STATUS_FEATURE_DISABLED));
+  enable_feature();
   EXPECT_TRUE(job_names().empty());
   EXPECT_TRUE(schedule_names().empty());
   EXPECT_TRUE(decode_credentials(credential_list().payload).empty());

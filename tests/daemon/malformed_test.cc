@@ -13,7 +13,7 @@ class DaemonMalformed : public DaemonTest {
  protected:
   void SetUp() override {
     DaemonTest::SetUp();
-    start_or_fail();
+    start_enabled();
   }
   void TearDown() override {
     if (raw_ >= 0) close(raw_);
@@ -67,7 +67,8 @@ TEST_F(DaemonMalformed, RecordsThatDisagreeWithTheirTypeAreRefused) {
            {{}, SCH_STATUS_BAD_REQUEST},
            {Bytes(7, 0), SCH_STATUS_BAD_REQUEST},
            {header_request(99), SCH_STATUS_UNKNOWN_REQUEST},
-           {header_request(SCH_REQ_LOG_SIZE), SCH_STATUS_UNKNOWN_REQUEST},
+           {header_request(21), SCH_STATUS_UNKNOWN_REQUEST},
+           {header_request(SCH_REQ_LOG_SIZE), SCH_STATUS_BAD_REQUEST},
            {longer, SCH_STATUS_BAD_REQUEST},
            {shorter, SCH_STATUS_BAD_REQUEST},
            {wrong_length_word, SCH_STATUS_BAD_REQUEST},

@@ -9,7 +9,7 @@ class DaemonSchedules : public DaemonTest {
  protected:
   void SetUp() override {
     DaemonTest::SetUp();
-    start_or_fail();
+    start_enabled();
     ASSERT_TRUE(answered(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1")), 0));
   }
   Answer modify(uint32_t code, const tminfo &time, bool no_form = false) {
