@@ -1,8 +1,10 @@
-// The library handlers the shell calls, behind an interface so that tests can see the contexts.
+// The library handlers and configuration requests the shell calls, behind an interface so that
+// tests can see what each is given.
 #ifndef SCHEDSH_BACKEND_H
 #define SCHEDSH_BACKEND_H
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "schedcli/cli.h"
@@ -22,6 +24,21 @@ class Backend {
   virtual int aaa_auth_passwd(sch_cli_context *context) = 0;
   virtual int show_jobs(sch_cli_context *context) = 0;
   virtual int show_schedules(sch_cli_context *context) = 0;
+  virtual int enable_scheduler(sch_cli_context *context) = 0;
+  virtual uint32_t logfile_resize(sch_cli_context *context) = 0;
+  virtual uint32_t logfile_clear(sch_cli_context *context) = 0;
+  virtual uint32_t logfile_rename(sch_cli_context *context) = 0;
+  virtual uint32_t email_transport(sch_cli_context *context) = 0;
+  virtual int show_config(sch_cli_context *context) = 0;
+  virtual int show_memstats(sch_cli_context *context) = 0;
+
+  // Requests to the configuration framework that the daemon hosts, on the shell's session:
+  // 0, or a status that syserr2str renders. They print nothing.
+  // The running or startup configuration text (ACFG_CFG_*) into `text`.
+  virtual uint32_t config_text(cmi_session *session, uint32_t cfg_type, std::string *text) = 0;
+  virtual uint32_t copy_running_to_startup(cmi_session *session) = 0;
+  // A level of 0..7, or ACFG_LEVEL_DEFAULT.
+  virtual uint32_t logging_level(cmi_session *session, std::string_view facility, uint32_t level) = 0;
 };
 
 }  // namespace schedsh

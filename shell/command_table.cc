@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <stdexcept>
 
 #include "tokenizer.h"
@@ -113,6 +114,7 @@ class SyntaxParser {
       if (name.size() < 3 || name.back() != '>') fail("bad variable " + piece);
       token.kind = rest ? TokenKind::Rest : TokenKind::Variable;
       token.text = name;
+      if (!rest) token.range = range_of(name);
     } else if (piece.find_first_of("<>") != std::string::npos) {
       fail("bad keyword " + piece);
     }
@@ -120,6 +122,18 @@ class SyntaxParser {
     ++words_;
     command_.tokens.push_back(std::move(token));
     return &command_.tokens.back();
+  }
+
+  // "<low-high>" with both bounds whole numbers is a number variable; any other name is not.
+  std::optional<NumberRange> range_of(std::string_view name) const {
+    std::string_view inside = name.substr(1, name.size() - 2);
+    std::size_t dash = inside.find('-');
+    if (dash == std::string_view::npos) return std::nullopt;
+    std::optional<int64_t> low = whole_number(inside.substr(0, dash));
+    std::optional<int64_t> high = whole_number(inside.substr(dash + 1));
+    if (!low || !high) return std::nullopt;
+    if (*low > *high) fail("empty range " + std::string(name));
+    return NumberRange{*low, *high};
   }
 
   std::string_view syntax_;
@@ -141,6 +155,11 @@ std::string signature(const Sequence &form) {
     }
   }
   return text;
+}
+
+bool in_range(std::string_view word, const NumberRange &range) {
+  std::optional<int64_t> value = whole_number(word);
+  return value && *value >= range.low && *value <= range.high;
 }
 
 enum class FormState { Failed, Incomplete, Complete };
@@ -177,6 +196,10 @@ Evaluation evaluate(const Command &command, const Sequence &form, std::span<cons
     }
     result.tokens.push_back(token);
     if (token->kind == TokenKind::Variable) {
+      if (token->range && !in_range(words[i], *token->range)) {
+        result.failed_at = i;
+        return result;
+      }
       result.scores.push_back(1);
     } else if (equals_ignoring_case(words[i], token->text)) {
       result.scores.push_back(3);
@@ -209,11 +232,15 @@ bool same_scores(const Evaluation &a, const Evaluation &b, std::size_t words) {
   return !better(a, b, words) && !better(b, a, words);
 }
 
+bool is_removed(const Command &command, std::span<const std::string> removed) {
+  return !command.feature.empty() && std::find(removed.begin(), removed.end(), command.feature) != removed.end();
+}
+
 std::vector<Evaluation> evaluate_all(const std::deque<Command> &commands, Mode mode,
-                                     std::span<const std::string> words) {
+                                     std::span<const std::string> words, std::span<const std::string> removed) {
   std::vector<Evaluation> evaluations;
   for (const Command &command : commands) {
-    if (command.mode != mode) continue;
+    if (command.mode != mode || is_removed(command, removed)) continue;
     for (const Sequence &form : command.forms) evaluations.push_back(evaluate(command, form, words));
   }
   return evaluations;
@@ -243,11 +270,22 @@ bool keyword_matches(std::string_view word, std::string_view keyword) {
          std::equal(word.begin(), word.end(), keyword.begin(), same_letters);
 }
 
+std::optional<int64_t> whole_number(std::string_view word) {
+  if (word.empty() || !std::all_of(word.begin(), word.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+    return std::nullopt;
+  }
+  int64_t value = 0;
+  auto [end, problem] = std::from_chars(word.data(), word.data() + word.size(), value);
+  if (problem != std::errc() || end != word.data() + word.size()) return std::nullopt;
+  return value;
+}
+
 void CommandTable::add(const CommandDeclaration &declaration) {
   Command &command = commands_.emplace_back();
   command.mode = declaration.mode;
   command.syntax = std::string(declaration.syntax);
   command.action = declaration.action;
+  command.feature = std::string(declaration.feature);
   try {
     if (!declaration.action) throw std::logic_error("command \"" + command.syntax + "\" has no action");
     command.forms = SyntaxParser(declaration.syntax, command, declaration.help).parse();
@@ -275,10 +313,10 @@ void CommandTable::add(const CommandDeclaration &declaration) {
   }
 }
 
-Match CommandTable::match(Mode mode, std::span<const std::string> words) const {
+Match CommandTable::match(Mode mode, std::span<const std::string> words, std::span<const std::string> removed) const {
   Match result;
   if (words.empty()) return result;
-  std::vector<Evaluation> evaluations = evaluate_all(commands_, mode, words);
+  std::vector<Evaluation> evaluations = evaluate_all(commands_, mode, words, removed);
   const Evaluation *best = nullptr;
   bool incomplete = false;
   std::size_t furthest = 0;
@@ -321,11 +359,11 @@ Match CommandTable::match(Mode mode, std::span<const std::string> words) const {
   return result;
 }
 
-std::vector<HelpItem> CommandTable::help(Mode mode, std::span<const std::string> words,
-                                         std::string_view partial) const {
+std::vector<HelpItem> CommandTable::help(Mode mode, std::span<const std::string> words, std::string_view partial,
+                                         std::span<const std::string> removed) const {
   std::vector<HelpItem> items;
   bool can_end = false;
-  for (const Evaluation &evaluation : evaluate_all(commands_, mode, words)) {
+  for (const Evaluation &evaluation : evaluate_all(commands_, mode, words, removed)) {
     if (evaluation.state == FormState::Failed) continue;
     if (evaluation.state == FormState::Complete && partial.empty() &&
         (!evaluation.next || evaluation.rest_from)) {
@@ -348,9 +386,10 @@ std::vector<HelpItem> CommandTable::help(Mode mode, std::span<const std::string>
 }
 
 std::vector<std::string> CommandTable::completions(Mode mode, std::span<const std::string> words,
-                                                   std::string_view partial) const {
+                                                   std::string_view partial,
+                                                   std::span<const std::string> removed) const {
   std::vector<std::string> candidates;
-  for (const Evaluation &evaluation : evaluate_all(commands_, mode, words)) {
+  for (const Evaluation &evaluation : evaluate_all(commands_, mode, words, removed)) {
     const Token *next = evaluation.next;
     if (evaluation.state != FormState::Incomplete || next->kind != TokenKind::Keyword) continue;
     if (!partial.empty() && !keyword_matches(partial, next->text)) continue;
@@ -393,6 +432,11 @@ const std::string *Arguments::get(std::string_view variable) const {
 std::string Arguments::value(std::string_view variable) const {
   const std::string *found = get(variable);
   return found ? *found : std::string();
+}
+
+std::optional<int64_t> Arguments::number(std::string_view variable) const {
+  const std::string *found = get(variable);
+  return found ? whole_number(*found) : std::nullopt;
 }
 
 }  // namespace schedsh

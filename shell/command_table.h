@@ -1,9 +1,13 @@
 // The command table: each command declared once with its syntax, one help line per word and its
 // action; matching, `?` help and completion on a vector of words, with no terminal involved.
 //
-// Syntax: keywords, variables "<name>", a rest-of-line variable "<name>..." (last only),
-// optional groups "[a b]" and choices "[x|y]" or "{x|y}". Keywords may be abbreviated to any
-// unambiguous prefix, in any letter case.
+// Syntax: keywords, variables "<name>", number variables "<low-high>" that take only a whole
+// number in that range, a rest-of-line variable "<name>..." (last only), optional groups
+// "[a b]" and choices "[x|y]" or "{x|y}". Keywords may be abbreviated to any unambiguous prefix,
+// in any letter case.
+//
+// A command may belong to a feature; the queries take the features whose commands are out of
+// the shell for now, and such commands then match, help and complete nothing.
 #ifndef SCHEDSH_COMMAND_TABLE_H
 #define SCHEDSH_COMMAND_TABLE_H
 
@@ -30,10 +34,15 @@ using Action = bool (*)(Shell &shell, const Arguments &arguments);
 
 enum class TokenKind { Keyword, Variable, Rest };
 
+struct NumberRange {
+  int64_t low, high;
+};
+
 struct Token {
   TokenKind kind;
   std::string text;   // the keyword, or the variable as written without "...": "<job>"
   std::string help;
+  std::optional<NumberRange> range = {};   // a number variable's bounds
 };
 
 struct Command {
@@ -42,6 +51,7 @@ struct Command {
   std::deque<Token> tokens;                          // stable addresses for the forms
   std::vector<std::vector<const Token *>> forms;     // every way of writing it, options expanded
   Action action;
+  std::string feature;                               // empty: always in the shell
 };
 
 // One entry of the table as declared.
@@ -50,6 +60,7 @@ struct CommandDeclaration {
   std::string_view syntax;
   std::vector<std::string_view> help;   // one line per word of the syntax, in order
   Action action;
+  std::string_view feature = {};        // the feature whose commands it is one of, if any
 };
 
 enum class MatchStatus { Empty, Ok, Invalid, Incomplete, Ambiguous };
@@ -76,13 +87,15 @@ class CommandTable {
   // these are programming errors, found at start-up.
   void add(const CommandDeclaration &declaration);
 
-  Match match(Mode mode, std::span<const std::string> words) const;
+  // `removed`: features whose commands are out of the shell.
+  Match match(Mode mode, std::span<const std::string> words, std::span<const std::string> removed = {}) const;
   // Help for the word after `words`, of which `partial` has been typed: keywords that start
   // with it, every variable, "<cr>" when the command could end here. Sorted, no duplicates.
-  std::vector<HelpItem> help(Mode mode, std::span<const std::string> words, std::string_view partial) const;
+  std::vector<HelpItem> help(Mode mode, std::span<const std::string> words, std::string_view partial,
+                             std::span<const std::string> removed = {}) const;
   // Keywords that could complete `partial` after `words`; sorted, no duplicates.
-  std::vector<std::string> completions(Mode mode, std::span<const std::string> words,
-                                       std::string_view partial) const;
+  std::vector<std::string> completions(Mode mode, std::span<const std::string> words, std::string_view partial,
+                                       std::span<const std::string> removed = {}) const;
 
   const std::deque<Command> &commands() const { return commands_; }
 
@@ -104,12 +117,16 @@ class Arguments {
   // The value of a variable ("<job>"), or nullptr when it was not given.
   const std::string *get(std::string_view variable) const;
   std::string value(std::string_view variable) const;
+  // The value of a number variable, or nothing when it was not given or is not a whole number.
+  std::optional<int64_t> number(std::string_view variable) const;
 
  private:
   std::vector<std::pair<std::string, std::string>> values_;   // token text -> word
 };
 
 bool keyword_matches(std::string_view word, std::string_view keyword);
+// A word of decimal digits only, as a number; nothing for anything else or an overflow.
+std::optional<int64_t> whole_number(std::string_view word);
 
 }  // namespace schedsh
 

@@ -32,13 +32,34 @@ CommandContext::CommandContext(const SessionInfo &session, bool no_form) {
   std::memcpy(context_.user, session.user.data(), length);
 }
 
-bool CommandContext::add_string(std::string value, uint32_t kind) {
+void CommandContext::add(uint32_t kind, uint32_t value_type, void *value, uint32_t address_kind) {
+  std::size_t index = context_.param_count;
+  params_[index] = sch_cli_param{kind, value_type, value, address_kind};
+  context_.params[index] = &params_[index];
+  context_.param_count = static_cast<uint8_t>(index + 1);
+}
+
+bool CommandContext::add_string(std::string value, uint32_t kind, uint32_t address_kind) {
   std::size_t index = context_.param_count;
   if (index >= params_.size()) return false;
   values_[index] = std::move(value);
-  params_[index] = sch_cli_param{kind, SCH_VALUE_STRING, values_[index].data(), 0};
-  context_.params[index] = &params_[index];
-  context_.param_count = static_cast<uint8_t>(index + 1);
+  add(kind, SCH_VALUE_STRING, values_[index].data(), address_kind);
+  return true;
+}
+
+bool CommandContext::add_integer(int32_t value) {
+  std::size_t index = context_.param_count;
+  if (index >= params_.size()) return false;
+  integers_[index] = value;
+  add(0, SCH_VALUE_INTEGER, &integers_[index], 0);
+  return true;
+}
+
+bool CommandContext::add_file_uri(const file_uri &uri) {
+  std::size_t index = context_.param_count;
+  if (index >= params_.size()) return false;
+  uris_[index] = uri;
+  add(0, kValueFileUri, &uris_[index], 0);
   return true;
 }
 

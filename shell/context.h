@@ -7,6 +7,7 @@
 #include <string>
 
 #include "schedcli/cli.h"
+#include "schedcli/platform/uri.h"
 
 namespace schedsh {
 
@@ -28,8 +29,13 @@ class CommandContext {
   CommandContext(const CommandContext &) = delete;
   CommandContext &operator=(const CommandContext &) = delete;
 
-  // Appends a string parameter of `kind`; false (nothing added) when all are taken.
-  bool add_string(std::string value, uint32_t kind = 0);
+  // Each appends a parameter; false (nothing added) when all are taken. A string may carry its
+  // kind and, for a host, its address kind.
+  bool add_string(std::string value, uint32_t kind = 0, uint32_t address_kind = 0);
+  bool add_integer(int32_t value);
+  // A parsed file URI: the value points to the file_uri itself, the value type is neither a
+  // string nor an integer.
+  bool add_file_uri(const file_uri &uri);
   void set_code(uint32_t code) { context_.command_code = code; }
 
   sch_cli_context *get() { return &context_; }
@@ -39,7 +45,15 @@ class CommandContext {
   sch_cli_context context_{};
   std::array<sch_cli_param, SCH_CLI_MAX_PARAMS> params_{};
   std::array<std::string, SCH_CLI_MAX_PARAMS> values_;
+  std::array<int32_t, SCH_CLI_MAX_PARAMS> integers_{};
+  std::array<file_uri, SCH_CLI_MAX_PARAMS> uris_{};
+
+  // Fills the next slot, which the caller has checked is free.
+  void add(uint32_t kind, uint32_t value_type, void *value, uint32_t address_kind);
 };
+
+// The parameter value type of a file URI; the handler that takes one does not look at it.
+inline constexpr uint32_t kValueFileUri = 0;
 
 }  // namespace schedsh
 

@@ -1,8 +1,15 @@
-// Calls into libschedcli; the handlers print their own output and errors.
+// Calls into libschedcli and libschedplat; the handlers print their own output and errors.
 #include "library_backend.h"
 
+#include <sys/stat.h>
+
 #include <climits>
+#include <cstdlib>
 #include <string>
+
+#include "schedcli/cli_config.h"
+#include "schedcli/platform/acfg.h"
+#include "schedcli/platform/sysmgr.h"
 
 namespace schedsh {
 
@@ -35,5 +42,52 @@ int LibraryBackend::aaa_auth_passwd(sch_cli_context *context) { return sch_cli_a
 int LibraryBackend::show_jobs(sch_cli_context *context) { return sch_cli_show_jobs(context); }
 
 int LibraryBackend::show_schedules(sch_cli_context *context) { return sch_cli_show_schedules(context); }
+
+int LibraryBackend::enable_scheduler(sch_cli_context *context) { return sch_enable_scheduler(context); }
+
+uint32_t LibraryBackend::logfile_resize(sch_cli_context *context) { return sch_cli_logfile_resize(context); }
+
+uint32_t LibraryBackend::logfile_clear(sch_cli_context *context) { return sch_cli_logfile_clear(context); }
+
+namespace {
+
+bool is_directory(const std::string &path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+uint32_t LibraryBackend::logfile_rename(sch_cli_context *context) {
+  // The handler maps the URI onto the daemon's directories, so the platform must know them.
+  // Setting them creates whatever is missing, and a runtime directory made by the shell would
+  // hide the daemon's next stateless restart: they are set only once both exist.
+  if (!sysmgr_state_dir() && is_directory(state_dir_) && is_directory(runtime_dir_)) {
+    sysmgr_dirs_set(state_dir_.c_str(), runtime_dir_.c_str());
+  }
+  return sch_cli_logfile_rename(context);
+}
+
+uint32_t LibraryBackend::email_transport(sch_cli_context *context) { return sch_cli_config_email_transport(context); }
+
+int LibraryBackend::show_config(sch_cli_context *context) { return sch_cli_show_config(context); }
+
+int LibraryBackend::show_memstats(sch_cli_context *context) { return sch_cli_show_memstats(context); }
+
+uint32_t LibraryBackend::config_text(cmi_session *session, uint32_t cfg_type, std::string *text) {
+  char *received = nullptr;
+  std::size_t length = 0;
+  // No filter: the passwords are in their encrypted form, and a pasted text needs them.
+  uint32_t status = acfg_request_config_text(session, cfg_type, 0, &received, &length);
+  if (status == 0 && received) text->assign(received, length);
+  std::free(received);
+  return status;
+}
+
+uint32_t LibraryBackend::copy_running_to_startup(cmi_session *session) { return acfg_request_copy_startup(session); }
+
+uint32_t LibraryBackend::logging_level(cmi_session *session, std::string_view facility, uint32_t level) {
+  return acfg_request_logging_level(session, std::string(facility).c_str(), level);
+}
 
 }  // namespace schedsh

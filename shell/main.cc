@@ -11,6 +11,7 @@
 #include "line_editor.h"
 #include "options.h"
 #include "schedcli/platform/cmi.h"
+#include "schedcli/platform/feature.h"
 #include "schedcli/platform/secrets.h"
 #include "schedcli/platform/sysmgr.h"
 #include "shell.h"
@@ -28,6 +29,9 @@ bool run_lines(Shell &shell, std::istream &input) {
   }
   return ok;
 }
+
+// A feature that the daemon turned off takes its commands out of this shell.
+void remove_feature_commands(const char *feature, void *shell) { static_cast<Shell *>(shell)->remove_feature(feature); }
 
 std::string default_directory(int (*get)(char *, std::size_t)) {
   char buffer[512];
@@ -67,9 +71,13 @@ int main(int argc, char **argv) {
 
   schedsh::CommandTable table;
   schedsh::register_commands(table);
-  schedsh::LibraryBackend backend;
+  schedsh::LibraryBackend backend(state_dir, runtime_dir);
   Shell shell(table, backend, schedsh::SessionInfo{session, schedsh::process_user_name(), options.debug}, std::cout,
               std::cerr);
+  vsh_parse_tree_hook_set(remove_feature_commands, &shell);
+  struct HookRelease {
+    ~HookRelease() { vsh_parse_tree_hook_set(nullptr, nullptr); }
+  } hook_release;
 
   bool ok = true;
   if (!options.commands.empty()) {

@@ -8,11 +8,13 @@ namespace schedsh {
 namespace {
 
 // Job mode has no fall-back: a job's lines may look like commands and must stay job text.
+// A schedule's block in the configuration text ends with a blank line (or with a time line that
+// is only blanks, when the schedule has no time), so a blank line closes schedule mode.
 constexpr std::array<ModeInfo, 4> kModes = {{
-    {Mode::Exec, "exec", "schedsh# ", std::nullopt, std::nullopt, false},
-    {Mode::Config, "configuration", "schedsh(config)# ", Mode::Exec, std::nullopt, false},
-    {Mode::Job, "job", "schedsh(config-job)# ", Mode::Config, std::nullopt, true},
-    {Mode::Schedule, "schedule", "schedsh(config-schedule)# ", Mode::Config, Mode::Config, false},
+    {Mode::Exec, "exec", "schedsh# ", std::nullopt, std::nullopt, false, false},
+    {Mode::Config, "configuration", "schedsh(config)# ", Mode::Exec, std::nullopt, false, false},
+    {Mode::Job, "job", "schedsh(config-job)# ", Mode::Config, std::nullopt, true, false},
+    {Mode::Schedule, "schedule", "schedsh(config-schedule)# ", Mode::Config, Mode::Config, false, true},
 }};
 
 }  // namespace

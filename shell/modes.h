@@ -16,6 +16,7 @@ struct ModeInfo {
   std::optional<Mode> parent;   // where `exit` goes; none: `exit` leaves the shell
   std::optional<Mode> falls_back_to;  // a command unknown here is tried in this mode
   bool raw_lines;               // every line is text for the mode, not a command
+  bool blank_line_leaves;       // an empty or blank line goes back to the parent
 };
 
 // The entry of a mode; every Mode has one.

@@ -67,6 +67,7 @@ bool Shell::execute(std::string_view raw) {
   }
   if (mode_info(mode_).raw_lines) return job_line(line);
   std::string_view content = trim(line);
+  if (content.empty() && mode_info(mode_).blank_line_leaves) exit_mode();
   if (content.empty() || content.front() == '!') return true;
   if (std::optional<std::string_view> before = help_request(line)) {
     print_help(*before);
@@ -75,10 +76,10 @@ bool Shell::execute(std::string_view raw) {
 
   TokenizedLine tokens = tokenize(line);
   std::vector<std::string> words = word_texts(tokens);
-  Match match = table_.match(mode_, words);
+  Match match = table_.match(mode_, words, removed_features_);
   if (match.status != MatchStatus::Ok) {
     if (std::optional<Mode> fallback = mode_info(mode_).falls_back_to) {
-      Match other = table_.match(*fallback, words);
+      Match other = table_.match(*fallback, words, removed_features_);
       if (other.status == MatchStatus::Ok) {
         // A command of the enclosing mode leaves this one first, as it would have been typed there.
         enter(*fallback);
@@ -134,14 +135,14 @@ void Shell::report(const Match &match, const std::vector<std::string> &words) {
 
 Mode Shell::help_mode(const std::vector<std::string> &words, std::string_view partial) const {
   std::optional<Mode> fallback = mode_info(mode_).falls_back_to;
-  if (fallback && table_.help(mode_, words, partial).empty()) return *fallback;
+  if (fallback && table_.help(mode_, words, partial, removed_features_).empty()) return *fallback;
   return mode_;
 }
 
 std::vector<HelpItem> Shell::help(std::string_view text) const {
   if (mode_info(mode_).raw_lines) return {};
   auto [words, partial] = split_for_help(text);
-  return table_.help(help_mode(words, partial), words, partial);
+  return table_.help(help_mode(words, partial), words, partial, removed_features_);
 }
 
 void Shell::print_help(std::string_view text) {
@@ -149,7 +150,7 @@ void Shell::print_help(std::string_view text) {
   if (items.empty()) {
     auto [words, partial] = split_for_help(text);
     if (!partial.empty()) words.push_back(partial);
-    Match match = table_.match(help_mode(words, ""), words);
+    Match match = table_.match(help_mode(words, ""), words, removed_features_);
     if (match.status == MatchStatus::Invalid || match.status == MatchStatus::Ambiguous) {
       report(match, words);
     } else {
@@ -174,10 +175,10 @@ Shell::Completion Shell::complete(std::string_view text) const {
   if (line.open_quote) return completion;
   auto [words, partial] = split_for_help(text);
   completion.partial = partial;
-  completion.candidates = table_.completions(mode_, words, partial);
+  completion.candidates = table_.completions(mode_, words, partial, removed_features_);
   if (completion.candidates.empty()) {
     if (std::optional<Mode> fallback = mode_info(mode_).falls_back_to) {
-      completion.candidates = table_.completions(*fallback, words, partial);
+      completion.candidates = table_.completions(*fallback, words, partial, removed_features_);
     }
   }
   return completion;
@@ -203,6 +204,16 @@ void Shell::enter_job(std::string name, bool send) {
 void Shell::enter_schedule(std::string name) {
   enter(Mode::Schedule);
   schedule_ = std::move(name);
+}
+
+void Shell::remove_feature(std::string_view feature) {
+  if (std::find(removed_features_.begin(), removed_features_.end(), feature) == removed_features_.end()) {
+    removed_features_.emplace_back(feature);
+  }
+}
+
+void Shell::restore_feature(std::string_view feature) {
+  std::erase(removed_features_, feature);
 }
 
 void Shell::exit_mode() {

@@ -43,6 +43,7 @@ class Shell {
   // ---- For the commands' actions ----
   Backend &backend() { return backend_; }
   SessionInfo &session() { return session_; }
+  std::ostream &out() { return out_; }
   std::ostream &err() { return err_; }
   const std::string &schedule_name() const { return schedule_; }
   void enter(Mode mode);
@@ -50,6 +51,9 @@ class Shell {
   void enter_job(std::string name, bool send);
   void enter_schedule(std::string name);
   void exit_mode();
+  // Takes a feature's commands out of the shell, or puts them back.
+  void remove_feature(std::string_view feature);
+  void restore_feature(std::string_view feature);
 
  private:
   bool job_line(std::string_view line);
@@ -67,6 +71,7 @@ class Shell {
   std::string job_text_;
   bool send_job_ = false;
   std::string schedule_;
+  std::vector<std::string> removed_features_;
 };
 
 // A word as it can safely be shown in a message: control bytes escaped, long words cut.

@@ -1,7 +1,6 @@
 // Job-execution credentials end to end: nss_wrapper names the shell's user, and remote users
 // are authenticated through the real PAM library with pam_wrapper and pam_matrix's users.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
@@ -24,29 +23,12 @@ std::string error_line(uint32_t code) { return std::string("Error: ") + syserr2s
 class Credentials : public ::testing::Test {
  protected:
   void SetUp() override {
-    write_file(daemon.directory() + "/group", "operators:x:" + std::to_string(getegid()) + ":\n");
     // The daemon knows the caller by the same name, or it would refuse alice's credential.
     ASSERT_TRUE(daemon.start(&why, as(kRemote))) << why;
+    ASSERT_TRUE(daemon.enable_feature(&why)) << why;
   }
 
-  // The environment in which this process's user is called `user`.
-  Environment as(const std::string &user) {
-    std::string passwd = daemon.directory() + "/passwd-" + user;
-    write_file(passwd, user + ":x:" + std::to_string(geteuid()) + ":" + std::to_string(getegid()) + "::/:/bin/sh\n");
-    Environment environment{{"TZ", "UTC"},
-                            {"NSS_WRAPPER_PASSWD", passwd},
-                            {"NSS_WRAPPER_GROUP", daemon.directory() + "/group"},
-                            {"PAM_WRAPPER", "1"},
-                            {"PAM_WRAPPER_SERVICE_DIR", E2E_PAM_SERVICE_DIR}};
-#ifdef __SANITIZE_ADDRESS__
-    // The sanitizer refuses deep binding. pam_wrapper 1.1.4 reads its switch under uid_wrapper's name.
-    environment["PAM_WRAPPER_DISABLE_DEEPBIND"] = "1";
-    environment["UID_WRAPPER_DISABLE_DEEPBIND"] = "1";
-    environment["NSS_WRAPPER_DISABLE_DEEPBIND"] = "1";
-#endif
-    preload(environment, std::string(E2E_PAM_WRAPPER_LIBRARY) + ":" + E2E_NSS_WRAPPER_LIBRARY);
-    return environment;
-  }
+  Environment as(const std::string &user) { return as_user(daemon.directory(), user); }
 
   ShellRun configure_as(const std::string &user, const std::string &lines) {
     return daemon.shell("configure terminal\n" + lines, {}, as(user));

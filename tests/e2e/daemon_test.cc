@@ -5,9 +5,11 @@
 #include <chrono>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "processes.h"
 #include "schedcli/platform/cmi.h"
+#include "schedcli/platform/feature.h"
 #include "schedcli/platform/syserr.h"
 #include "schedcli/status.h"
 
@@ -28,7 +30,10 @@ std::string job_display(const std::string &name, const std::string &text) {
 
 class WithDaemon : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_TRUE(daemon.start(&why)) << why; }
+  void SetUp() override {
+    ASSERT_TRUE(daemon.start(&why)) << why;
+    ASSERT_TRUE(daemon.enable_feature(&why)) << why;
+  }
   void restart() {
     ASSERT_EQ(daemon.stop(), 0) << daemon.log();
     ASSERT_TRUE(daemon.start(&why)) << why;
@@ -115,6 +120,35 @@ TEST_F(WithDaemon, ADaemonKilledDuringACommandIsAClearError) {
   ShellRun gone = daemon.shell("show scheduler job\n");
   EXPECT_EQ(gone.err, error_line("Error", CMI_ERR_NO_DAEMON));
   EXPECT_EQ(gone.status, 1);
+}
+
+TEST_F(WithDaemon, AskingForTheFeatureStateItIsInIsReportedButNoFailure) {
+  const std::vector<std::string> enable{"-c", "configure terminal", "-c", "feature scheduler"};
+  const std::vector<std::string> disable{"-c", "configure terminal", "-c", "no feature scheduler"};
+  ShellRun again = daemon.shell("", enable);
+  EXPECT_EQ(again.err, error_line("Error", FM_ERR_ALREADY_ENABLED));
+  EXPECT_EQ(again.status, 0);
+  EXPECT_EQ(daemon.shell("", disable).status, 0);
+  ShellRun twice = daemon.shell("", disable);
+  EXPECT_EQ(twice.err, error_line("Error", FM_ERR_ALREADY_DISABLED));
+  EXPECT_EQ(twice.status, 0);
+  // Any other failure is one.
+  ASSERT_EQ(daemon.stop(), 0);
+  for (const std::vector<std::string> &arguments : {enable, disable}) {
+    ShellRun gone = daemon.shell("", arguments);
+    EXPECT_EQ(gone.err, error_line("Error", CMI_ERR_NO_DAEMON));
+    EXPECT_EQ(gone.status, 1);
+  }
+}
+
+TEST_F(WithDaemon, MemoryStatisticsAreTheDaemons) {
+  ShellRun before = daemon.shell("show scheduler memory-statistics\n");
+  ShellRun after = daemon.shell("configure terminal\nscheduler job name j1 ls\nend\nshow scheduler memory-statistics\n");
+  EXPECT_EQ(after.err, "");
+  EXPECT_EQ(after.status, 0);
+  // The job was allocated in the daemon, not in this shell.
+  EXPECT_EQ(count(before.out, "add job entry"), 0u) << before.out;
+  EXPECT_NE(count(after.out, "add job entry"), 0u) << after.out;
 }
 
 TEST_F(WithDaemon, CommandsFromArgumentsAndFiles) {

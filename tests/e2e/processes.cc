@@ -100,6 +100,26 @@ void preload(Environment &environment, const std::string &libraries) {
   environment["ASAN_OPTIONS"] = std::string(asan ? asan : "") + (asan ? ":" : "") + "verify_asan_link_order=0";
 }
 
+Environment as_user(const std::string &directory, const std::string &user) {
+  std::string passwd = directory + "/passwd-" + user;
+  std::string group = directory + "/group";
+  write_file(passwd, user + ":x:" + std::to_string(geteuid()) + ":" + std::to_string(getegid()) + "::/:/bin/sh\n");
+  write_file(group, "operators:x:" + std::to_string(getegid()) + ":\n");
+  Environment environment = stopped_clock();
+  environment["NSS_WRAPPER_PASSWD"] = passwd;
+  environment["NSS_WRAPPER_GROUP"] = group;
+  environment["PAM_WRAPPER"] = "1";
+  environment["PAM_WRAPPER_SERVICE_DIR"] = E2E_PAM_SERVICE_DIR;
+#ifdef __SANITIZE_ADDRESS__
+  // The sanitizer refuses deep binding. pam_wrapper 1.1.4 reads its switch under uid_wrapper's name.
+  environment["PAM_WRAPPER_DISABLE_DEEPBIND"] = "1";
+  environment["UID_WRAPPER_DISABLE_DEEPBIND"] = "1";
+  environment["NSS_WRAPPER_DISABLE_DEEPBIND"] = "1";
+#endif
+  preload(environment, environment["LD_PRELOAD"] + ":" + E2E_PAM_WRAPPER_LIBRARY + ":" + E2E_NSS_WRAPPER_LIBRARY);
+  return environment;
+}
+
 Daemon::Daemon() {
   const char *base = std::getenv("TMPDIR");
   std::string pattern = std::string(base && *base ? base : "/tmp") + "/schedsh-e2e-XXXXXX";
@@ -150,6 +170,13 @@ void Daemon::reap() {
 }
 
 std::string Daemon::log() const { return read_file(directory_ + "/schedd.log"); }
+
+bool Daemon::enable_feature(std::string *why) const {
+  ShellRun run = shell("configure terminal\nfeature scheduler\n");
+  if (run.status == 0 && run.err.empty()) return true;
+  *why = "feature scheduler failed (" + std::to_string(run.status) + "): " + run.err;
+  return false;
+}
 
 ShellRun Daemon::shell(const std::string &input, const std::vector<std::string> &arguments,
                        const Environment &environment) const {

@@ -18,6 +18,10 @@ using Environment = std::map<std::string, std::string>;
 Environment stopped_clock();
 // Preloads `libraries` (colon-separated); the sanitizer runtime is told to accept that.
 void preload(Environment &environment, const std::string &libraries);
+// The stopped clock, with this process's user called `user` by nss_wrapper (its files are
+// written into `directory`) and PAM from pam_wrapper with the tests' schedcli service, where
+// pam_matrix knows the remote user alice with the password wonderland.
+Environment as_user(const std::string &directory, const std::string &user);
 
 struct ShellRun {
   std::string out, err;
@@ -42,6 +46,9 @@ class Daemon {
   // Waits for it to end after a signal that ends it.
   void reap();
   std::string log() const;
+  // Turns the scheduler feature on through the shell, as an operator does first; false, with
+  // the reason in `why`, when that fails.
+  bool enable_feature(std::string *why) const;
 
   // Runs the shell against this daemon with `input` on its standard input and `arguments` after
   // the directory options; a run that takes over 60 s is killed.

@@ -49,7 +49,9 @@ TEST_P(Transcripts, MatchTheExpectedOutput) {
 
 INSTANTIATE_TEST_SUITE_P(Shell, Transcripts,
                          ::testing::Values(Transcript{"help_and_modes", 1}, Transcript{"jobs", 1},
-                                           Transcript{"schedules", 1}, Transcript{"paste_back", 0}),
+                                           Transcript{"schedules", 1}, Transcript{"paste_back", 0},
+                                           Transcript{"feature_off", 1}, Transcript{"feature_disable", 1},
+                                           Transcript{"logfile_and_transport", 1}),
                          [](const ::testing::TestParamInfo<Transcript> &info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -67,6 +67,17 @@ TEST(Declaration, MalformedSyntaxIsRefused) {
   EXPECT_THROW(table.add({Mode::Exec, "show", {"s"}, nullptr}), std::logic_error);
 }
 
+TEST(Declaration, ANumberVariableNeedsARangeInOrder) {
+  CommandTable table;
+  EXPECT_NE(refusal(table, {Mode::Exec, "level <7-0>", {"l", "n"}, act}), "");
+  // Anything but two whole numbers is an ordinary variable's name.
+  for (const char *syntax : {"level <0-7>", "name <a-b>", "size <-5>", "port <1-2-3>"}) {
+    EXPECT_EQ(refusal(table, {Mode::Exec, syntax, {"k", "v"}, act}), "") << syntax;
+  }
+  EXPECT_TRUE(table.commands()[0].tokens[1].range.has_value());
+  for (std::size_t i = 1; i < table.commands().size(); ++i) EXPECT_FALSE(table.commands()[i].tokens[1].range);
+}
+
 class Matching : public ::testing::Test {
  protected:
   void SetUp() override { register_commands(table); }
@@ -107,6 +118,41 @@ TEST_F(Matching, FailuresSayWhichWordAndWhy) {
   EXPECT_EQ(table.match(Mode::Exec, Words{"show", "scheduler"}).status, MatchStatus::Incomplete);
   // An empty word (a quoted "") abbreviates nothing.
   EXPECT_EQ(table.match(Mode::Exec, Words{"", "terminal"}).status, MatchStatus::Invalid);
+}
+
+TEST_F(Matching, ANumberVariableTakesOnlyAWholeNumberInItsRange) {
+  const std::string level = "[no] logging level scheduler <0-7>";
+  for (const char *word : {"0", "7", "007"}) {
+    EXPECT_EQ(syntax_of(Mode::Config, {"logging", "level", "scheduler", word}), level) << word;
+  }
+  for (const char *word : {"8", "-1", "+1", "1.0", "x", "", "99999999999999999999"}) {
+    Match match = table.match(Mode::Config, Words{"logging", "level", "scheduler", word});
+    EXPECT_EQ(match.status, MatchStatus::Invalid) << word;
+    EXPECT_EQ(match.error_word, 3u) << word;
+  }
+  // The optional port is recognised by its number; a word out of its range is the error.
+  Words server{"scheduler", "transport", "email", "smtp-server", "h", "port", "65535", "vrf", "v"};
+  EXPECT_EQ(Arguments(table.match(Mode::Config, server), server, "", {}).number("<1-65535>"), 65535);
+  server[6] = "65536";
+  EXPECT_EQ(table.match(Mode::Config, server).error_word, 6u);
+}
+
+TEST_F(Matching, ARemovedFeatureTakesAllItsCommandsAndNothingElse) {
+  const std::vector<std::string> removed{"scheduler"};
+  EXPECT_EQ(table.match(Mode::Config, Words{"scheduler", "job", "name", "j"}, removed).status, MatchStatus::Invalid);
+  EXPECT_EQ(table.match(Mode::Exec, Words{"show", "scheduler", "job"}, removed).status, MatchStatus::Invalid);
+  EXPECT_EQ(table.match(Mode::Schedule, Words{"time", "daily", "10:00"}, removed).status, MatchStatus::Invalid);
+  EXPECT_EQ(table.match(Mode::Config, Words{"no", "feature", "scheduler"}, removed).status, MatchStatus::Ok);
+  EXPECT_EQ(table.match(Mode::Exec, Words{"show", "running-config", "scheduler"}, removed).status, MatchStatus::Ok);
+  std::vector<std::string> offered;
+  for (const HelpItem &item : table.help(Mode::Config, Words{}, "", removed)) offered.push_back(item.word);
+  EXPECT_EQ(offered, (Words{"end", "exit", "feature", "no"}));
+  EXPECT_EQ(table.completions(Mode::Exec, Words{"show"}, "", removed), (Words{"running-config", "startup-config"}));
+  // Abbreviations are judged among the commands still there.
+  EXPECT_EQ(table.match(Mode::Exec, Words{"sh", "s"}).status, MatchStatus::Ambiguous);
+  Match alone = table.match(Mode::Exec, Words{"sh", "s"}, removed);
+  ASSERT_EQ(alone.status, MatchStatus::Ok);
+  EXPECT_EQ(alone.command->syntax, "show startup-config [scheduler]");
 }
 
 TEST_F(Matching, ARestOfLineVariableKeepsTheLineAsTyped) {

@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 
 #include "cli/request.h"
+#include "schedcli/cli_config.h"
+#include "schedcli/platform/acfg.h"
+#include "schedcli/platform/syserr.h"
 #include "shell_testing.h"
 
 namespace schedsh::testing {
@@ -148,6 +151,141 @@ TEST_F(Contexts, ValuesLongerThanTheirFieldAreRefusedNotCut) {
   EXPECT_EQ(err.str(), refused + refused + refused + refused +
                            "% Lines up to end-job are ignored: the job was not created\n"
                            "% Email address too long: at most 63 characters\n");
+}
+
+TEST_F(Contexts, LogFileParametersAreANumberOfKilobytesAndAFileUri) {
+  ASSERT_TRUE(run({"configure terminal"}));
+  const uint32_t integer = SCH_VALUE_INTEGER;
+  EXPECT_EQ(call_of("scheduler logfile size 1").params, (std::vector<RecordedParam>{{0, integer, "1"}}));
+  EXPECT_EQ(call_of("scheduler logfile size 65536").params, (std::vector<RecordedParam>{{0, integer, "65536"}}));
+  // The no form needs no size, and a size given to it is not sent.
+  for (const char *line : {"no scheduler logfile size", "no scheduler logfile size 64"}) {
+    Call call = call_of(line);
+    EXPECT_EQ(call.handler, "logfile_resize");
+    EXPECT_EQ(call.context.param_count, 0) << line;
+    EXPECT_EQ(call.context.no_flag, 1) << line;
+  }
+  EXPECT_EQ(call_of("scheduler logfile name logs:runs.dat").params,
+            (std::vector<RecordedParam>{{0, kValueFileUri, "logs:runs.dat"}}));
+  EXPECT_EQ(call_of("scheduler logfile name /var/tmp/runs.dat").values(), Values{":/var/tmp/runs.dat"});
+  EXPECT_EQ(call_of("no scheduler logfile name").context.no_flag, 1);
+  shell.enter(Mode::Exec);
+  EXPECT_EQ(call_of("clear scheduler logfile").handler, "logfile_clear");
+
+  // Sizes the daemon does not take, and names no file system holds, are refused before anything
+  // is sent.
+  backend.calls.clear();
+  shell.enter(Mode::Config);
+  EXPECT_FALSE(run({"scheduler logfile size 0", "scheduler logfile size 65537", "scheduler logfile name nfs:x",
+                    "scheduler logfile name logs:../../etc/passwd", "scheduler logfile name " + std::string(300, 'f')}));
+  EXPECT_TRUE(backend.calls.empty());
+  const std::string invalid_name =
+      "% Invalid file name: a path, or logs:, bootflash: or volatile: followed by a path without \"..\"\n";
+  EXPECT_EQ(err.str(), "% Invalid command at '0'\n% Invalid command at '65537'\n" + invalid_name + invalid_name +
+                           invalid_name);
+}
+
+TEST_F(Contexts, TransportOptionsTravelByCommandCode) {
+  ASSERT_TRUE(run({"configure terminal"}));
+  struct Case {
+    const char *line;
+    uint32_t code;
+    Values values;
+  };
+  for (const Case &c : {Case{"scheduler transport email from sched@example.com", SCH_TRANSPORT_FROM,
+                             {"sched@example.com"}},
+                        Case{"no scheduler transport email from sched@example.com", SCH_TRANSPORT_FROM, {}},
+                        Case{"scheduler transport email reply-to ops@example.com", SCH_TRANSPORT_REPLY_TO,
+                             {"ops@example.com"}},
+                        Case{"no scheduler transport email reply-to", SCH_TRANSPORT_REPLY_TO, {}},
+                        Case{"no scheduler transport email smtp-server mail port 26", SCH_TRANSPORT_SMTP_SERVER, {}}}) {
+    Call call = call_of(c.line);
+    EXPECT_EQ(call.handler, "email_transport") << c.line;
+    EXPECT_EQ(call.context.command_code, c.code) << c.line;
+    EXPECT_EQ(call.values(), c.values) << c.line;
+    EXPECT_EQ(call.context.no_flag, c.line[0] == 'n') << c.line;
+  }
+  // An address the handler would cut is refused; the no form sends none, so takes any.
+  backend.calls.clear();
+  const std::string too_long(SCH_EMAIL_SIZE, 'a');
+  EXPECT_FALSE(run({"scheduler transport email from " + too_long}));
+  EXPECT_EQ(err.str(), "% Email address too long: at most 63 characters\n");
+  EXPECT_TRUE(backend.calls.empty());
+  EXPECT_TRUE(run({"no scheduler transport email reply-to " + too_long}));
+}
+
+TEST_F(Contexts, TheSmtpServerCarriesItsAddressKindPortAndVrf) {
+  ASSERT_TRUE(run({"configure terminal"}));
+  const std::string command = "scheduler transport email smtp-server ";
+  struct Case {
+    std::string host;
+    uint32_t kind;
+  };
+  for (const Case &c : {Case{"192.0.2.25", SCH_ADDRESS_IPV4}, Case{"2001:db8::25", SCH_ADDRESS_IPV6},
+                        Case{"::1", SCH_ADDRESS_IPV6}, Case{"mail.example.com", SCH_ADDRESS_HOST_NAME},
+                        Case{"localhost", SCH_ADDRESS_HOST_NAME}, Case{"3com.example", SCH_ADDRESS_HOST_NAME},
+                        Case{"mx-1", SCH_ADDRESS_HOST_NAME}, Case{std::string(63, 'h') + ".example", SCH_ADDRESS_HOST_NAME},
+                        // Neither an address nor a name: the handler refuses these.
+                        Case{"192.0.2.256", 0}, Case{"192.0.2", 0}, Case{"1:2", 0}, Case{"-mail", 0},
+                        Case{"mail-", 0}, Case{"mail..example", 0}, Case{"mail.example.", 0},
+                        Case{"mail_server", 0}, Case{std::string(64, 'h') + ".example", 0}}) {
+    Call call = call_of(command + c.host);
+    EXPECT_EQ(call.values(), Values{c.host});
+    EXPECT_EQ(call.address_kinds, std::vector<uint32_t>{c.kind}) << c.host;
+  }
+  // A port is an integer; the VRF follows it, or takes its place.
+  const uint32_t s = SCH_VALUE_STRING, integer = SCH_VALUE_INTEGER;
+  EXPECT_EQ(call_of(command + "mail port 587 vrf blue").params,
+            (std::vector<RecordedParam>{{0, s, "mail"}, {0, integer, "587"}, {0, s, "blue"}}));
+  EXPECT_EQ(call_of(command + "mail vrf blue").params, (std::vector<RecordedParam>{{0, s, "mail"}, {0, s, "blue"}}));
+  EXPECT_EQ(call_of(command + "mail port 1").values(), (Values{"mail", "1"}));
+  backend.calls.clear();
+  EXPECT_FALSE(run({command + "mail port 0", command + "mail vrf blue port 25", command + "mail port"}));
+  EXPECT_TRUE(backend.calls.empty());
+
+  // The handler's refusal of a host has no line end of its own; the shell ends the line.
+  err.str("");
+  backend.results["email_transport"] = 1;
+  call_of(command + "bad_host", false);
+  EXPECT_EQ(err.str(), "\n");
+  err.str("");
+  call_of(command + "mail", false);
+  EXPECT_EQ(err.str(), "");
+}
+
+TEST_F(Contexts, LoggingLevelAndTheConfigurationRequestsUseTheSession) {
+  ASSERT_TRUE(run({"configure terminal"}));
+  Call set = call_of("logging level scheduler 7");
+  EXPECT_EQ(set.handler, "logging_level");
+  EXPECT_EQ(set.text, "scheduler");
+  EXPECT_EQ(set.number, 7u);
+  EXPECT_EQ(set.context.session, test_session());
+  EXPECT_EQ(call_of("no logging level scheduler").number, ACFG_LEVEL_DEFAULT);
+  EXPECT_EQ(call_of("no logging level scheduler 3").number, ACFG_LEVEL_DEFAULT);
+  backend.results["logging_level"] = ACFG_ERR_BAD_ARGUMENT;
+  call_of("logging level scheduler 0", false);
+  EXPECT_EQ(err.str(), std::string("% Could not set the scheduler's logging level: ") +
+                           syserr2str(ACFG_ERR_BAD_ARGUMENT) + "\n");
+
+  ASSERT_TRUE(run({"end"}));
+  err.str("");
+  backend.config = "feature scheduler\nscheduler transport email smtp-server  mail\n\n";
+  EXPECT_EQ(call_of("show running-config").number, ACFG_CFG_RUNNING);
+  EXPECT_EQ(call_of("show running-config scheduler").number, ACFG_CFG_RUNNING);
+  EXPECT_EQ(call_of("show startup-config scheduler").number, ACFG_CFG_STARTUP);
+  // Exactly as received, blanks and empty lines included.
+  EXPECT_EQ(out.str(), backend.config + backend.config + backend.config);
+  EXPECT_EQ(call_of("copy running-config startup-config").handler, "copy_running_to_startup");
+  EXPECT_EQ(out.str().size(), 3 * backend.config.size());   // copying prints nothing
+
+  backend.results = {{"config_text", CMI_ERR_NO_DAEMON}, {"copy_running_to_startup", CMI_ERR_TIMEOUT}};
+  out.str("");
+  call_of("show startup-config", false);
+  call_of("copy running-config startup-config", false);
+  EXPECT_EQ(out.str(), "");
+  EXPECT_EQ(err.str(), std::string("% Could not show the startup configuration: ") + syserr2str(CMI_ERR_NO_DAEMON) +
+                           "\n% Could not copy the running configuration to the startup configuration: " +
+                           syserr2str(CMI_ERR_TIMEOUT) + "\n");
 }
 
 }  // namespace

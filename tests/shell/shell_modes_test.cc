@@ -52,6 +52,81 @@ TEST_F(Modes, AnExistingScheduleIsEnteredQuietlyAndOtherRefusalsStayOut) {
   EXPECT_EQ(shell.mode(), Mode::Config);
 }
 
+TEST_F(Modes, ABlankLineEndsAScheduleBlockButNotAJobOrAComment) {
+  to_schedule("s1");
+  ASSERT_TRUE(run({"! still the schedule's", "time daily 10:00", "  \t"}));
+  EXPECT_EQ(shell.mode(), Mode::Config);
+  EXPECT_FALSE(run({"time daily 10:00"}));
+  to_schedule("s1");
+  ASSERT_TRUE(run({""}));
+  EXPECT_EQ(shell.mode(), Mode::Config);
+  ASSERT_TRUE(run({"", "scheduler job name j1", "", "ls", "end-job"}));
+  EXPECT_EQ(backend.last().text, "\nls\n");
+  EXPECT_EQ(shell.mode(), Mode::Config);
+}
+
+// The text the daemon's generator prints, every kind of line of it; pasted back, every line is
+// taken and each block ends where it should.
+TEST_F(Modes, PastedConfigurationTextIsTakenLineByLine) {
+  const std::vector<std::string> text = {
+      "feature scheduler", "logging level scheduler 3", "scheduler logfile size 32", "",
+      "scheduler aaa-authentication username alice password 7 AbC=", "",
+      "scheduler transport email from sched@example.com", "scheduler transport email reply-to ops@example.com",
+      "scheduler transport email smtp-server  mail.example.com", "scheduler transport email smtp-server ::1 port 587",
+      "scheduler job name backup", "tar czf /tmp/b.tgz /etc", "  echo \"indented ; kept\"", "end-job", "",
+      "scheduler schedule name nightly", "  job name backup", "  time daily 02:30", "email-addr ops@example.com", "",
+      "scheduler schedule name hourly", "  time daily 30", "",
+      "scheduler schedule name weekly", "  time weekly 00:10:00", "",
+      "scheduler schedule name repeat", "  time start 2031:01:01:10:00 repeat 0:0:30", "",
+      "scheduler schedule name untimed", "  job name backup", "  email-addr ops@example.com", "",
+      "scheduler schedule name bare", "  ",
+      "scheduler schedule name last", "  time start 2031:12:31:23:59", ""};
+  ASSERT_TRUE(run({"configure terminal"}));
+  for (const std::string &line : text) EXPECT_TRUE(shell.execute(line)) << line << ": " << err.str();
+  EXPECT_EQ(shell.mode(), Mode::Config);
+  EXPECT_EQ(err.str(), "");
+  std::vector<std::string> sent;
+  for (const Call &call : backend.calls) {
+    std::string line = call.handler;
+    for (const std::string &value : call.values()) line += " " + value;
+    sent.push_back(line);
+  }
+  EXPECT_EQ(sent, (std::vector<std::string>{
+                      "enable_scheduler", "logging_level", "logfile_resize 32", "aaa_auth_passwd alice AbC=",
+                      "email_transport sched@example.com", "email_transport ops@example.com",
+                      "email_transport mail.example.com", "email_transport ::1 587", "create_delete_job backup",
+                      "define_job", "create_delete_schedule nightly", "modify_schedule nightly backup",
+                      "modify_schedule nightly 02:30", "modify_schedule_emailaddr nightly ops@example.com",
+                      "create_delete_schedule hourly", "modify_schedule hourly 30", "create_delete_schedule weekly",
+                      "modify_schedule weekly 00:10:00", "create_delete_schedule repeat",
+                      "modify_schedule repeat 2031:01:01:10:00 0:0:30", "create_delete_schedule untimed",
+                      "modify_schedule untimed backup", "modify_schedule_emailaddr untimed ops@example.com",
+                      "create_delete_schedule bare", "create_delete_schedule last",
+                      "modify_schedule last 2031:12:31:23:59"}));
+  EXPECT_EQ(backend.calls[9].text, "tar czf /tmp/b.tgz /etc\n  echo \"indented ; kept\"\n");
+}
+
+TEST_F(Modes, AFeatureTurnedOffTakesItsCommandsUntilItIsTurnedOnAgain) {
+  to_schedule("s1");
+  // What the handler's hook does once the daemon has turned the feature off.
+  ASSERT_TRUE(run({"no feature scheduler"}));
+  shell.remove_feature("scheduler");
+  EXPECT_EQ(shell.mode(), Mode::Config);
+  EXPECT_FALSE(run({"scheduler job name j1", "logging level scheduler 3"}));
+  EXPECT_EQ(shell.mode(), Mode::Config);   // the job's lines are not taken as text either
+  EXPECT_EQ(err.str(), "% Invalid command at 'scheduler'\n% Invalid command at 'logging'\n");
+  ASSERT_TRUE(run({"end", "show running-config"}));
+  EXPECT_FALSE(run({"show scheduler job"}));
+  // A failed enable leaves them out; one the handler takes brings them back.
+  backend.results["enable_scheduler"] = 1;
+  EXPECT_FALSE(run({"configure terminal", "feature scheduler", "scheduler schedule name s1"}));
+  backend.results.clear();
+  EXPECT_TRUE(run({"feature scheduler", "scheduler schedule name s1", "end", "show scheduler job"}));
+  ASSERT_EQ(backend.calls.size(), 6u);
+  EXPECT_EQ(backend.calls[0].context.no_flag, 1);
+  EXPECT_EQ(backend.calls[3].context.no_flag, 0);
+}
+
 TEST_F(Modes, JobModeGathersEveryLineUntilEndJob) {
   ASSERT_TRUE(run({"configure terminal", "scheduler job name j1"}));
   // Lines that look like commands, blanks and all, are the job's; a carriage return is not.

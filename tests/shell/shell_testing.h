@@ -11,6 +11,7 @@
 
 #include "backend.h"
 #include "commands.h"
+#include "schedcli/platform/uri.h"
 #include "shell.h"
 
 namespace schedsh::testing {
@@ -25,8 +26,10 @@ struct RecordedParam {
 struct Call {
   std::string handler;
   sch_cli_context context{};
-  std::vector<RecordedParam> params;
-  std::string job, text;   // define_job only
+  std::vector<RecordedParam> params;   // integers and file URIs as text ("device:path")
+  std::vector<uint32_t> address_kinds;
+  std::string job, text;   // define_job only; text is also logging_level's facility
+  uint32_t number = 0;     // config_text's kind, logging_level's level
 
   std::vector<std::string> values() const {
     std::vector<std::string> all;
@@ -54,19 +57,65 @@ class FakeBackend final : public Backend {
   int aaa_auth_passwd(sch_cli_context *c) override { return static_cast<int>(record("aaa_auth_passwd", *c, 8)); }
   int show_jobs(sch_cli_context *c) override { return static_cast<int>(record("show_jobs", *c)); }
   int show_schedules(sch_cli_context *c) override { return static_cast<int>(record("show_schedules", *c)); }
+  int enable_scheduler(sch_cli_context *c) override { return static_cast<int>(record("enable_scheduler", *c)); }
+  uint32_t logfile_resize(sch_cli_context *c) override { return record("logfile_resize", *c); }
+  uint32_t logfile_clear(sch_cli_context *c) override { return record("logfile_clear", *c); }
+  uint32_t logfile_rename(sch_cli_context *c) override { return record("logfile_rename", *c); }
+  uint32_t email_transport(sch_cli_context *c) override { return record("email_transport", *c); }
+  int show_config(sch_cli_context *c) override { return static_cast<int>(record("show_config", *c)); }
+  int show_memstats(sch_cli_context *c) override { return static_cast<int>(record("show_memstats", *c)); }
+  uint32_t config_text(cmi_session *session, uint32_t cfg_type, std::string *text) override {
+    uint32_t result = record_session("config_text", session, cfg_type);
+    if (result == 0) *text = config;
+    return result;
+  }
+  uint32_t copy_running_to_startup(cmi_session *session) override {
+    return record_session("copy_running_to_startup", session, 0);
+  }
+  uint32_t logging_level(cmi_session *session, std::string_view facility, uint32_t level) override {
+    uint32_t result = record_session("logging_level", session, level);
+    calls.back().text = facility;
+    return result;
+  }
+
+  std::string config;   // what config_text answers
 
   const Call &last() const { return calls.back(); }
 
  private:
   uint32_t record(const std::string &handler, const sch_cli_context &context, uint32_t success = 0) {
-    Call call{handler, context, {}, {}, {}};
+    Call call{handler, context, {}, {}, {}, {}};
     for (unsigned i = 0; i < context.param_count; ++i) {
       const sch_cli_param *param = context.params[i];
-      call.params.push_back({param->kind, param->value_type, static_cast<const char *>(param->value)});
+      call.params.push_back({param->kind, param->value_type, value_text(*param)});
+      call.address_kinds.push_back(param->address_kind);
     }
     calls.push_back(call);
+    return result_of(handler, success);
+  }
+
+  uint32_t record_session(const std::string &handler, cmi_session *session, uint32_t number) {
+    Call call{handler, {}, {}, {}, {}, {}};
+    call.context.session = session;
+    call.number = number;
+    calls.push_back(call);
+    return result_of(handler, 0);
+  }
+
+  uint32_t result_of(const std::string &handler, uint32_t success) const {
     auto found = results.find(handler);
     return found == results.end() ? success : found->second;
+  }
+
+  static std::string value_text(const sch_cli_param &param) {
+    switch (param.value_type) {
+      case SCH_VALUE_STRING: return static_cast<const char *>(param.value);
+      case SCH_VALUE_INTEGER: return std::to_string(*static_cast<const int32_t *>(param.value));
+      default: {
+        const auto *uri = static_cast<const file_uri *>(param.value);
+        return std::string(uri->device) + ":" + uri->path;
+      }
+    }
   }
 };
 

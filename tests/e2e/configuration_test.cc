@@ -1,0 +1,112 @@
+// The configuration's text end to end: built through the shell, pasted into a fresh daemon, saved,
+// and brought back by a stateless restart, byte for byte each time.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "processes.h"
+#include "schedcli/platform/secrets.h"
+
+namespace e2e {
+namespace {
+
+// Everything that leaves a line in the configuration, typed as an operator types it. The shells
+// run as alice, a remote user, so that a type-7 password is part of it. The schedules are named in
+// the order they are made: the startup configuration lists them by name, the running one in
+// that order.
+const char kBuild[] =
+    "configure terminal\n"
+    "feature scheduler\n"
+    "scheduler aaa-authentication password wonderland\n"
+    "logging level scheduler 6\n"
+    "scheduler logfile size 48\n"
+    "scheduler transport email from sched@example.com\n"
+    "scheduler transport email reply-to ops@example.com\n"
+    "scheduler transport email smtp-server mail.example.com port 587 vrf blue\n"
+    "scheduler job name backup\n"
+    "tar czf /tmp/backup.tgz /etc\n"
+    "  echo \"indented ; kept\"\n"
+    "\n"
+    "echo done\n"
+    "end-job\n"
+    "scheduler job name report echo a ; echo b\n"
+    "scheduler job name empty\n"
+    "end-job\n"
+    "scheduler schedule name s1_daily\n"
+    "time daily 02:30\n"
+    "job name backup\n"
+    "job name report\n"
+    "email-addr ops@example.com\n"
+    "email-addr dev@example.com\n"
+    "scheduler schedule name s2_weekly\n"
+    "time weekly Fri:23:00\n"
+    "job name report\n"
+    "scheduler schedule name s3_monthly\n"
+    "time monthly 28:10:00\n"
+    "job name empty\n"
+    "scheduler schedule name s4_once\n"
+    "time start 2031:Jan:01:10:00\n"
+    "scheduler schedule name s5_repeat\n"
+    "time start 2031:Jan:01:10:00 repeat 1:02:03\n"
+    "job name backup\n"
+    "scheduler schedule name s6_soon\n"
+    "time start now repeat 30\n"
+    "scheduler schedule name s7_untimed\n"
+    "job name report\n"
+    "email-addr dev@example.com\n"
+    "scheduler schedule name s8_bare\n"
+    "end\n";
+
+class Configuration : public ::testing::Test {
+ protected:
+  Environment alice(const Daemon &daemon) { return as_user(daemon.directory(), "alice"); }
+  ShellRun run(const Daemon &daemon, const std::string &input) { return daemon.shell(input, {}, alice(daemon)); }
+  bool start(Daemon &daemon) { return daemon.start(&why, alice(daemon)); }
+  std::string shown(const Daemon &daemon, const std::string &command) {
+    ShellRun shown = run(daemon, command + "\n");
+    EXPECT_EQ(shown.err, "") << command;
+    EXPECT_EQ(shown.status, 0) << command;
+    return shown.out;
+  }
+
+  std::string why;
+};
+
+TEST_F(Configuration, ItsTextRebuildsItExactlyAndSurvivesAStatelessRestart) {
+  Daemon original;
+  ASSERT_TRUE(start(original)) << why;
+  ShellRun built = run(original, kBuild);
+  ASSERT_EQ(built.err, "");
+  ASSERT_EQ(built.status, 0);
+  const std::string text = shown(original, "show running-config");
+  for (const char *line : {"feature scheduler\n", "logging level scheduler 6\n", "scheduler logfile size 48\n",
+                           "scheduler aaa-authentication username alice password 7 ",
+                           "scheduler transport email smtp-server mail.example.com port 587\n",
+                           "  time weekly 06:23:00\n", "  time start 2031:01:01:10:00 repeat 1:2:3\n",
+                           "  time start 2030:03:17:17:48 repeat 0:0:30\n", "  email-addr dev@example.com\n",
+                           "scheduler schedule name s8_bare\n  \n"}) {
+    EXPECT_NE(text.find(line), std::string::npos) << "no \"" << line << "\" in:\n" << text;
+  }
+
+  Daemon fresh;
+  // A type-7 password is the device's: the fresh daemon is on the same device, with its key.
+  const std::string key = "/state/" SECRETS_DEVICE_KEY_NAME;
+  std::filesystem::create_directories(fresh.directory() + "/state");
+  std::filesystem::copy_file(original.directory() + key, fresh.directory() + key);
+  ASSERT_TRUE(start(fresh)) << why;
+  ShellRun pasted = run(fresh, "configure terminal\n" + text);
+  EXPECT_EQ(pasted.err, "");
+  EXPECT_EQ(pasted.status, 0);
+  EXPECT_EQ(shown(fresh, "show running-config"), text);
+
+  EXPECT_EQ(shown(fresh, "copy running-config startup-config"), "");
+  ASSERT_EQ(fresh.stop(), 0) << fresh.log();
+  std::filesystem::remove_all(fresh.directory() + "/run");
+  ASSERT_TRUE(start(fresh)) << why;
+  EXPECT_EQ(shown(fresh, "show running-config"), text);
+  EXPECT_EQ(shown(fresh, "show startup-config"), text);
+}
+
+}  // namespace
+}  // namespace e2e
