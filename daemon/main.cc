@@ -4,13 +4,11 @@
 #include <cstdio>
 #include <string>
 
+#include "core/clock.h"
+#include "core/daemon.h"
 #include "detach.h"
 #include "options.h"
-#include "schedcli/platform/cmi.h"
-#include "schedcli/platform/syserr.h"
 #include "schedcli/platform/syslog.h"
-#include "server.h"
-#include "startup.h"
 
 namespace {
 
@@ -24,19 +22,16 @@ int serve(const schedd::Options &options) {
   // open, for one); a detached daemon's standard error goes nowhere after that.
   nost_syslog_copy_to_stderr(1);
 
-  schedd::Service service;
+  schedd::SystemClock clock;
+  schedd::Daemon daemon(options, clock);
   std::string error;
-  if (!service.start(options, &error)) {
+  if (!daemon.start(&error)) {
     std::fprintf(stderr, "schedd: %s\n", error.c_str());
     return kStartFailed;
   }
-  schedd::Server server(options.standby);
-  if (uint32_t status = server.listen()) {
-    std::fprintf(stderr, "schedd: cannot listen on %s: %s\n", server.socket_path().c_str(), syserr2str(status));
-    return kStartFailed;
-  }
-  detacher.ready(server.socket_path());
-  server.run();
+  detacher.ready(daemon.socket_path());
+  daemon.run();
+  daemon.stop();
   return 0;
 }
 

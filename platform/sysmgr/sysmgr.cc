@@ -126,6 +126,8 @@ const char *sysmgr_startup_cfg_uri_get(void) { return directories().set ? direct
 const char *sysmgr_debug_cfg_uri_get(void) { return directories().set ? directories().debug_prefix : nullptr; }
 int sysmgr_is_stateless_restart(void) { return directories().set && directories().stateless ? 1 : 0; }
 
+void sysmgr_stateless_restart_set(void) { directories().stateless = true; }
+
 int sysmgr_default_state_dir(char *buffer, size_t size) {
   if (geteuid() == 0) return copy_text(buffer, size, "/var/lib/schedcli");
   if (const char *state_home = absolute_environment("XDG_STATE_HOME")) {

@@ -109,6 +109,7 @@ TEST_F(DaemonLifecycle, StartsThatCannotWorkAreRefusedWithTheReason) {
   EXPECT_FALSE(std::filesystem::exists(long_runtime + "/schedd.pid")) << "refused before anything was opened";
 
   std::filesystem::create_directories(runtime_dir_ + "/scheduler_runtime");
+  std::ofstream(runtime_dir_ + "/running-stores-whole").flush();
   refused = start();
   EXPECT_EQ(refused.code, 1);
   EXPECT_NE(refused.error_output.find("SCH_SYSLOG_PSS_ERR"), std::string::npos) << refused.error_output;

@@ -37,8 +37,12 @@ SCHED_EXPORT const char *sysmgr_debug_cfg_uri_get(void);
 /* prefix + middle + name in a buffer of the calling thread, valid until its next call; the
  * caller copies it at once. NULL pieces count as empty. */
 SCHED_EXPORT const char *sysmgr_uri_complete(const char *prefix, const char *middle, const char *name);
-/* Non-zero when the runtime directory was missing when the directories were set. */
+/* Non-zero when the runtime directory was missing when the directories were set, or when
+ * sysmgr_stateless_restart_set was called since. */
 SCHED_EXPORT int sysmgr_is_stateless_restart(void);
+/* Makes this start a stateless restart: a host that finds its running stores unusable (a start-up
+ * cut short left them) starts from the startup configuration, as after a boot. */
+SCHED_EXPORT void sysmgr_stateless_restart_set(void);
 
 SCHED_END_DECLS
 
