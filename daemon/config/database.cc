@@ -22,7 +22,18 @@ gint by_listing_serial(gconstpointer a, gconstpointer b) {
   return first < second ? -1 : first > second ? 1 : 0;
 }
 
+gint by_name(gconstpointer a, gconstpointer b) {
+  return std::strncmp(static_cast<const sch_schedule_entry *>(a)->key->name,
+                      static_cast<const sch_schedule_entry *>(b)->key->name, SCH_NAME_SIZE);
+}
+
 }  // namespace
+
+void sort_schedules_by_name() { *database()->schedules = g_list_sort(*database()->schedules, by_name); }
+
+void sort_schedules_by_listing_serial() {
+  *database()->schedules = g_list_sort(*database()->schedules, by_listing_serial);
+}
 
 bool job_assigned(const sch_schedule_record &record, int job_id) {
   return (record.jobs[job_id / 32] & (1u << (job_id % 32))) != 0;

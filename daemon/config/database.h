@@ -40,6 +40,10 @@ void give_listing_serial(sch_schedule_entry *entry);
 // Puts the schedules restored at start-up back in creation order and numbers them.
 void number_restored_schedules();
 
+// Orders the live schedule list by name, or back in creation order.
+void sort_schedules_by_name();
+void sort_schedules_by_listing_serial();
+
 // The list element that holds the entry, or NULL.
 GList *schedule_element(sch_schedule_entry *entry);
 

@@ -14,6 +14,7 @@
 #include "schedcli/platform/sdwrap.h"
 #include "schedcli/platform/syserr.h"
 #include "schedcli/platform/sysmgr.h"
+#include "schedcli/wire.h"
 
 namespace schedd {
 
@@ -49,6 +50,67 @@ bool write_whole_configuration() {
   return !transport.smtp_server[0] || sch_save_email_smtpserver_conf_to_pss(pss_running, &transport) == 0;
 }
 
+// How many records of each kind a store holds, and whether it could be read to its end.
+struct RecordCounts {
+  uint32_t schedules = 0, jobs = 0, fragments = 0, email_entries = 0, users = 0;
+  bool enabled = false;  // the condition record says the feature is on
+  bool read_to_end = false;
+};
+
+RecordCounts count_records(pss2_handle store) {
+  RecordCounts counts;
+  pss2_handle cursor = store;
+  uint32_t status = pss2_move2location(&cursor, 1, PSS2_LOCATION_FIRST, nullptr);
+  for (; status == 0; status = pss2_move2location(&cursor, 1, PSS2_LOCATION_NEXT, nullptr)) {
+    uint32_t key_status = 0;
+    pss2_datum key = pss2_getkey(store, &key_status);
+    if (key_status != 0 || key.length != SCH_KEY_SIZE || !key.data) return counts;
+    sch_config_key native;
+    std::memcpy(&native, key.data, sizeof native);
+    sch_ntoh_config_key(&native);
+    counts.schedules += native.type == SCH_REC_SCHEDULE;
+    counts.jobs += native.type == SCH_REC_JOB && native.sequence == 0;
+    counts.fragments += native.type == SCH_REC_JOB && native.sequence != 0;
+    counts.email_entries += native.type == SCH_REC_SCHEDULE_EMAIL;
+    counts.users += native.type == SCH_REC_USER;
+    if (native.type == SCH_REC_CONDITION) {
+      uint32_t value_status = 0;
+      pss2_datum value = pss2_getvalue(store, &value_status);
+      if (value_status != 0 || !value.data || value.length < 4) return counts;
+      counts.enabled = sch_wire_get_u32(value.data) == 1;
+    }
+  }
+  counts.read_to_end = status == PSS2_ERR_END;
+  return counts;
+}
+
+// The restore walks the store and cannot say that a read failed on the way; a restore that
+// stopped early would serve part of the configuration and then write over the rest. The live
+// database must hold as many of each kind as the store does.
+bool restored_whole(std::string *error) {
+  RecordCounts stored = count_records(pss_running);
+  uint32_t jobs = 0;
+  uint32_t fragments = 0;
+  for (const sch_job_slot &job : std::span(database()->jobs, SCH_MAX_JOBS)) {
+    jobs += job.key != nullptr;
+    fragments += g_list_length(job.fragments);
+  }
+  uint32_t users = 0;
+  for (auto *user = static_cast<sch_user_element *>(peek_head(&sch_uname_q)); user;
+       user = static_cast<sch_user_element *>(user->link)) {
+    users++;
+  }
+  if (stored.read_to_end && stored.schedules == g_list_length(*database()->schedules) && stored.jobs == jobs && stored.fragments == fragments &&
+      stored.email_entries == g_list_length(sch_schedule_email_list) && stored.users == users &&
+      stored.enabled == (scheduler_enabled == 1)) {
+    return true;
+  }
+  *error = "the running store could not be read whole (" + std::to_string(stored.schedules) + " schedules, " +
+           std::to_string(stored.jobs) + " jobs stored; " + std::to_string(g_list_length(*database()->schedules)) +
+           " and " + std::to_string(jobs) + " restored)";
+  return false;
+}
+
 // What a store without these records means: the default log file and no mail server, the
 // server's kind, port and VRF at their defaults.
 void fill_in_defaults() {
@@ -72,6 +134,7 @@ bool restore_configuration(const StartupMode &mode, std::string *error) {
     *error = std::string("cannot open the stores in ") + sysmgr_runtime_dir() + " (the store's message above says why)";
     return false;
   }
+  if (!mode.standby && !mode.stateless && !restored_whole(error)) return false;
   if (!mode.standby && mode.stateless) {
     if (uint32_t status = durably(pss_running, write_whole_configuration)) {
       *error = std::string("cannot make the startup configuration durable in the running store: ") +

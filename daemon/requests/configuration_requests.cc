@@ -46,7 +46,11 @@ Reply configuration_text(std::span<const uint8_t> payload) {
   uint32_t status = 0;
   if (message.cfg_type == ACFG_CFG_RUNNING) {
     if (!scheduler_enabled) return reply;
+    // The text lists schedules by name, as the startup store keeps them, so that the running and
+    // the startup text of one configuration are the same; listings keep creation order.
+    sort_schedules_by_name();
     status = sch_acfgcb_cfg_gen(nullptr, &message);
+    sort_schedules_by_listing_serial();
   } else {
     if (!startup_feature_enabled()) return reply;
     message.startup_prefix = sysmgr_startup_cfg_uri_get();

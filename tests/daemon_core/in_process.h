@@ -1,0 +1,152 @@
+// Test support: the daemon in this process on a temporary directory, asked directly (no socket),
+// with the configuration text and every record of the running stores at hand for comparison.
+#ifndef SCHEDCLI_TESTS_DAEMON_CORE_IN_PROCESS_H
+#define SCHEDCLI_TESTS_DAEMON_CORE_IN_PROCESS_H
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "core/daemon.h"
+#include "pss/store_walk.h"
+#include "schedcli/diag.h"
+#include "schedcli/platform/acfg.h"
+#include "schedcli/platform/feature.h"
+#include "schedcli/platform/mtrack.h"
+#include "schedcli/platform/pss.h"
+#include "schedcli/platform/syserr.h"
+#include "schedcli/pss.h"
+#include "support/temp_dir.h"
+#include "support/wire_images.h"
+
+namespace in_process {
+
+using namespace wire_images;
+
+inline const schedd::Caller kRoot{0, "root"};
+
+// Every record of a store as key bytes -> value bytes.
+using StoreImage = std::map<std::string, std::string>;
+
+inline StoreImage image_of(pss2_handle store) {
+  StoreImage image;
+  sch::pss::walk_store(store, [&](pss2_datum key) {
+    uint32_t status = 0;
+    pss2_datum value = pss2_getvalue(store, &status);
+    const auto *key_bytes = static_cast<const char *>(key.data);
+    const auto *value_bytes = static_cast<const char *>(value.data);
+    image[std::string(key_bytes, key.length)] = status == 0 ? std::string(value_bytes, value.length) : "<unreadable>";
+    return true;
+  });
+  return image;
+}
+
+// What an operator can see and what a restart would find.
+struct Snapshot {
+  std::string text;
+  StoreImage running;
+  StoreImage results;
+  bool operator==(const Snapshot &) const = default;
+};
+
+class InProcessDaemon : public testing::Test {
+ public:
+  schedd::Reply call(uint32_t service, uint32_t opcode, const Bytes &request) {
+    return daemon_->handle(service, opcode, request, kRoot);
+  }
+  uint32_t configure(const Bytes &request) { return call(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, request).status; }
+  uint32_t feature(uint32_t action) {
+    Bytes payload{static_cast<uint8_t>(action)};
+    for (char c : std::string("scheduler")) payload.push_back(static_cast<uint8_t>(c));
+    payload.push_back(0);
+    return call(FM_SERVICE, action, payload).status;
+  }
+
+ protected:
+  void TearDown() override {
+    pss2_fault_clear_all();
+    stop();
+  }
+
+  schedd::Options options() const {
+    schedd::Options options;
+    options.state_dir = directory_->file("s");
+    options.runtime_dir = directory_->file("r");
+    return options;
+  }
+
+  // Starts a daemon; false (with the reason in `error_`) when start-up refused.
+  bool start(bool enable_feature = true) {
+    schedd::Options chosen = options();
+    chosen.enable_feature = enable_feature;
+    daemon_ = std::make_unique<schedd::Daemon>(chosen, clock_);
+    error_.clear();
+    return daemon_->start(&error_, /*listen=*/false);
+  }
+
+  // Stops the daemon; every tracked block it held must be back.
+  void stop() {
+    if (!daemon_) return;
+    daemon_.reset();
+    EXPECT_EQ(mtrack_live_blocks(SCH_MTRACK_IDENTITY), 0u) << "tracked blocks left behind";
+  }
+
+  // A stateless restart: the runtime directory goes, as at boot.
+  void reboot() {
+    stop();
+    std::filesystem::remove_all(options().runtime_dir);
+  }
+
+  uint32_t copy_to_startup() { return call(ACFG_SERVICE, ACFG_OP_COPY_STARTUP, Bytes{0}).status; }
+
+  std::string running_text() {
+    schedd::Reply reply = call(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, Bytes{ACFG_CFG_RUNNING, 0});
+    EXPECT_EQ(reply.status, 0u) << syserr2str(reply.status);
+    return std::string(reply.payload.begin(), reply.payload.end());
+  }
+  std::string startup_text() {
+    schedd::Reply reply = call(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, Bytes{ACFG_CFG_STARTUP, 0});
+    EXPECT_EQ(reply.status, 0u) << syserr2str(reply.status);
+    return std::string(reply.payload.begin(), reply.payload.end());
+  }
+
+  Snapshot snapshot() { return {running_text(), image_of(pss_running), image_of(pss_running_db)}; }
+
+  // A configuration with something of every kind, schedules not created in name order.
+  void configure_everything() {
+    ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, "backup")), 0u);
+    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "backup", std::string(2500, 'b'))), 0u);
+    ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, "rotate")), 0u);
+    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "rotate", "logrotate -f /etc/rotate.conf")), 0u);
+    for (const char *name : {"zeta", "alpha"}) {
+      ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, name)), 0u);
+      ASSERT_EQ(configure(modify_request(name, SCH_MODIFY_DAILY, daily(2, 30))), 0u);
+      ASSERT_EQ(configure(assign_request(name, "backup")), 0u);
+      ASSERT_EQ(configure(email_request(SCH_EMAIL_ADD, name, "ops@example.com")), 0u);
+    }
+    ASSERT_EQ(configure(assign_request("alpha", "rotate")), 0u);
+    ASSERT_EQ(configure(credential_request(SCH_CREDENTIAL_STORE, "alice", "7$secret")), 0u);
+    ASSERT_EQ(configure(log_file_request(SCH_REQ_LOG_SIZE, false, "", 4096)), 0u);
+    sch_email_transport_conf conf{};
+    std::strcpy(conf.from, "scheduler@example.com");
+    ASSERT_EQ(configure(transport_request(SCH_REQ_EMAIL_FROM, conf)), 0u);
+  }
+
+  // Starts over in a new directory, with no daemon.
+  void start_afresh() {
+    stop();
+    directory_ = std::make_unique<sch::testing::TempDir>();
+  }
+
+  std::unique_ptr<sch::testing::TempDir> directory_ = std::make_unique<sch::testing::TempDir>();
+  schedd::ManualClock clock_{1'800'000'000};
+  std::unique_ptr<schedd::Daemon> daemon_;
+  std::string error_;
+};
+
+}  // namespace in_process
+
+#endif
