@@ -2,11 +2,13 @@
 // and the copy to startup.
 #include "config/model.h"
 
+#include <syslog.h>
+
 #include <algorithm>
 
 #include "config/database.h"
 #include "config/debug_store.h"
-#include "core/debug.h"
+#include "schedcli/platform/syslog.h"
 #include "schedcli/pss.h"
 #include "schedcli/status.h"
 
@@ -44,7 +46,8 @@ void Model::remove_listener(ModelListener *listener) { std::erase(listeners_, li
 
 void Model::announce(ChangeKind kind, std::string_view name) {
   Change change{kind, std::string(name)};
-  debug(kDebugRequest, "%s%s%s", change_kind_name(kind), name.empty() ? "" : ": ", change.name.c_str());
+  nost_syslog(LOG_NOTICE, "configuration changed by %s: %s%s%s", actor_.empty() ? "schedd" : actor_.c_str(),
+              change_kind_name(kind), name.empty() ? "" : " ", change.name.c_str());
   // A listener may remove itself while hearing of the change.
   std::vector<ModelListener *> listeners = listeners_;
   for (ModelListener *listener : listeners) listener->model_changed(change);

@@ -55,6 +55,10 @@ class Model {
   void add_listener(ModelListener *listener);
   void remove_listener(ModelListener *listener);
 
+  // Who asks for the changes that follow, for the log line each change gets; empty for the daemon
+  // itself (start-up, the runner).
+  void set_actor(std::string actor) { actor_ = std::move(actor); }
+
   // Every operation returns 0 or the status that says why nothing changed. Names are at most
   // SCH_NAME_SIZE - 1 bytes; the requests layer has checked their form.
   uint32_t create_job(std::string_view name);
@@ -97,6 +101,7 @@ class Model {
   void announce(ChangeKind kind, std::string_view name = {});
 
   std::vector<ModelListener *> listeners_;
+  std::string actor_;
 };
 
 }  // namespace schedd

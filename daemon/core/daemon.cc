@@ -135,7 +135,10 @@ void Daemon::stop() {
 }
 
 Reply Daemon::handle(uint32_t service, uint32_t opcode, RequestBytes request, const Caller &caller) {
-  return dispatch(service, opcode, request, RequestContext{caller, model_, options_.standby});
+  model_.set_actor(caller.user);
+  Reply reply = dispatch(service, opcode, request, RequestContext{caller, model_, options_.standby});
+  model_.set_actor({});
+  return reply;
 }
 
 bool Daemon::set_directories(std::string *error) {
