@@ -178,6 +178,11 @@ void give_up(int report_fd, char kind, int exit_code, const char *format, ...) {
   give_up(report_fd, kReportExec, kExitUnavailable, "cannot execute %s: %s\n", plan.argv[0], strerror(errno));
 }
 
+// A duration as a GLib timeout: at least 1 ms, at most what a guint holds.
+guint milliseconds_of(std::chrono::milliseconds duration) {
+  return static_cast<guint>(std::clamp<int64_t>(duration.count(), 1, G_MAXUINT));
+}
+
 }  // namespace
 
 std::string truncation_marker(size_t limit) {
@@ -284,7 +289,7 @@ void JobProcess::launch() {
   attach(output_source_, G_SOURCE_FUNC(on_output));
   child_source_ = g_child_watch_source_new(pid_);
   attach(child_source_, G_SOURCE_FUNC(on_exit));
-  limit_source_ = g_timeout_source_new(static_cast<guint>(spec_.time_limit.count()));
+  limit_source_ = g_timeout_source_new(milliseconds_of(spec_.time_limit));
   attach(limit_source_, on_time_limit);
 }
 
@@ -353,7 +358,7 @@ gboolean JobProcess::on_time_limit(gpointer self) {
   auto *process = static_cast<JobProcess *>(self);
   process->outcome_.timed_out = true;
   process->kill_group(SIGTERM);
-  process->grace_source_ = g_timeout_source_new(static_cast<guint>(process->spec_.grace.count()));
+  process->grace_source_ = g_timeout_source_new(milliseconds_of(process->spec_.grace));
   process->attach(process->grace_source_, on_grace_over);
   return G_SOURCE_REMOVE;
 }
