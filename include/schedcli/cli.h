@@ -109,6 +109,24 @@ SCHED_EXPORT void print_status(const void *entry, int not_run);
 /* `character` `count` times to standard output; nothing when count <= 0. */
 SCHED_EXPORT void print_line(int count, int character);
 
+/* ---- Show log file ---- */
+
+/* Asks the daemon for its run log (parameter 1, when given, names the entries wanted) and prints
+ * every entry as its messages arrive. 0, 2 when the request could not be allocated (nothing is
+ * printed), or the platform's code of the send after an "Error" line on standard error. Receive
+ * and parse failures end the listing with a line on standard output and still return 0. */
+SCHED_EXPORT int sch_cli_show_logfile(sch_cli_context *context);
+/* Receives and prints the entries of the stream that `token_source` names, up to the last one,
+ * an empty log, or the first failure. */
+SCHED_EXPORT void display_log_entries(cmi_session *session, const cmi_token_source *token_source);
+/* Gathers the output of the entry whose first message is `first` (the payload as received, whose
+ * header and first part the caller has checked), receiving its further messages, and prints it.
+ * 0, or -1 after an allocation, receive or parse failure (the entry is then not printed). */
+SCHED_EXPORT int collate_and_display_log(cmi_session *session, const void *first, const mts_stream_context *context);
+/* Prints one entry: the header fields of `first` (a log message as received) and the total
+ * number of bytes at `output` that its header declares. */
+SCHED_EXPORT void display_log_entry(const void *first, const void *output);
+
 SCHED_END_DECLS
 
 #endif

@@ -1,0 +1,116 @@
+// One job run: a child process under the job's user with a fresh environment, its output
+// captured up to a bound, a time limit, and its end reported on the daemon's main context.
+#ifndef SCHEDD_RUNNER_JOB_PROCESS_H
+#define SCHEDD_RUNNER_JOB_PROCESS_H
+
+#include <glib.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace schedd::runner {
+
+inline constexpr const char *kDefaultInterpreter = "/bin/sh";
+inline constexpr const char *kJobPath = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+inline constexpr const char *kJobPamService = "schedcli";
+
+// Exit codes of a runner child that could not start the job; the reason is the run's output.
+// (sysexits values: apart from the shell's 126 and 127 and from signals.)
+inline constexpr int kExitNoUser = 67;       // the user is not known to the system
+inline constexpr int kExitUnavailable = 69;  // the interpreter could not be executed
+inline constexpr int kExitSystem = 71;       // descriptors, directory or another system call failed
+inline constexpr int kExitNoPermission = 77; // PAM refused the user, or dropping privileges failed
+
+struct JobSpec {
+  std::string job;
+  std::string schedule;
+  std::string user;                       // whom the job runs as (the schedule's user)
+  std::string command;                    // the job's command text
+  std::string interpreter = kDefaultInterpreter;  // given the text with -c
+  std::string time_zone;                  // TZ of the job; empty: the daemon's TZ, else ":/etc/localtime"
+  std::chrono::milliseconds time_limit{std::chrono::hours(1)};
+  std::chrono::milliseconds grace{std::chrono::seconds(5)};  // between SIGTERM and SIGKILL
+  size_t output_limit = 64 * 1024;       // bytes kept; the marker follows where it was cut
+  std::function<int64_t()> clock;         // wall clock for start and end; empty: time()
+};
+
+struct JobOutcome {
+  int wait_status = 0;      // as waitpid reports it; a run that never started has exit code 67 or 71
+  bool started = false;     // false: the user was unknown or no child could be made (see output)
+  bool exec_failed = false; // the child ran but the interpreter could not be executed
+  bool setup_failed = false;// the child could not become the user (PAM, groups, ids, directory)
+  bool timed_out = false;   // ended by the time limit
+  std::string output;       // standard output and error as one stream, or the reason it failed
+  bool truncated = false;   // output went past the limit; the marker ends what was kept
+  int64_t started_at = 0;   // seconds since the epoch
+  int64_t ended_at = 0;
+};
+
+// Text put at the end of kept output when more was discarded.
+std::string truncation_marker(size_t limit);
+
+class JobProcess {
+ public:
+  using Completion = std::function<void(const JobOutcome &)>;
+
+  // Starts the run. `done` is called once, from `context`'s loop and never from within start(),
+  // also for a run that could not start (unknown user, no child). The JobProcess must outlive
+  // the call or be destroyed first; nothing is called after it is destroyed.
+  //
+  // When the daemon runs as root the child opens a PAM account check and session for the user
+  // (service "schedcli") and drops to the user's ids, verifying that root cannot be regained;
+  // otherwise the job runs as the daemon's own user.
+  static std::unique_ptr<JobProcess> start(GMainContext *context, const JobSpec &spec, Completion done);
+
+  // A run still going is killed with its whole process group, and reaped.
+  ~JobProcess();
+  JobProcess(const JobProcess &) = delete;
+  JobProcess &operator=(const JobProcess &) = delete;
+
+  pid_t pid() const { return pid_; }
+  bool finished() const { return finished_; }
+
+ private:
+  JobProcess(GMainContext *context, const JobSpec &spec, Completion done);
+  void launch();
+  void fail_before_start(int exit_code, const std::string &reason);
+  void attach(GSource *source, GSourceFunc callback);
+  static gboolean on_output(gint fd, GIOCondition condition, gpointer self);
+  static void on_exit(GPid pid, gint status, gpointer self);
+  static gboolean on_time_limit(gpointer self);
+  static gboolean on_grace_over(gpointer self);
+  static gboolean on_drain_over(gpointer self);
+  static gboolean on_report(gpointer self);
+  bool drain_output();
+  void keep_output(const char *bytes, size_t length);
+  void read_setup_report();
+  void kill_group(int signal);
+  void finish();
+  void remove_sources();
+  int64_t now() const;
+
+  GMainContext *context_;
+  JobSpec spec_;
+  Completion done_;
+  JobOutcome outcome_;
+  pid_t pid_ = -1;
+  int output_fd_ = -1;
+  int report_fd_ = -1;  // the child's setup failures; closes unread on a successful exec
+  bool exited_ = false;
+  bool finished_ = false;
+  GSource *output_source_ = nullptr;
+  GSource *child_source_ = nullptr;
+  GSource *limit_source_ = nullptr;
+  GSource *grace_source_ = nullptr;
+  GSource *drain_source_ = nullptr;
+  GSource *report_source_ = nullptr;
+};
+
+}  // namespace schedd::runner
+
+#endif

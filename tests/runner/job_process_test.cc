@@ -1,0 +1,234 @@
+// Job processes: output and status, the time limit and what a job leaves behind, the output
+// bound, failures to start, and running as another user.
+#include "runner/job_process.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <optional>
+#include <sstream>
+
+namespace {
+
+using namespace schedd::runner;
+using namespace std::chrono_literals;
+
+// True once `pid` has gone (or is only a zombie left for its new parent to reap).
+bool gone(pid_t pid) {
+  for (auto deadline = std::chrono::steady_clock::now() + 3s; std::chrono::steady_clock::now() < deadline;) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    if (!std::getline(stat, line)) return true;
+    size_t close = line.rfind(')');
+    if (close != std::string::npos && close + 2 < line.size() && line[close + 2] == 'Z') return true;
+    usleep(20000);
+  }
+  return false;
+}
+
+class JobRun : public ::testing::Test {
+ protected:
+  void SetUp() override { context_ = g_main_context_new(); }
+  void TearDown() override { g_main_context_unref(context_); }
+
+  JobSpec spec(const std::string &command) {
+    JobSpec s;
+    s.job = "backup";
+    s.schedule = "nightly";
+    const passwd *self = getpwuid(geteuid());
+    s.user = self ? self->pw_name : "root";
+    s.command = command;
+    s.time_limit = 10s;
+    s.grace = 200ms;
+    return s;
+  }
+  // Runs to completion (at most 15 s) and returns the outcome.
+  JobOutcome run(const JobSpec &s) {
+    std::optional<JobOutcome> outcome;
+    auto process = JobProcess::start(context_, s, [&](const JobOutcome &o) { outcome = o; });
+    EXPECT_FALSE(outcome) << "never reported from within start()";
+    auto deadline = std::chrono::steady_clock::now() + 15s;
+    while (!outcome && std::chrono::steady_clock::now() < deadline) g_main_context_iteration(context_, TRUE);
+    EXPECT_TRUE(outcome) << "no completion";
+    EXPECT_TRUE(process->finished());
+    return outcome.value_or(JobOutcome{});
+  }
+
+  GMainContext *context_ = nullptr;
+};
+
+TEST_F(JobRun, OutputOfBothStreamsInOrderAndAFreshEnvironment) {
+  setenv("SCHEDD_SECRET", "leak", 1);
+  int inherited = open("/dev/null", O_RDONLY);  // not close-on-exec: the child must close it anyway
+  ASSERT_GE(inherited, 0);
+  JobOutcome outcome = run(spec("echo out; echo err >&2; cat; env | sort; ls /proc/$$/fd | tr '\\n' ' '"));
+  close(inherited);
+  unsetenv("SCHEDD_SECRET");
+  EXPECT_TRUE(outcome.started);
+  EXPECT_TRUE(WIFEXITED(outcome.wait_status) && WEXITSTATUS(outcome.wait_status) == 0) << outcome.output;
+  EXPECT_FALSE(outcome.exec_failed || outcome.timed_out || outcome.truncated);
+  EXPECT_EQ(outcome.output.rfind("out\nerr\n", 0), 0u) << "stdin is empty: cat returns at once";
+  EXPECT_EQ(outcome.output.find("SCHEDD_SECRET"), std::string::npos);
+  for (const char *name : {"HOME=", "USER=", "LOGNAME=", "SHELL=", "TZ="}) {
+    EXPECT_NE(outcome.output.find(std::string("\n") + name), std::string::npos) << name;
+  }
+  EXPECT_NE(outcome.output.find(std::string("\nPATH=") + kJobPath + "\n"), std::string::npos);
+  EXPECT_NE(outcome.output.find("\nSCHEDULER_JOB=backup\nSCHEDULER_SCHEDULE=nightly\n"), std::string::npos);
+  // The shell's own descriptors only: the three standard ones (ls's directory is its own).
+  EXPECT_NE(outcome.output.find("\n0 1 2 "), std::string::npos) << outcome.output;
+  EXPECT_EQ(outcome.output.find(" " + std::to_string(inherited) + " "), std::string::npos) << outcome.output;
+  EXPECT_LE(outcome.started_at, outcome.ended_at);
+}
+
+TEST_F(JobRun, ExitCodeIsReportedAsWaitReportsIt) {
+  JobOutcome outcome = run(spec("echo failing; exit 3"));
+  EXPECT_EQ(outcome.wait_status, 0x0300);
+  EXPECT_EQ(outcome.output, "failing\n");
+}
+
+TEST_F(JobRun, TimeLimitEndsTheGroupAndItsBackgroundChildren) {
+  JobSpec s = spec("sleep 30 & echo $!; sleep 30");
+  s.time_limit = 300ms;
+  auto began = std::chrono::steady_clock::now();
+  JobOutcome outcome = run(s);
+  EXPECT_LT(std::chrono::steady_clock::now() - began, 5s);
+  EXPECT_TRUE(outcome.timed_out);
+  EXPECT_TRUE(WIFSIGNALED(outcome.wait_status) && WTERMSIG(outcome.wait_status) == SIGTERM);
+  EXPECT_TRUE(gone(std::atoi(outcome.output.c_str()))) << "background child " << outcome.output;
+}
+
+TEST_F(JobRun, JobIgnoringTerminationIsKilledAfterTheGrace) {
+  JobSpec s = spec("trap '' TERM; sleep 30");
+  s.time_limit = 200ms;
+  JobOutcome outcome = run(s);
+  EXPECT_TRUE(outcome.timed_out);
+  EXPECT_TRUE(WIFSIGNALED(outcome.wait_status) && WTERMSIG(outcome.wait_status) == SIGKILL);
+}
+
+TEST_F(JobRun, ChildrenLeftBehindByAFinishedJobAreKilled) {
+  auto began = std::chrono::steady_clock::now();
+  JobOutcome outcome = run(spec("sleep 30 & echo $!"));
+  EXPECT_LT(std::chrono::steady_clock::now() - began, 5s) << "the job's end does not wait for its leftovers";
+  EXPECT_FALSE(outcome.timed_out);
+  EXPECT_EQ(outcome.wait_status, 0);
+  EXPECT_TRUE(gone(std::atoi(outcome.output.c_str())));
+}
+
+TEST_F(JobRun, OutputIsCutAtTheBoundWithAMarkerAndTheJobStillEnds) {
+  JobSpec s = spec("head -c 300000 /dev/zero | tr '\\0' x; echo done >&2");
+  s.output_limit = 1000;
+  JobOutcome outcome = run(s);
+  EXPECT_EQ(outcome.wait_status, 0) << "the job never blocked on a full pipe";
+  EXPECT_TRUE(outcome.truncated);
+  EXPECT_EQ(outcome.output, std::string(1000, 'x') + truncation_marker(1000));
+
+  s = spec("printf 1234567890");
+  s.output_limit = 10;
+  outcome = run(s);
+  EXPECT_FALSE(outcome.truncated) << "exactly the bound is not cut";
+  EXPECT_EQ(outcome.output, "1234567890");
+}
+
+TEST_F(JobRun, ExecFailureIsTellableFromExitCode127) {
+  JobSpec s = spec("true");
+  s.interpreter = "/nonexistent/interpreter";
+  JobOutcome failed = run(s);
+  EXPECT_TRUE(failed.started);
+  EXPECT_TRUE(failed.exec_failed);
+  EXPECT_FALSE(failed.setup_failed);
+  EXPECT_EQ(WEXITSTATUS(failed.wait_status), kExitUnavailable);
+  EXPECT_EQ(failed.output, "cannot execute /nonexistent/interpreter: No such file or directory\n");
+
+  JobOutcome missing_command = run(spec("/nonexistent/command"));
+  EXPECT_FALSE(missing_command.exec_failed);
+  EXPECT_EQ(WEXITSTATUS(missing_command.wait_status), 127);
+}
+
+TEST_F(JobRun, UnknownUserFailsWithoutRunningAnything) {
+  JobSpec s = spec("touch /tmp/schedd-runner-must-not-exist");
+  s.user = "no-such-user-schedd";
+  JobOutcome outcome = run(s);
+  EXPECT_FALSE(outcome.started);
+  EXPECT_EQ(WEXITSTATUS(outcome.wait_status), kExitNoUser);
+  EXPECT_EQ(outcome.output, "unknown user no-such-user-schedd\n");
+  EXPECT_FALSE(std::ifstream("/tmp/schedd-runner-must-not-exist").good());
+}
+
+TEST_F(JobRun, DestroyingARunKillsAndReapsIt) {
+  bool called = false;
+  auto process = JobProcess::start(context_, spec("sleep 30"), [&](const JobOutcome &) { called = true; });
+  pid_t pid = process->pid();
+  ASSERT_GT(pid, 0);
+  process.reset();
+  EXPECT_EQ(waitpid(pid, nullptr, WNOHANG), -1) << "already reaped";
+  while (g_main_context_iteration(context_, FALSE)) {
+  }
+  EXPECT_FALSE(called);
+}
+
+// As root the job runs as its user, after PAM's account and session checks.
+class JobRunAsUser : public JobRun {
+ protected:
+  static void SetUpTestSuite() {
+    if (geteuid() != 0) return;
+    for (const char *name : {"schedjob", "schedjobx"}) {
+      if (getpwnam(name)) continue;
+      std::string command = std::string("useradd -m -s /bin/sh ") + name + " >/dev/null 2>&1";
+      if (std::system(command.c_str()) == 0) created_.push_back(name);
+    }
+  }
+  static void TearDownTestSuite() {
+    for (const std::string &name : created_) std::system(("userdel -r " + name + " >/dev/null 2>&1").c_str());
+    created_.clear();
+  }
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "running a job as another user needs root (the tests run as uid " << geteuid() << ")";
+    if (!getpwnam("schedjob") || !getpwnam("schedjobx")) GTEST_SKIP() << "useradd could not create the test users";
+    JobRun::SetUp();
+  }
+  static inline std::vector<std::string> created_;
+};
+
+TEST_F(JobRunAsUser, DropsToTheUsersIdsGroupsAndHome) {
+  const passwd *user = getpwnam("schedjob");
+  ASSERT_NE(user, nullptr);
+  std::string home = user->pw_dir;
+  uid_t uid = user->pw_uid;
+  JobSpec s = spec("id -u; id -g; id -G; pwd; echo $HOME $USER; umask");
+  s.user = "schedjob";
+  JobOutcome outcome = run(s);
+  ASSERT_EQ(outcome.wait_status, 0) << outcome.output;
+  std::istringstream lines(outcome.output);
+  std::string line;
+  std::getline(lines, line);
+  EXPECT_EQ(line, std::to_string(uid));
+  std::getline(lines, line);
+  EXPECT_NE(line, "0");
+  std::getline(lines, line);
+  EXPECT_EQ((" " + line + " ").find(" 0 "), std::string::npos) << "root's group is gone: " << line;
+  std::getline(lines, line);
+  EXPECT_EQ(line, home);
+  std::getline(lines, line);
+  EXPECT_EQ(line, home + " schedjob");
+  std::getline(lines, line);
+  EXPECT_EQ(line, "0022");
+}
+
+TEST_F(JobRunAsUser, UserThatPamRefusesNeverRuns) {
+  JobSpec s = spec("touch /tmp/schedd-runner-refused");
+  s.user = "schedjobx";  // a local account that the schedcli service does not admit
+  JobOutcome outcome = run(s);
+  EXPECT_TRUE(outcome.setup_failed);
+  EXPECT_FALSE(outcome.exec_failed);
+  EXPECT_EQ(WEXITSTATUS(outcome.wait_status), kExitNoPermission);
+  EXPECT_EQ(outcome.output.rfind("PAM account refused for user schedjobx", 0), 0u) << outcome.output;
+  EXPECT_FALSE(std::ifstream("/tmp/schedd-runner-refused").good());
+}
+
+}  // namespace

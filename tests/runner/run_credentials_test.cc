@@ -1,0 +1,120 @@
+// Run credentials: local users pass, remote users need a stored password that PAM accepts; the
+// verdict comes back on the loop.
+#include "runner/run_credentials.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <thread>
+
+#include "schedcli/db.h"
+#include "schedcli/platform/auth.h"
+#include "schedcli/platform/secrets.h"
+
+namespace {
+
+using namespace schedd::runner;
+using namespace std::chrono_literals;
+
+class RunCredentialsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/schedd-credentials-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    directory_ = pattern;
+    std::ofstream(directory_ + "/passwd") << "alice:x:1000:1000::/home/alice:/bin/sh\n";
+    ASSERT_EQ(auth_local_passwd_file_set((directory_ + "/passwd").c_str()), 0u);
+    ASSERT_EQ(secrets_device_key_path_set((directory_ + "/device.key").c_str()), 0u);
+    context_ = g_main_context_new();
+  }
+  void TearDown() override {
+    g_main_context_unref(context_);
+    auth_local_passwd_file_set(nullptr);
+    secrets_device_key_path_set(nullptr);
+    std::filesystem::remove_all(directory_);
+  }
+
+  // Stores `password` for `user` as the credential command would: encrypted, type 7.
+  void store(const char *user, const char *password) {
+    sch_user_element &element = elements_.emplace_back();
+    std::snprintf(element.record.user, sizeof element.record.user, "%s", user);
+    char *encrypted = nullptr;
+    uint32_t length = 0;
+    ASSERT_EQ(security_conf_encrypt(password, 7, 0, 0, &encrypted, &length), 0u);
+    std::snprintf(element.record.password, sizeof element.record.password, "%s", encrypted);
+    std::free(encrypted);
+  }
+  CredentialVerdict check(const char *user) {
+    for (sch_user_element &element : elements_) enqueue_tail(&queue_, &element);
+    std::optional<CredentialVerdict> verdict;
+    std::thread::id reported_on;
+    auto pending = RunCredentials::check(context_, &queue_, user, [&](const CredentialVerdict &v) {
+      verdict = v;
+      reported_on = std::this_thread::get_id();
+    });
+    EXPECT_NE(pending, nullptr);
+    EXPECT_FALSE(verdict) << "never reported from within check()";
+    for (auto deadline = std::chrono::steady_clock::now() + 10s; !verdict && std::chrono::steady_clock::now() < deadline;) {
+      g_main_context_iteration(context_, TRUE);
+    }
+    EXPECT_TRUE(verdict);
+    EXPECT_EQ(reported_on, std::this_thread::get_id());
+    return verdict.value_or(CredentialVerdict{false, "no verdict"});
+  }
+
+  std::string directory_;
+  GMainContext *context_ = nullptr;
+  std::deque<sch_user_element> elements_;  // stable addresses for the queue's links
+  queue_header queue_{};
+};
+
+TEST_F(RunCredentialsTest, LocalUserPassesWithoutStoredCredential) {
+  CredentialVerdict verdict = check("alice");
+  EXPECT_TRUE(verdict.passed) << verdict.reason;
+}
+
+TEST_F(RunCredentialsTest, RemoteUserPassesWithTheStoredPasswordPamAccepts) {
+  store("someone", "other");
+  store("rita", "rosebud");
+  CredentialVerdict verdict = check("rita");
+  EXPECT_TRUE(verdict.passed) << verdict.reason;
+}
+
+TEST_F(RunCredentialsTest, RemoteUserFailsWithAWrongMissingOrDamagedCredential) {
+  store("rita", "wrong");
+  EXPECT_EQ(check("rita").reason, "authentication of user rita failed\n");
+
+  elements_.clear();
+  queue_ = {};
+  EXPECT_EQ(check("rita").reason, "no stored credential for remote user rita\n");
+
+  store("rita", "rosebud");
+  elements_.back().record.password[10] ^= 1;
+  CredentialVerdict verdict = check("rita");
+  EXPECT_FALSE(verdict.passed);
+  EXPECT_EQ(verdict.reason.rfind("stored credential of user rita cannot be used: ", 0), 0u) << verdict.reason;
+}
+
+TEST_F(RunCredentialsTest, NothingIsReportedAfterTheCheckIsDropped) {
+  store("rita", "rosebud");
+  enqueue_tail(&queue_, &elements_.back());
+  bool called = false;
+  auto pending = RunCredentials::check(context_, &queue_, "rita", [&](const CredentialVerdict &) { called = true; });
+  ASSERT_NE(pending, nullptr);
+  pending.reset();
+  // Long enough for the worker to post its report, which then finds nobody.
+  for (auto deadline = std::chrono::steady_clock::now() + 1500ms; std::chrono::steady_clock::now() < deadline;) {
+    g_main_context_iteration(context_, FALSE);
+    std::this_thread::sleep_for(10ms);
+  }
+  EXPECT_FALSE(called);
+}
+
+}  // namespace

@@ -1,0 +1,240 @@
+// The run log: appending within the size bound, torn tails, reading back, and the reply messages.
+#include "runner/run_log.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "log_file.h"
+#include "schedcli/status.h"
+#include "schedcli/wire.h"
+
+namespace {
+
+using namespace schedd::runner;
+using Bytes = std::vector<uint8_t>;
+
+RunLogEntry entry(int n, size_t output_size = 10) {
+  RunLogEntry e;
+  e.job = "job" + std::to_string(n);
+  e.schedule = n % 2 ? "odd" : "even";
+  e.user = "alice";
+  e.wait_status = static_cast<uint32_t>(n) << 8;
+  e.completion_time = 1000 + n;
+  for (size_t i = 0; i < output_size; i++) e.output.push_back(static_cast<char>('a' + (n + i) % 26));
+  return e;
+}
+
+bool same(const RunLogEntry &a, const RunLogEntry &b) {
+  return a.job == b.job && a.schedule == b.schedule && a.user == b.user && a.wait_status == b.wait_status &&
+         a.completion_time == b.completion_time && a.output == b.output;
+}
+
+Bytes file_bytes(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), {});
+}
+
+class RunLog : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/schedd-runlog-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    directory_ = pattern;
+    path_ = directory_ + "/log.dat";
+  }
+  void TearDown() override { std::filesystem::remove_all(directory_); }
+
+  RunLogState append(const RunLogEntry &e, uint32_t limit = 1u << 20) {
+    RunLogState state{99, 99};
+    EXPECT_EQ(append_run_log_entry(path_, limit, e, &state), 0u);
+    return state;
+  }
+  std::vector<RunLogEntry> read() {
+    std::vector<RunLogEntry> entries;
+    EXPECT_TRUE(read_run_log(path_, &entries));
+    return entries;
+  }
+  // Every message of a reply until its end.
+  std::vector<Bytes> messages(std::string_view name, size_t max_payload, RunLogMessages::Next *last = nullptr) {
+    auto source = RunLogMessages::open(path_, name, max_payload);
+    EXPECT_NE(source, nullptr);
+    std::vector<Bytes> all;
+    Bytes payload;
+    RunLogMessages::Next next;
+    while ((next = source->next(&payload)) == RunLogMessages::Next::message) all.push_back(payload);
+    if (last) *last = next;
+    return all;
+  }
+
+  std::string directory_, path_;
+};
+
+uint32_t word(const Bytes &bytes, size_t offset) { return sch_wire_get_u32(bytes.data() + offset); }
+
+TEST(RunLogCrc, MatchesTheIeeeCheckValue) {
+  const char *check = "123456789";
+  EXPECT_EQ(crc32_update(0, reinterpret_cast<const uint8_t *>(check), 9), 0xCBF43926u);
+  // Continued in two pieces it gives the same.
+  uint32_t crc = crc32_update(0, reinterpret_cast<const uint8_t *>(check), 4);
+  EXPECT_EQ(crc32_update(crc, reinterpret_cast<const uint8_t *>(check) + 4, 5), 0xCBF43926u);
+}
+
+TEST_F(RunLog, EntryBytesArePinned) {
+  RunLogEntry e = entry(3, 2);
+  e.job = std::string(40, 'j');  // cut to 32, unterminated
+  append(e);
+  Bytes bytes = file_bytes(path_);
+  ASSERT_EQ(bytes.size(), 12u + 108 + 2);
+  EXPECT_EQ(word(bytes, 0), schedd::kLogEntryMagic);
+  EXPECT_EQ(word(bytes, 4), 110u);
+  EXPECT_EQ(word(bytes, 8), crc32_update(0, bytes.data() + 12, 110));
+  EXPECT_EQ(std::string(bytes.begin() + 12, bytes.begin() + 44), std::string(32, 'j'));
+  EXPECT_EQ(std::string(bytes.begin() + 44, bytes.begin() + 48), std::string("odd\0", 4));
+  EXPECT_EQ(std::string(bytes.begin() + 76, bytes.begin() + 82), std::string("alice\0", 6));
+  EXPECT_EQ(word(bytes, 12 + 96), 0x300u);
+  EXPECT_EQ(word(bytes, 12 + 100), 1003u);
+  EXPECT_EQ(word(bytes, 12 + 104), 2u);
+  EXPECT_EQ(std::string(bytes.begin() + 120, bytes.end()), "de");
+}
+
+TEST_F(RunLog, AppendsReadBackInOrderAndAMissingFileIsEmpty) {
+  EXPECT_TRUE(read().empty());
+  EXPECT_EQ(append(entry(1)).count, 1u);
+  EXPECT_EQ(append(entry(2, 0)).count, 2u);
+  RunLogState state = append(entry(3, 5000));
+  EXPECT_EQ(state.count, 3u);
+  EXPECT_EQ(state.read_offset, 0u);
+  auto entries = read();
+  ASSERT_EQ(entries.size(), 3u);
+  for (int i = 0; i < 3; i++) EXPECT_TRUE(same(entries[i], entry(i + 1, i == 1 ? 0 : i == 2 ? 5000 : 10)));
+}
+
+TEST_F(RunLog, AtTheBoundTheNewestEntriesThatFitAreKept) {
+  const uint32_t one = static_cast<uint32_t>(run_log_entry_size(entry(0)));
+  const uint32_t limit = 3 * one + one / 2;  // room for three and a half
+  for (int n = 1; n <= 3; n++) EXPECT_EQ(append(entry(n), limit).count, static_cast<uint32_t>(n));
+  struct stat before;
+  ASSERT_EQ(stat(path_.c_str(), &before), 0);
+  RunLogState state = append(entry(4), limit);
+  EXPECT_EQ(state.count, 3u);
+  struct stat after;
+  ASSERT_EQ(stat(path_.c_str(), &after), 0);
+  EXPECT_NE(before.st_ino, after.st_ino) << "a wrap writes a new file and renames it over";
+  EXPECT_LE(after.st_size, limit);
+  auto entries = read();
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_TRUE(same(entries[0], entry(2)));
+  EXPECT_TRUE(same(entries[2], entry(4)));
+  EXPECT_FALSE(std::filesystem::exists(path_ + ".new"));
+
+  // A larger entry pushes out as many as it needs; one too large for the limit keeps the start
+  // of its output that fits, alone.
+  EXPECT_EQ(append(entry(5, one), limit).count, 2u);
+  EXPECT_EQ(append(entry(6, 10 * one), limit).count, 1u);
+  entries = read();
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_EQ(file_bytes(path_).size(), limit);
+  EXPECT_EQ(entries[0].output, entry(6, 10 * one).output.substr(0, limit - 120));
+
+  RunLogState untouched;
+  EXPECT_EQ(append_run_log_entry(path_, 100, entry(7), &untouched), SCH_STATUS_BAD_REQUEST);
+}
+
+TEST_F(RunLog, ATornTailStopsReadersAndIsCutBeforeTheNextAppend) {
+  append(entry(1));
+  append(entry(2));
+  Bytes whole = file_bytes(path_);
+  // A crash in the middle of the third append.
+  append(entry(3, 300));
+  Bytes torn = file_bytes(path_);
+  torn.resize(whole.size() + 100);
+  std::ofstream(path_, std::ios::binary | std::ios::trunc).write(reinterpret_cast<char *>(torn.data()), torn.size());
+  EXPECT_EQ(read().size(), 2u);
+  EXPECT_EQ(append(entry(4)).count, 3u);
+  auto entries = read();
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_TRUE(same(entries[2], entry(4)));
+
+  // A changed byte is caught by the CRC: reading stops before that entry.
+  Bytes bytes = file_bytes(path_);
+  bytes[whole.size() - 3] ^= 0x20;  // inside the second entry's output
+  std::ofstream(path_, std::ios::binary | std::ios::trunc).write(reinterpret_cast<char *>(bytes.data()), bytes.size());
+  EXPECT_EQ(read().size(), 1u);
+}
+
+TEST_F(RunLog, EmptyLogIsOneMessageWithCountZero) {
+  auto all = messages("", 4096);
+  ASSERT_EQ(all.size(), 1u);
+  EXPECT_EQ(all[0], Bytes(128, 0));
+  EXPECT_EQ(RunLogMessages::open(path_, "", 128), nullptr) << "no room for any output";
+}
+
+TEST_F(RunLog, LargeEntryGoesInPartsThatRepeatTheHeader) {
+  append(entry(1, 3));
+  append(entry(2, 10000));
+  RunLogMessages::Next last;
+  auto all = messages("", 128 + 4000, &last);
+  EXPECT_EQ(last, RunLogMessages::Next::end);
+  ASSERT_EQ(all.size(), 4u);
+  const std::vector<uint32_t> parts = {3, 4000, 4000, 2000};
+  std::string output;
+  for (size_t i = 0; i < all.size(); i++) {
+    const Bytes &m = all[i];
+    ASSERT_EQ(m.size(), 128 + parts[i]);
+    EXPECT_EQ(word(m, 0), 2u);
+    EXPECT_EQ(word(m, 4), i == 0 ? 1u : 2u);
+    EXPECT_EQ(word(m, 124), parts[i]);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(m.data()) + 8), i == 0 ? "job1" : "job2");
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(m.data()) + 40), i == 0 ? "odd" : "even");
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(m.data()) + 72), "alice");
+    EXPECT_EQ(word(m, 112), i == 0 ? 0x100u : 0x200u);
+    EXPECT_EQ(word(m, 116), i == 0 ? 1001u : 1002u);
+    EXPECT_EQ(word(m, 120), i == 0 ? 3u : 10000u);
+    if (i > 0) output.append(m.begin() + 128, m.end());
+  }
+  EXPECT_EQ(output, entry(2, 10000).output);
+}
+
+TEST_F(RunLog, NameSelectsByJobOrScheduleAndTheCountIsOfThoseOnly) {
+  for (int n = 1; n <= 5; n++) append(entry(n, 0));
+  auto odd = messages("odd", 4096);
+  ASSERT_EQ(odd.size(), 3u);
+  for (size_t i = 0; i < 3; i++) {
+    EXPECT_EQ(word(odd[i], 0), 3u);
+    EXPECT_EQ(word(odd[i], 4), i + 1);
+  }
+  EXPECT_EQ(std::string(reinterpret_cast<const char *>(odd[2].data()) + 8), "job5");
+  auto job4 = messages("job4", 4096);
+  ASSERT_EQ(job4.size(), 1u);
+  EXPECT_EQ(word(job4[0], 0), 1u);
+  EXPECT_EQ(messages("job", 4096), std::vector<Bytes>{Bytes(128, 0)}) << "names match whole, not by prefix";
+}
+
+TEST_F(RunLog, AReplySendsWhatWasCountedWhateverHappensToTheFileMeanwhile) {
+  append(entry(1));
+  append(entry(2));
+  auto source = RunLogMessages::open(path_, "", 4096);
+  ASSERT_NE(source, nullptr);
+  Bytes payload;
+  ASSERT_EQ(source->next(&payload), RunLogMessages::Next::message);
+  // Appends that wrap the file do not change the reply begun on the old one.
+  const uint32_t limit = static_cast<uint32_t>(run_log_entry_size(entry(0)) * 2);
+  append(entry(3), limit);
+  append(entry(4), limit);
+  ASSERT_EQ(source->next(&payload), RunLogMessages::Next::message);
+  EXPECT_EQ(word(payload, 4), 2u);
+  EXPECT_EQ(std::string(reinterpret_cast<const char *>(payload.data()) + 8), "job2");
+  EXPECT_EQ(source->next(&payload), RunLogMessages::Next::end);
+
+  // A log emptied in place under a reply stops it short.
+  source = RunLogMessages::open(path_, "", 4096);
+  ASSERT_EQ(source->count(), 2u);
+  ASSERT_EQ(truncate(path_.c_str(), 0), 0);
+  EXPECT_EQ(source->next(&payload), RunLogMessages::Next::failed);
+}
+
+}  // namespace
