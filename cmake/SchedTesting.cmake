@@ -11,8 +11,10 @@ function(sched_add_gtest name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/lib)
   # Test discovery flattens a list-valued ENVIRONMENT property to its first entry, so the
   # environment is set by running every test (and the discovery) through `cmake -E env`.
+  # A cross build's emulator (or loader) comes after the environment.
   if(ARG_ENVIRONMENT)
-    set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR "${CMAKE_COMMAND};-E;env;${ARG_ENVIRONMENT}")
+    set(launcher ${CMAKE_COMMAND} -E env ${ARG_ENVIRONMENT} ${CMAKE_CROSSCOMPILING_EMULATOR})
+    set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR "${launcher}")
   endif()
   if(ARG_RESOURCE_LOCK)
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
