@@ -1,6 +1,8 @@
 // schedd, the scheduler daemon: start-up, serving until told to stop, and shutdown.
 #include <signal.h>
+#include <syslog.h>
 
+#include <cctype>
 #include <cstdio>
 #include <string>
 
@@ -8,29 +10,56 @@
 #include "core/daemon.h"
 #include "detach.h"
 #include "options.h"
+#include "schedcli/diag.h"
 #include "schedcli/platform/syslog.h"
+#include "schedcli/platform/sysmgr.h"
+#include "schedcli_version.h"
 
 namespace {
 
 constexpr int kStartFailed = 1;
 constexpr int kUsageError = 2;
 
+// The daemon's own messages, in the catalogue's form ("%SCHEDULER-5-SCHEDD_START>> ..."), and
+// like the catalogue's held back when the operator's logging level is below their severity.
+void log_message(int severity, const char *name, const std::string &text) {
+  if (syslog_fac_LOG_SCHEDULER.current_level < severity) return;
+  std::string facility = syslog_fac_LOG_SCHEDULER.name;
+  for (char &c : facility) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  nost_syslog(severity, "<<%%%s-%d-%s>> %s", facility.c_str(), severity, name, text.c_str());
+}
+
+std::string start_text(const schedd::Options &options) {
+  return std::string("schedd " SCHED_VERSION " started as ") + (options.standby ? "standby" : "active") +
+         ": state directory " + options.state_dir + ", runtime directory " + options.runtime_dir +
+         (sysmgr_is_stateless_restart() ? " (first start since boot: startup configuration)"
+                                        : " (running configuration kept)");
+}
+
 int serve(const schedd::Options &options) {
   schedd::Detacher detacher;
   if (!options.foreground && !detacher.detach()) return kStartFailed;
   // Until the daemon serves, whoever started it sees its log messages (why a store would not
-  // open, for one); a detached daemon's standard error goes nowhere after that.
-  nost_syslog_copy_to_stderr(1);
+  // open, for one); a detached daemon's standard error goes nowhere after that. Under systemd
+  // standard error may be the journal, which has the syslog line already.
+  nost_syslog_copy_to_stderr(schedd::stderr_is_journal() ? 0 : 1);
 
   schedd::SystemClock clock;
   schedd::Daemon daemon(options, clock);
   std::string error;
   if (!daemon.start(&error)) {
     std::fprintf(stderr, "schedd: %s\n", error.c_str());
+    nost_syslog_copy_to_stderr(0);
+    log_message(LOG_ERR, "SCHEDD_START_FAILED", "schedd " SCHED_VERSION " cannot start: " + error);
     return kStartFailed;
   }
+  // Logged once ready: a detached start says nothing on its terminal, the foreground copies it.
   detacher.ready(daemon.socket_path());
+  log_message(LOG_NOTICE, "SCHEDD_START", start_text(options));
   daemon.run();
+  schedd::notify_service_manager("STOPPING=1");
+  // Said while the operator's logging level is still in force: stopping releases it.
+  log_message(LOG_NOTICE, "SCHEDD_STOP", "schedd " SCHED_VERSION " stopped");
   daemon.stop();
   return 0;
 }
@@ -44,12 +73,20 @@ int main(int argc, char **argv) {
     case schedd::Parsed::help:
       schedd::print_usage(stdout);
       return 0;
+    case schedd::Parsed::version:
+      std::printf("schedd (schedcli) %s\n", SCHED_VERSION);
+      return 0;
+    case schedd::Parsed::print_directories:
+      std::printf("state directory: %s\nruntime directory: %s\n", options.state_dir.c_str(),
+                  options.runtime_dir.c_str());
+      return 0;
     case schedd::Parsed::usage_error:
       std::fprintf(stderr, "schedd: %s\nTry 'schedd --help' for the options.\n", error.c_str());
       return kUsageError;
     case schedd::Parsed::run:
       break;
   }
+  openlog("schedd", LOG_PID, LOG_DAEMON);
   // Replies to a client that has gone must not end the daemon.
   signal(SIGPIPE, SIG_IGN);
   return serve(options);

@@ -15,7 +15,17 @@ namespace schedd {
 
 namespace {
 
-enum OptionCode { kStateDir = 1, kRuntimeDir, kForeground, kStandby, kEnableFeature, kDebug, kHelp };
+enum OptionCode {
+  kStateDir = 1,
+  kRuntimeDir,
+  kForeground,
+  kStandby,
+  kEnableFeature,
+  kDebug,
+  kHelp,
+  kVersion,
+  kPrintDirectories
+};
 
 constexpr option kOptions[] = {
     {"state-dir", required_argument, nullptr, kStateDir},
@@ -25,6 +35,8 @@ constexpr option kOptions[] = {
     {"enable-feature", no_argument, nullptr, kEnableFeature},
     {"debug", required_argument, nullptr, kDebug},
     {"help", no_argument, nullptr, kHelp},
+    {"version", no_argument, nullptr, kVersion},
+    {"print-directories", no_argument, nullptr, kPrintDirectories},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -53,7 +65,9 @@ bool make_absolute(std::string *path, std::string *error) {
     *error = std::string("cannot resolve ") + *path + ": " + std::strerror(errno);
     return false;
   }
-  *path = std::string(cwd) + "/" + *path;
+  std::string base(cwd);
+  if (base.back() != '/') base += '/';  // the root directory ends in one already
+  *path = base + *path;
   std::free(cwd);
   return true;
 }
@@ -74,6 +88,7 @@ Parsed parse_options(int argc, char **argv, Options *options, std::string *error
   optind = 1;
   opterr = 0;
   int code;
+  bool print_directories = false;
   while ((code = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
     switch (code) {
       case kStateDir:
@@ -102,6 +117,11 @@ Parsed parse_options(int argc, char **argv, Options *options, std::string *error
       }
       case kHelp:
         return Parsed::help;
+      case kVersion:
+        return Parsed::version;
+      case kPrintDirectories:
+        print_directories = true;
+        break;
       default:
         *error = optopt == 0 ? std::string("unknown option ") + argv[optind - 1]
                              : std::string("option is missing its value: ") + argv[optind - 1];
@@ -126,7 +146,7 @@ Parsed parse_options(int argc, char **argv, Options *options, std::string *error
   if (!make_absolute(&options->state_dir, error) || !make_absolute(&options->runtime_dir, error)) {
     return Parsed::usage_error;
   }
-  return Parsed::run;
+  return print_directories ? Parsed::print_directories : Parsed::run;
 }
 
 void print_usage(std::FILE *out) {
@@ -154,10 +174,16 @@ void print_usage(std::FILE *out) {
       "                      scheduler uses 100 start-up, 102 details, 103 records\n"
       "                      and requests); may be repeated. Detached, the output\n"
       "                      goes to schedd-debug.log in the state directory\n"
+      "  --print-directories print the state and runtime directories the other\n"
+      "                      options select, and exit\n"
       "  --help              show this text and exit\n"
+      "  --version           show the version and exit\n"
       "\n"
       "Without --foreground the command returns once the daemon serves (status 0), or\n"
-      "with a message and status 1 when it cannot start. SIGTERM or SIGINT stops it.\n",
+      "with a message and status 1 when it cannot start. SIGTERM or SIGINT stops it.\n"
+      "Start, stop and start-up failures are logged to syslog (facility daemon) at the\n"
+      "scheduler's logging level; under systemd, readiness is reported on\n"
+      "$NOTIFY_SOCKET.\n",
       out);
 }
 

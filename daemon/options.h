@@ -17,10 +17,11 @@ struct Options {
   std::vector<int> debug_levels;  // -1 stands for every level
 };
 
-enum class Parsed { run, help, usage_error };
+// What the command line asks for: to serve, or only to print something and exit.
+enum class Parsed { run, help, version, print_directories, usage_error };
 
-// Fills `options` from the command line, the directories defaulting to the platform's. On a
-// usage error `error` says what is wrong.
+// Fills `options` from the command line, the directories defaulting to the platform's (for
+// print_directories too). On a usage error `error` says what is wrong.
 Parsed parse_options(int argc, char **argv, Options *options, std::string *error);
 void print_usage(std::FILE *out);
 

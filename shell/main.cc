@@ -14,6 +14,7 @@
 #include "schedcli/platform/feature.h"
 #include "schedcli/platform/secrets.h"
 #include "schedcli/platform/sysmgr.h"
+#include "schedcli_version.h"
 #include "shell.h"
 
 namespace {
@@ -50,6 +51,10 @@ int main(int argc, char **argv) {
   const schedsh::Options &options = parsed.options;
   if (options.help) {
     std::cout << schedsh::kUsage;
+    return 0;
+  }
+  if (options.version) {
+    std::cout << "schedsh (schedcli) " SCHED_VERSION "\n";
     return 0;
   }
 

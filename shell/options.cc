@@ -18,7 +18,8 @@ const char kUsage[] =
     "  --state-dir DIR     the scheduler's state directory, where the device key is\n"
     "  --timeout SECONDS   how long a command waits for the daemon (default 30)\n"
     "  --debug             trace what the commands send (as the command 'debug scheduler')\n"
-    "  -h, --help          print this help\n";
+    "  -h, --help          print this help\n"
+    "  --version           print the version\n";
 
 namespace {
 
@@ -60,6 +61,8 @@ ParsedOptions parse_options(std::span<const std::string> arguments) {
       only_files = true;
     } else if (argument == "-h" || argument == "--help") {
       options.help = true;
+    } else if (argument == "--version") {
+      options.version = true;
     } else if (argument == "--debug") {
       options.debug = true;
     } else if (argument.starts_with("-c")) {

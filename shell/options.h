@@ -18,6 +18,7 @@ struct Options {
   std::optional<uint32_t> timeout_seconds;  // how long one request may wait for the daemon
   bool debug = false;
   bool help = false;
+  bool version = false;
 };
 
 struct ParsedOptions {

@@ -13,7 +13,7 @@
 #include <functional>
 #include <utility>
 
-#include "log_file.h"
+#include "runner/log_file.h"
 #include "schedcli/status.h"
 #include "schedcli/wire.h"
 

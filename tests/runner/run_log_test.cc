@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "log_file.h"
+#include "runner/log_file.h"
 #include "schedcli/status.h"
 #include "schedcli/wire.h"
 

@@ -1,0 +1,199 @@
+// What the programs announce: the version, the directories, readiness to a service manager, and
+// the daemon's start and stop lines at the operator's logging level.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "schedcli/platform/acfg.h"
+#include "schedcli/platform/cmi.h"
+#include "schedcli_version.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Standard output of a command run to its end, and its exit status.
+std::string output_of(const std::string &command, int *status) {
+  std::FILE *pipe = popen(command.c_str(), "r");
+  std::string output;
+  char buffer[256];
+  size_t got;
+  while (pipe && (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, got);
+  int raw = pipe ? pclose(pipe) : -1;
+  *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return output;
+}
+
+TEST(VersionTest, BothProgramsPrintTheBuildsVersion) {
+  int status = -1;
+  EXPECT_EQ(output_of(SCHEDD_PATH " --version", &status), "schedd (schedcli) " SCHED_VERSION "\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(output_of(SCHEDSH_PATH " --version", &status), "schedsh (schedcli) " SCHED_VERSION "\n");
+  EXPECT_EQ(status, 0);
+}
+
+TEST(VersionTest, PrintDirectoriesShowsWhatTheOptionsSelectMadeAbsolute) {
+  int status = -1;
+  std::string shown = output_of("cd / && " SCHEDD_PATH " --print-directories --state-dir tmp/s --runtime-dir /x/r", &status);
+  EXPECT_EQ(shown, "state directory: /tmp/s\nruntime directory: /x/r\n");
+  EXPECT_EQ(status, 0);
+  output_of(SCHEDD_PATH " --print-directories --runtime 2>/dev/null", &status);
+  EXPECT_EQ(status, 2) << "a bad option is still a usage error";
+}
+
+// A foreground daemon with the scheduler feature on, on a temporary directory, with a service
+// manager's socket to talk to.
+class DaemonAnnounceTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    directory_ = fs::temp_directory_path() / ("announce-" + std::to_string(getpid()));
+    fs::remove_all(directory_);
+    fs::create_directories(directory_);
+    notify_path_ = (directory_ / "notify").string();
+    manager_fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un bound{};
+    bound.sun_family = AF_UNIX;
+    std::strncpy(bound.sun_path, notify_path_.c_str(), sizeof bound.sun_path - 1);
+    ASSERT_EQ(bind(manager_fd_, reinterpret_cast<sockaddr *>(&bound), sizeof bound), 0);
+  }
+  void TearDown() override {
+    if (pid_ > 0) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, nullptr, 0);
+    }
+    if (error_fd_ >= 0) close(error_fd_);
+    close(manager_fd_);
+    fs::remove_all(directory_);
+  }
+
+  std::string state_dir() const { return (directory_ / "state").string(); }
+  std::string runtime_dir() const { return (directory_ / "run").string(); }
+
+  // Starts the daemon, its standard error into a pipe; `journal` makes that pipe the journal.
+  void start(bool journal = false) {
+    int pipe_fds[2];
+    ASSERT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
+    struct stat pipe_status;
+    ASSERT_EQ(fstat(pipe_fds[1], &pipe_status), 0);
+    std::string journal_stream = std::to_string(pipe_status.st_dev) + ":" + std::to_string(pipe_status.st_ino);
+    pid_ = fork();
+    ASSERT_GE(pid_, 0);
+    if (pid_ == 0) {
+      dup2(pipe_fds[1], STDERR_FILENO);
+      setenv("NOTIFY_SOCKET", notify_path_.c_str(), 1);
+      if (journal) {
+        setenv("JOURNAL_STREAM", journal_stream.c_str(), 1);
+      } else {
+        unsetenv("JOURNAL_STREAM");
+      }
+      std::string state = "--state-dir=" + state_dir();
+      std::string runtime = "--runtime-dir=" + runtime_dir();
+      execl(SCHEDD_PATH, SCHEDD_PATH, "--foreground", "--enable-feature", state.c_str(), runtime.c_str(), static_cast<char *>(nullptr));
+      _exit(127);
+    }
+    close(pipe_fds[1]);
+    error_fd_ = pipe_fds[0];
+  }
+
+  // The next notification within ten seconds, or "".
+  std::string notification() {
+    pollfd waiting{manager_fd_, POLLIN, 0};
+    if (poll(&waiting, 1, 10000) != 1) return "";
+    char buffer[512];
+    ssize_t got = recv(manager_fd_, buffer, sizeof buffer, 0);
+    return got > 0 ? std::string(buffer, static_cast<size_t>(got)) : std::string();
+  }
+
+  // Sends SIGTERM and returns everything the daemon wrote to standard error; `status` its exit.
+  std::string stop(int *status) {
+    kill(pid_, SIGTERM);
+    int raw = 0;
+    waitpid(pid_, &raw, 0);
+    pid_ = -1;
+    *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    std::string text;
+    char buffer[1024];
+    ssize_t got;
+    while ((got = read(error_fd_, buffer, sizeof buffer)) > 0) text.append(buffer, static_cast<size_t>(got));
+    close(error_fd_);
+    error_fd_ = -1;
+    return text;
+  }
+
+  std::string start_line(const char *how) const {
+    return "%SCHEDULER-5-SCHEDD_START>> schedd " SCHED_VERSION " started as active: state directory " + state_dir() +
+           ", runtime directory " + runtime_dir() + " (" + how + ")\n";
+  }
+
+  fs::path directory_;
+  std::string notify_path_;
+  int manager_fd_ = -1;
+  int error_fd_ = -1;
+  pid_t pid_ = -1;
+};
+
+const char kStopLine[] = "%SCHEDULER-5-SCHEDD_STOP>> schedd " SCHED_VERSION " stopped\n";
+
+TEST_F(DaemonAnnounceTest, ReadyOnlyOnceItServesThenStoppingAndTheLinesOfBoth) {
+  std::string socket_path = runtime_dir() + "/" CMI_SOCKET_NAME;
+  for (const char *how : {"first start since boot: startup configuration", "running configuration kept"}) {
+    ASSERT_NO_FATAL_FAILURE(start());
+    EXPECT_EQ(notification(), "READY=1\nSTATUS=Serving on " + socket_path);
+    cmi_session *session = cmi_session_open(socket_path.c_str());
+    ASSERT_NE(session, nullptr);
+    EXPECT_EQ(acfg_request_logging_level(session, "scheduler", 5), 0u) << "it serves when ready";
+    cmi_session_close(session);
+    int status = -1;
+    std::string errors = stop(&status);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(notification(), "STOPPING=1");
+    EXPECT_NE(errors.find(start_line(how)), std::string::npos) << errors;
+    EXPECT_NE(errors.find(kStopLine), std::string::npos) << errors;
+  }
+}
+
+TEST_F(DaemonAnnounceTest, ALoggingLevelBelowNoticeSilencesStartAndStop) {
+  ASSERT_NO_FATAL_FAILURE(start());
+  ASSERT_EQ(notification().substr(0, 8), "READY=1\n");
+  cmi_session *session = cmi_session_open((runtime_dir() + "/" CMI_SOCKET_NAME).c_str());
+  ASSERT_NE(session, nullptr);
+  EXPECT_EQ(acfg_request_logging_level(session, "scheduler", 4), 0u);
+  cmi_session_close(session);
+  int status = -1;
+  std::string errors = stop(&status);
+  EXPECT_NE(errors.find("SCHEDD_START"), std::string::npos) << "the level was the default at start";
+  EXPECT_EQ(errors.find("SCHEDD_STOP"), std::string::npos) << errors;
+  EXPECT_EQ(notification(), "STOPPING=1");
+
+  // The kept level is in force from the start of the next run.
+  ASSERT_NO_FATAL_FAILURE(start());
+  ASSERT_EQ(notification().substr(0, 8), "READY=1\n");
+  errors = stop(&status);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(errors.find("SCHEDD_"), std::string::npos) << errors;
+}
+
+TEST_F(DaemonAnnounceTest, LinesAreNotCopiedWhenStandardErrorIsTheJournal) {
+  ASSERT_NO_FATAL_FAILURE(start(/*journal=*/true));
+  ASSERT_EQ(notification().substr(0, 8), "READY=1\n");
+  int status = -1;
+  std::string errors = stop(&status);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(errors.find("SCHEDD_"), std::string::npos) << errors;
+  EXPECT_NE(errors.find("schedd: serving on"), std::string::npos) << errors;
+}
+
+}  // namespace
