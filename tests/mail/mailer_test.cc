@@ -1,0 +1,419 @@
+// The mailer against a real SMTP server on loopback: what arrives, refusals, retries, time limits,
+// STARTTLS, the VRF binding, the queue's bounds and shutdown.
+#include "mailer.h"
+
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "schedcli/diag.h"
+#include "schedcli/platform/syslog.h"
+
+namespace {
+
+using namespace schedd::mail;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+std::string read_file(const fs::path &path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// One aiosmtpd process, ours alone; its spool holds what arrived.
+class SmtpServer {
+ public:
+  SmtpServer(const fs::path &spool, std::vector<std::string> arguments, int port = 0) {
+    int to_child[2], from_child[2];
+    if (pipe(to_child) != 0 || pipe(from_child) != 0) return;
+    arguments.insert(arguments.begin(), {"/usr/bin/python3", SMTP_SERVER_SCRIPT, "--spool", spool.string(),
+                                         "--port", std::to_string(port)});
+    pid_ = fork();
+    if (pid_ == 0) {
+      dup2(to_child[0], 0);
+      dup2(from_child[1], 1);
+      for (int fd : {to_child[0], to_child[1], from_child[0], from_child[1]}) close(fd);
+      std::vector<char *> argv;
+      for (std::string &argument : arguments) argv.push_back(argument.data());
+      argv.push_back(nullptr);
+      execv(argv[0], argv.data());
+      _exit(127);
+    }
+    close(to_child[0]);
+    close(from_child[1]);
+    input_ = to_child[1];
+    FILE *output = fdopen(from_child[0], "r");
+    char line[64] = {};
+    if (output && std::fgets(line, sizeof line, output)) std::sscanf(line, "READY %d", &port_);
+    if (output) std::fclose(output);
+  }
+  ~SmtpServer() {
+    if (pid_ <= 0) return;
+    close(input_);
+    for (int i = 0; i < 100; i++) {
+      if (waitpid(pid_, nullptr, WNOHANG) == pid_) return;
+      std::this_thread::sleep_for(20ms);
+    }
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  int port() const { return port_; }
+
+ private:
+  pid_t pid_ = -1;
+  int input_ = -1;
+  int port_ = 0;
+};
+
+// A loopback port that nothing listens on (for the moment).
+int free_port() {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
+  socklen_t length = sizeof address;
+  getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length);
+  close(fd);
+  return ntohs(address.sin_port);
+}
+
+std::mutex syslog_mutex;
+std::vector<std::string> syslog_lines;
+
+void capture(int, const char *text, void *) {
+  std::lock_guard lock(syslog_mutex);
+  syslog_lines.push_back(text);
+}
+
+class MailerTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    certificates_ = fs::temp_directory_path() / ("mailer-certs-" + std::to_string(getpid()));
+    fs::create_directories(certificates_);
+    std::string command = "openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=127.0.0.1"
+                          " -addext subjectAltName=IP:127.0.0.1 -keyout " + (certificates_ / "key.pem").string() +
+                          " -out " + (certificates_ / "cert.pem").string() + " 2>/dev/null";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+  }
+  static void TearDownTestSuite() { fs::remove_all(certificates_); }
+
+  void SetUp() override {
+    spool_ = fs::temp_directory_path() / ("mailer-spool-" + std::to_string(getpid()));
+    fs::create_directories(spool_);
+    context_ = g_main_context_new();
+    nost_syslog_set_sink(capture, nullptr);
+    // Deliveries are informational (severity 6), below the facility's default level.
+    saved_level_ = syslog_fac_LOG_SCHEDULER.current_level;
+    syslog_fac_LOG_SCHEDULER.current_level = 7;
+    std::lock_guard lock(syslog_mutex);
+    syslog_lines.clear();
+    settings_.host_name = "sw1.example.net";
+    settings_.connect_timeout = 2s;
+    settings_.transfer_timeout = 5s;
+    settings_.retry_delays = {};
+  }
+  void TearDown() override {
+    mailer_.reset();
+    nost_syslog_set_sink(nullptr, nullptr);
+    syslog_fac_LOG_SCHEDULER.current_level = saved_level_;
+    g_main_context_unref(context_);
+    fs::remove_all(spool_);
+  }
+
+  void start() {
+    mailer_ = std::make_unique<Mailer>(settings_, context_, [this](const MailResult &result) {
+      results_.push_back(result);
+      on_loop_thread_ = on_loop_thread_ && std::this_thread::get_id() == test_thread_;
+    });
+  }
+  // Runs the loop until `count` results came or the time is up.
+  bool wait_results(std::size_t count, std::chrono::milliseconds limit = 15s) {
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    while (results_.size() < count && std::chrono::steady_clock::now() < deadline) {
+      while (g_main_context_iteration(context_, FALSE)) {
+      }
+      std::this_thread::sleep_for(5ms);
+    }
+    return results_.size() >= count;
+  }
+  MailRequest request(int port, int wait_status = 0, std::string output = "line one\nline two\n") {
+    MailRequest request;
+    request.run = {"nightly", "backup", "admin", wait_status, "", 1795398000, 1795398919, std::move(output), false};
+    request.recipients = {"ops@example.com"};
+    request.transport.server = "127.0.0.1";
+    request.transport.port = static_cast<uint32_t>(port);
+    request.transport.sender = "sched@sw1.example.net";
+    return request;
+  }
+  std::vector<std::string> log_matching(const std::string &part) {
+    std::lock_guard lock(syslog_mutex);
+    std::vector<std::string> found;
+    for (const std::string &line : syslog_lines) {
+      if (line.find(part) != std::string::npos) found.push_back(line);
+    }
+    return found;
+  }
+
+  static fs::path certificates_;
+  fs::path spool_;
+  GMainContext *context_ = nullptr;
+  MailerSettings settings_;
+  std::unique_ptr<Mailer> mailer_;
+  std::vector<MailResult> results_;
+  std::thread::id test_thread_ = std::this_thread::get_id();
+  bool on_loop_thread_ = true;
+  uint8_t saved_level_ = 0;
+};
+
+fs::path MailerTest::certificates_;
+
+TEST_F(MailerTest, SuccessArrivesWithTheExactEnvelopeHeadersAndBody) {
+  SmtpServer server(spool_, {});
+  ASSERT_NE(server.port(), 0);
+  start();
+  MailRequest mail = request(server.port());
+  mail.transport.reply_to = "noc@example.com";
+  ASSERT_TRUE(mailer_->submit(mail));
+  ASSERT_TRUE(wait_results(1));
+  EXPECT_EQ(results_[0].outcome, MailOutcome::delivered);
+  EXPECT_EQ(results_[0].detail, "250 2.0.0 queued as test-1");
+  EXPECT_TRUE(on_loop_thread_);
+  EXPECT_EQ(read_file(spool_ / "1.env"), "from sched@sw1.example.net\nto ops@example.com\ntls no\n");
+
+  std::string message = read_file(spool_ / "1.eml");
+  // The Message-ID carries a random part: check its shape, then take the line out.
+  std::size_t id_start = message.find("Message-ID: <1795398919.");
+  ASSERT_NE(id_start, std::string::npos) << message;
+  std::size_t id_end = message.find(">\r\n", id_start);
+  ASSERT_NE(id_end, std::string::npos);
+  std::string id = message.substr(id_start + 24, id_end - id_start - 24);
+  EXPECT_EQ(id.size(), 16u + std::string("@sw1.example.net").size()) << id;
+  EXPECT_EQ(id.find_first_not_of("0123456789abcdef"), 16u) << id;
+  EXPECT_EQ(id.substr(16), "@sw1.example.net");
+  message.erase(id_start, id_end + 3 - id_start);
+  EXPECT_EQ(message,
+            "Date: Mon, 23 Nov 2026 01:55:19 +0000\r\n"
+            "From: sched@sw1.example.net\r\n"
+            "To: ops@example.com\r\n"
+            "Reply-To: noc@example.com\r\n"
+            "Subject: Scheduler job backup of schedule nightly on sw1.example.net: Success (0)\r\n"
+            "Auto-Submitted: auto-generated\r\n"
+            "MIME-Version: 1.0\r\n"
+            "Content-Type: text/plain; charset=utf-8\r\n"
+            "Content-Transfer-Encoding: 8bit\r\n"
+            "\r\n"
+            "Schedule : nightly\r\n"
+            "Job      : backup\r\n"
+            "User     : admin\r\n"
+            "Host     : sw1.example.net\r\n"
+            "Started  : Mon, 23 Nov 2026 01:40:00 +0000\r\n"
+            "Ended    : Mon, 23 Nov 2026 01:55:19 +0000\r\n"
+            "Result   : Success (0)\r\n"
+            "\r\n"
+            "line one\r\n"
+            "line two\r\n");
+  auto lines = log_matching("SCH_MSG");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0], "%SCHEDULER-6-SCH_MSG>> mail for job backup of schedule nightly delivered to 1 of 1 recipients "
+                      "(attempt 1): 250 2.0.0 queued as test-1");
+}
+
+TEST_F(MailerTest, FailureAndDefaultSenderGoToTenRecipients) {
+  SmtpServer server(spool_, {});
+  start();
+  MailRequest mail = request(server.port(), 3 << 8, "");
+  mail.transport.sender = "";
+  mail.recipients.clear();
+  std::string expected_envelope = "from scheduler@sw1.example.net\n";
+  for (int i = 0; i < 10; i++) {
+    mail.recipients.push_back("user" + std::to_string(i) + "@example.com");
+    expected_envelope += "to user" + std::to_string(i) + "@example.com\n";
+  }
+  ASSERT_TRUE(mailer_->submit(mail));
+  ASSERT_TRUE(wait_results(1));
+  EXPECT_EQ(results_[0].outcome, MailOutcome::delivered);
+  EXPECT_EQ(results_[0].accepted.size(), 10u);
+  EXPECT_EQ(read_file(spool_ / "1.env"), expected_envelope + "tls no\n");
+  std::string message = read_file(spool_ / "1.eml");
+  EXPECT_NE(message.find("Subject: Scheduler job backup of schedule nightly on sw1.example.net: Failed (3)\r\n"),
+            std::string::npos);
+  EXPECT_NE(message.find("To: user0@example.com,\r\n user1@example.com,\r\n"), std::string::npos);
+  EXPECT_NE(message.find("Result   : Failed (3)\r\n\r\n"), std::string::npos);
+}
+
+TEST_F(MailerTest, HostileOutputArrivesIntactAndCannotEndTheMessage) {
+  SmtpServer server(spool_, {});
+  start();
+  std::string output = std::string("before\n.\n..\n.x\nbad\rcr\nnul\0here\n", 31) + std::string(3000, 'L') +
+                       "\n\r\n.\r\nQUIT\r\nafter";
+  ASSERT_TRUE(mailer_->submit(request(server.port(), 0, output)));
+  ASSERT_TRUE(wait_results(1));
+  ASSERT_EQ(results_[0].outcome, MailOutcome::delivered) << results_[0].detail;
+  std::string message = read_file(spool_ / "1.eml");
+  std::string body = message.substr(message.find("Result   : Success (0)\r\n\r\n") + 26);
+  EXPECT_EQ(body, "before\r\n.\r\n..\r\n.x\r\nbad\r\ncr\r\nnul\xEF\xBF\xBDhere\r\n" + std::string(998, 'L') + "\r\n" +
+                      std::string(998, 'L') + "\r\n" + std::string(998, 'L') + "\r\n" + std::string(6, 'L') +
+                      "\r\n\r\n.\r\nQUIT\r\nafter\r\n");
+  EXPECT_FALSE(fs::exists(spool_ / "2.env"));
+}
+
+TEST_F(MailerTest, InjectedAddressesAreRefusedAndReported) {
+  SmtpServer server(spool_, {});
+  start();
+  MailRequest mail = request(server.port());
+  mail.transport.sender = "sched@sw1.example.net\r\nRCPT TO:<evil@example.com>";
+  EXPECT_FALSE(mailer_->submit(mail));
+  mail = request(server.port());
+  mail.recipients = {"ops@example.com>\r\nDATA", "ops@example.com"};
+  EXPECT_TRUE(mailer_->submit(mail));
+  ASSERT_TRUE(wait_results(2));
+  EXPECT_EQ(results_[0].outcome, MailOutcome::rejected);
+  EXPECT_EQ(results_[0].detail, "invalid sender address");
+  EXPECT_EQ(results_[1].outcome, MailOutcome::partly_delivered);
+  EXPECT_EQ(results_[1].refused, (std::vector<std::string>{"ops@example.com>??DATA"}));
+  EXPECT_EQ(read_file(spool_ / "1.env"), "from sched@sw1.example.net\nto ops@example.com\ntls no\n");
+  EXPECT_FALSE(fs::exists(spool_ / "2.env"));
+  // The refused address is reported made safe: one log line stays one line.
+  EXPECT_EQ(log_matching("refused: ops@example.com>??DATA (attempt 1)").size(), 1u);
+  for (const std::string &line : log_matching("SCH_")) EXPECT_EQ(line.find_first_of("\r\n"), std::string::npos) << line;
+}
+
+TEST_F(MailerTest, ARecipientRefusedByTheServerIsReportedAndTheOthersGetTheMail) {
+  SmtpServer server(spool_, {"--refuse", "gone@example.com"});
+  start();
+  MailRequest mail = request(server.port());
+  mail.recipients = {"ops@example.com", "gone@example.com", "noc@example.com"};
+  ASSERT_TRUE(mailer_->submit(mail));
+  ASSERT_TRUE(wait_results(1));
+  EXPECT_EQ(results_[0].outcome, MailOutcome::partly_delivered);
+  EXPECT_EQ(results_[0].refused, (std::vector<std::string>{"gone@example.com (550 5.1.1 no such user here)"}));
+  EXPECT_EQ(read_file(spool_ / "1.env"), "from sched@sw1.example.net\nto ops@example.com\nto noc@example.com\ntls no\n");
+  auto lines = log_matching("SCH_WARN");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("delivered to 2 of 3 recipients; refused: gone@example.com (550 5.1.1 no such user here)"),
+            std::string::npos);
+}
+
+TEST_F(MailerTest, AServerThatIsDownThenComesBackGetsTheMailOnARetry) {
+  int port = free_port();
+  settings_.retry_delays = {300ms, 300ms, 300ms, 300ms};
+  start();
+  ASSERT_TRUE(mailer_->submit(request(port)));
+  std::this_thread::sleep_for(450ms);
+  SmtpServer server(spool_, {}, port);
+  ASSERT_EQ(server.port(), port);
+  ASSERT_TRUE(wait_results(1));
+  EXPECT_EQ(results_[0].outcome, MailOutcome::delivered);
+  EXPECT_GE(results_[0].attempts, 2);
+  EXPECT_TRUE(fs::exists(spool_ / "1.env"));
+  EXPECT_EQ(log_matching("SCH_").size(), 1u);  // retries are no outcome of their own
+}
+
+TEST_F(MailerTest, RetriesAreBoundedThenTheMailIsGivenUp) {
+  settings_.retry_delays = {50ms, 50ms};
+  start();
+  ASSERT_TRUE(mailer_->submit(request(free_port())));
+  ASSERT_TRUE(wait_results(1));
+  EXPECT_EQ(results_[0].outcome, MailOutcome::given_up);
+  EXPECT_EQ(results_[0].attempts, 3);
+  auto lines = log_matching("SCH_ERR");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("mail for job backup of schedule nightly given up after 3 attempts: "), std::string::npos);
+  EXPECT_EQ(mailer_->queued_messages(), 0u);
+  EXPECT_EQ(mailer_->queued_bytes(), 0u);
+}
+
+TEST_F(MailerTest, AServerThatNeverAnswersHitsTheTimeLimit) {
+  SmtpServer server(spool_, {"--silent"});
+  settings_.transfer_timeout = 1s;
+  start();
+  auto begun = std::chrono::steady_clock::now();
+  ASSERT_TRUE(mailer_->submit(request(server.port())));
+  ASSERT_TRUE(wait_results(1, 10s));
+  EXPECT_EQ(results_[0].outcome, MailOutcome::given_up);
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 4s);
+  EXPECT_NE(results_[0].detail.find("timed out"), std::string::npos) << results_[0].detail;
+}
+
+TEST_F(MailerTest, StartTlsIsUsedAndTheCertificateIsVerified) {
+  SmtpServer server(spool_, {"--cert", (certificates_ / "cert.pem").string(), "--key",
+                             (certificates_ / "key.pem").string()});
+  start();  // the system's CA store does not know the test certificate
+  ASSERT_TRUE(mailer_->submit(request(server.port())));
+  ASSERT_TRUE(wait_results(1));
+  EXPECT_EQ(results_[0].outcome, MailOutcome::given_up);
+  EXPECT_FALSE(fs::exists(spool_ / "1.env"));
+
+  mailer_.reset();
+  settings_.ca_file = (certificates_ / "cert.pem").string();
+  start();
+  ASSERT_TRUE(mailer_->submit(request(server.port())));
+  ASSERT_TRUE(wait_results(2));
+  EXPECT_EQ(results_[1].outcome, MailOutcome::delivered) << results_[1].detail;
+  EXPECT_EQ(read_file(spool_ / "1.env"), "from sched@sw1.example.net\nto ops@example.com\ntls yes\n");
+}
+
+TEST_F(MailerTest, AnExistingVrfIsBoundAndAMissingOneIsSaidOnce) {
+  SmtpServer server(spool_, {});
+  start();
+  MailRequest mail = request(server.port());
+  mail.transport.vrf = "lo";
+  ASSERT_TRUE(mailer_->submit(mail));
+  mail.transport.vrf = "novrf0";
+  ASSERT_TRUE(mailer_->submit(mail));
+  ASSERT_TRUE(mailer_->submit(mail));
+  ASSERT_TRUE(wait_results(3));
+  for (const MailResult &result : results_) EXPECT_EQ(result.outcome, MailOutcome::delivered) << result.detail;
+  auto lines = log_matching("VRF");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0], "%SCHEDULER-4-SCH_WARN>> mail: no network device for VRF novrf0, using the default routing");
+}
+
+TEST_F(MailerTest, AFullQueueDropsTheOldestAndStopDoesNotWaitForRetries) {
+  settings_.retry_delays = {std::chrono::hours(1)};
+  settings_.max_queued_messages = 3;
+  start();
+  int port = free_port();
+  for (int i = 0; i < 6; i++) {
+    MailRequest mail = request(port);
+    mail.run.job = "job" + std::to_string(i);
+    ASSERT_TRUE(mailer_->submit(mail));
+  }
+  EXPECT_LE(mailer_->queued_messages(), 3u);
+  ASSERT_TRUE(wait_results(3));
+  // Which old ones go depends on whether the worker holds one in flight; the newest always stay.
+  for (int i = 0; i < 3; i++) {
+    EXPECT_EQ(results_[i].outcome, MailOutcome::dropped);
+    EXPECT_LT(results_[i].job, "job4");
+    if (i > 0) {
+      EXPECT_LT(results_[i - 1].job, results_[i].job);
+    }
+  }
+  EXPECT_EQ(log_matching("dropped: the mail queue is full").size(), 3u);
+
+  settings_.max_queued_bytes = 1;  // nothing fits: the new message itself is dropped
+  MailerSettings tight = settings_;
+  Mailer small(tight, context_, nullptr);
+  EXPECT_FALSE(small.submit(request(port)));
+
+  auto begun = std::chrono::steady_clock::now();
+  mailer_->stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s);
+  EXPECT_EQ(log_matching("waiting messages dropped at shutdown").size(), 1u);
+  EXPECT_FALSE(mailer_->submit(request(port)));
+}
+
+}  // namespace
