@@ -15,6 +15,7 @@
 #include "core/debug.h"
 #include "ipc/dispatch.h"
 #include "ipc/server.h"
+#include "runner/runner.h"
 #include "schedcli/pss.h"
 #include "schedcli/platform/cmi.h"
 #include "schedcli/platform/sdwrap.h"
@@ -97,16 +98,17 @@ const std::string &Daemon::socket_path() const {
   return server_ ? server_->socket_path() : none;
 }
 
-bool Daemon::start(std::string *error, bool listen) {
+bool Daemon::start(std::string *error, StartParts parts) {
   static constexpr Step kDirectories{"directories", &Daemon::set_directories, nullptr};
   static constexpr Step kDebugOutput{"debug output", &Daemon::open_debug_output, &Daemon::close_debug_output};
   static constexpr Step kLock{"instance lock", &Daemon::lock_instance, &Daemon::unlock_instance};
   static constexpr Step kRestore{"configuration", &Daemon::restore, &Daemon::release};
   static constexpr Step kMark{"running stores", &Daemon::mark_running_stores_whole, nullptr};
+  static constexpr Step kRunner{"runner", &Daemon::start_runner, &Daemon::stop_runner};
   static constexpr Step kServer{"socket", &Daemon::start_server, &Daemon::stop_server};
-  const std::array<const Step *, 6> steps{&kDirectories, &kDebugOutput, &kLock, &kRestore, &kMark, &kServer};
+  const std::array<const Step *, 7> steps{&kDirectories, &kDebugOutput, &kLock, &kRestore, &kMark, &kRunner, &kServer};
   for (const Step *step : steps) {
-    if (step == &kServer && !listen) break;
+    if ((step == &kServer && !parts.socket) || (step == &kRunner && (!parts.runner || options_.standby))) continue;
     std::string why;
     if (!(this->*step->start)(&why)) {
       *error = std::string(step->name) + ": " + why;
@@ -238,6 +240,22 @@ bool Daemon::mark_running_stores_whole(std::string *error) {
   }
   return true;
 }
+
+bool Daemon::start_runner(std::string *error) {
+  RunnerSettings settings;
+  settings.interpreter = options_.interpreter;
+  settings.time_limit = std::chrono::seconds(options_.job_time_limit_seconds);
+  settings.mail_ca_file = options_.mail_ca_file;
+  runner_ = std::make_unique<Runner>(model_, loop_, clock_, settings);
+  if (!runner_->start()) {
+    *error = "no wall-clock timer: schedules could not fire";
+    runner_.reset();
+    return false;
+  }
+  return true;
+}
+
+void Daemon::stop_runner() { runner_.reset(); }
 
 bool Daemon::start_server(std::string *error) {
   server_ = std::make_unique<Server>(loop_, [this](uint32_t service, uint32_t opcode, RequestBytes request,

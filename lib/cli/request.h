@@ -47,7 +47,8 @@ enum sch_request_type {
   SCH_REQ_GET_EMAIL_TRANSPORT = 19,
   SCH_REQ_SCHEDULE_EMAIL = 20,
   SCH_REQ_USER_CREDENTIAL = 22,
-  SCH_REQ_GET_USER_CONFIG = 23
+  SCH_REQ_GET_USER_CONFIG = 23,
+  SCH_REQ_GET_TIMERS = 30  /* the timers of every schedule, as text */
 };
 
 /* Sub-commands of the modify-schedule request (type 4). */

@@ -84,7 +84,7 @@ class InProcessDaemon : public testing::Test {
     chosen.enable_feature = enable_feature;
     daemon_ = std::make_unique<schedd::Daemon>(chosen, clock_);
     error_.clear();
-    return daemon_->start(&error_, /*listen=*/false);
+    return daemon_->start(&error_, schedd::StartParts{.socket = false, .runner = false});
   }
 
   // Stops the daemon; every tracked block it held must be back.
