@@ -138,7 +138,8 @@ SCHED_EXPORT pss2_handle pss_shrink(pss2_handle handle, uint32_t *status);
  * them. Reads through the handle see the batch's changes. While a batch is open, changes through
  * other handles of the same store are refused with PSS2_ERR_BUSY. A failed change inside a batch
  * (other than a missing key) spoils the batch: later changes return that status and commit drops
- * the batch and returns it. */
+ * the batch and returns it. A change refused before it is written (a size or argument error, or
+ * the test hook) spoils the batch the same way. */
 SCHED_EXPORT uint32_t pss2_batch_begin(pss2_handle handle);
 SCHED_EXPORT uint32_t pss2_batch_commit(pss2_handle handle);
 SCHED_EXPORT uint32_t pss2_batch_abort(pss2_handle handle);
