@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "schedcli/platform/mtrack.h"
+#include "schedcli/protocol.h"
 
 namespace schedd {
 
@@ -88,7 +89,7 @@ void reset_live_configuration() {
 
 sch_email_transport_conf default_transport() {
   sch_email_transport_conf conf{};
-  conf.smtp_reserved = 1;  // an IPv4 address
+  conf.smtp_reserved = SCH_SMTP_SERVER_IPV4;
   conf.smtp_port = SCH_SMTP_PORT_DEFAULT;
   std::memcpy(conf.vrf, "management", sizeof "management");
   return conf;

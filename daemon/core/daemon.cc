@@ -18,6 +18,9 @@
 #include "runner/runner.h"
 #include "schedcli/pss.h"
 #include "schedcli/platform/cmi.h"
+#include "schedcli/platform/file_sync.h"
+#include "schedcli/platform/pss.h"
+#include "schedcli/protocol.h"
 #include "schedcli/platform/sdwrap.h"
 #include "schedcli/platform/syserr.h"
 #include "schedcli/platform/syslog.h"
@@ -39,11 +42,11 @@ struct StoreName {
   const char *name;
 };
 constexpr StoreName kStores[] = {
-    {sysmgr_running_cfg_uri_get, "scheduler_runtime"},
-    {sysmgr_running_cfg_uri_get, "scheduler_runtime_database"},
-    {sysmgr_running_cfg_uri_get, "scheduler_debug_runtime"},
-    {sysmgr_startup_cfg_uri_get, "scheduler_startup"},
-    {sysmgr_debug_cfg_uri_get, "scheduler_debug_startup"},
+    {sysmgr_running_cfg_uri_get, SCH_STORE_RUNNING},
+    {sysmgr_running_cfg_uri_get, SCH_STORE_RUNNING_DATABASE},
+    {sysmgr_running_cfg_uri_get, SCH_STORE_DEBUG_RUNNING},
+    {sysmgr_startup_cfg_uri_get, SCH_STORE_STARTUP},
+    {sysmgr_debug_cfg_uri_get, SCH_STORE_DEBUG_STARTUP},
 };
 
 // The library keeps each store's URI in 64 bytes; a longer one would name another file.
@@ -78,13 +81,10 @@ bool exists(const std::string &path) {
 bool write_marker(const std::string &path) {
   int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   if (fd < 0) return false;
-  bool synced = fsync(fd) == 0;
+  int error = file_sync_with_directory(fd, path.c_str());
   close(fd);
-  int directory = open(sysmgr_runtime_dir(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (directory < 0) return false;
-  synced = fsync(directory) == 0 && synced;
-  close(directory);
-  return synced;
+  errno = error;
+  return error == 0;
 }
 
 }  // namespace
@@ -222,6 +222,17 @@ bool Daemon::restore(std::string *error) {
   }
   debug(kDebugStartup, "starting %s%s, state %s, runtime %s", options_.standby ? "as standby" : "active",
         stateless_ ? " after a stateless restart" : "", options_.state_dir.c_str(), options_.runtime_dir.c_str());
+  if (!options_.standby) {
+    // A copy to startup that a crash interrupted is finished, or its leftovers removed, before the
+    // startup store is read.
+    uint32_t recovered = pss2_startup_recover();
+    if (recovered == PSS2_ERR_CORRUPT) {
+      nost_syslog(LOG_WARNING, "schedd: a damaged record of an interrupted copy to startup was removed");
+    } else if (recovered != 0) {
+      *error = std::string("cannot recover the startup stores: ") + syserr2str(recovered);
+      return false;
+    }
+  }
   StartupMode mode{options_.standby, stateless_, options_.enable_feature};
   if (!restore_configuration(mode, error)) {
     release();
