@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "core/debug.h"
+#include "core/syslog_lines.h"
 #include "schedcli/diag.h"
 #include "schedcli/platform/file_sync.h"
 #include "schedcli/platform/syslog.h"
@@ -30,16 +31,8 @@ constexpr mode_t kLogFileMode = 0640;
 // The catalogue's file-error message, with the failed step, the path and the system's reason.
 void report_failure(const char *step, const std::string &path, int error) {
   debug(kDebugRequest, "log file: cannot %s %s: %s", step, path.c_str(), std::strerror(error));
-  const syslog_message &message = syslog_msg_SCH_SYSLOG_FILE_ERR;
-  if (message.facility->current_level < message.severity) return;
-  std::string facility = message.facility->name;
-  for (char &c : facility) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   std::string what = std::string("log file: cannot ") + step + " " + path;
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  nost_syslog(message.severity, message.format, facility.c_str(), static_cast<int>(message.severity), what.c_str(),
-              std::strerror(error));
-#pragma GCC diagnostic pop
+  emit(syslog_msg_SCH_SYSLOG_FILE_ERR, what.c_str(), std::strerror(error));
 }
 
 bool inside(const fs::path &directory, const char *root) {
