@@ -82,7 +82,9 @@ void free_database() {
 void reset_live_configuration() {
   free_database();
   scheduler_enabled = 0;
+  // As the library starts: the default size, no path yet (start-up fills in the default name).
   sch_log_file = sch_log_file_record{};
+  sch_log_file.size_limit = SCH_LOG_FILE_SIZE_DEFAULT;
   email_transport_conf = default_transport();
   next_serial = 0;
 }

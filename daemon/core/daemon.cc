@@ -106,6 +106,7 @@ bool Daemon::start(std::string *error, StartParts parts) {
   static constexpr Step kMark{"running stores", &Daemon::mark_running_stores_whole, nullptr};
   static constexpr Step kRunner{"runner", &Daemon::start_runner, &Daemon::stop_runner};
   static constexpr Step kServer{"socket", &Daemon::start_server, &Daemon::stop_server};
+  wall_timer_ = parts.wall_timer;
   const std::array<const Step *, 7> steps{&kDirectories, &kDebugOutput, &kLock, &kRestore, &kMark, &kRunner, &kServer};
   for (const Step *step : steps) {
     if ((step == &kServer && !parts.socket) || (step == &kRunner && (!parts.runner || options_.standby))) continue;
@@ -254,6 +255,7 @@ bool Daemon::mark_running_stores_whole(std::string *error) {
 
 bool Daemon::start_runner(std::string *error) {
   RunnerSettings settings;
+  settings.wall_timer = wall_timer_;
   settings.interpreter = options_.interpreter;
   settings.time_limit = std::chrono::seconds(options_.job_time_limit_seconds);
   settings.mail_ca_file = options_.mail_ca_file;

@@ -23,6 +23,7 @@ class Server;
 struct StartParts {
   bool socket = true;  // without it, requests come through handle()
   bool runner = true;  // without it, no schedule fires
+  bool wall_timer = true;  // without it, the runner fires only when told to (fire_due)
 };
 
 class Daemon {
@@ -83,6 +84,7 @@ class Daemon {
   std::FILE *debug_stream_ = nullptr;
   int lock_fd_ = -1;
   bool stateless_ = false;
+  bool wall_timer_ = true;
 };
 
 }  // namespace schedd

@@ -84,17 +84,21 @@ std::string duration(std::time_t seconds) {
   return text.str();
 }
 
-// The result of the schedule's latest job run, as the displays word it; "-" before any.
+// The result of the schedule's latest fire, as the displays word it: the first job of that fire
+// that failed, else success; "-" before any run.
 std::string last_result(const sch_schedule_entry &schedule) {
-  const sch_runtime_job_status *latest = nullptr;
-  for (int id : jobs_of(*schedule.value)) {
+  const sch_schedule_record &record = *schedule.value;
+  if (record.execution_count == 0) return "-";
+  const sch_runtime_job_status *shown = nullptr;
+  for (int id : jobs_of(record)) {
     for (GList *element = database()->jobs[id].run_results; element; element = element->next) {
       auto *result = static_cast<const sch_runtime_job_status *>(element->data);
       if (std::strncmp(result->schedule, schedule.key->name, SCH_NAME_SIZE) != 0) continue;
-      if (!latest || result->result[1] >= latest->result[1]) latest = result;
+      if (result->result[1] < record.last_execution) continue;  // of an earlier fire
+      if (!shown || (shown->result[0] == 0 && result->result[0] != 0)) shown = result;
     }
   }
-  return latest ? mail::result_text(static_cast<int>(latest->result[0])) : "-";
+  return shown ? mail::result_text(static_cast<int>(shown->result[0])) : "-";
 }
 
 // A wait status for a run that never started, as a failed exit with `code`.

@@ -57,7 +57,10 @@ void ScheduleTimers::arm(const std::string &name, ScheduleTimer &timer, const Sc
   std::optional<std::time_t> next = next_run_(facts.time);
   // A one-shot whose time has passed or which has had its run, or a repeat that would have to
   // catch up: nothing to arm.
-  if (!next || (facts.time.type == SCH_TM_ONESHOT && *next <= timer.last_fire)) {
+  // An instant already fired that has come again (a next-run computation that does not move on)
+  // is not armed either: it would wake the loop again and again for nothing.
+  bool fired_already = next && *next <= timer.last_fire;
+  if (!next || (fired_already && (facts.time.type == SCH_TM_ONESHOT || *next <= clock_.wall_seconds()))) {
     set_state(name, timer, TimerState::done);
     return;
   }
