@@ -100,7 +100,7 @@ TEST_F(Configuration, ItsTextRebuildsItExactlyAndSurvivesAStatelessRestart) {
   EXPECT_EQ(pasted.status, 0);
   EXPECT_EQ(shown(fresh, "show running-config"), text);
 
-  EXPECT_EQ(shown(fresh, "copy running-config startup-config"), "");
+  EXPECT_EQ(shown(fresh, "copy running-config startup-config"), "Copied running-config to startup-config\n");
   ASSERT_EQ(fresh.stop(), 0) << fresh.log();
   std::filesystem::remove_all(fresh.directory() + "/run");
   ASSERT_TRUE(start(fresh)) << why;

@@ -42,8 +42,9 @@ TEST_F(Help, CompletionOffersKeywordsOnly) {
 TEST_F(Help, AQuestionMarkIsTextInsideQuotesAndInJobMode) {
   ASSERT_TRUE(run({"configure terminal"}));
   // An unclosed quote runs to the end of the line, mark included.
-  EXPECT_TRUE(shell.execute("scheduler aaa-authentication password \"what?"));
-  EXPECT_EQ(backend.last().values(), List{"what?"});
+  backend.config = "scheduler aaa-authentication username operator password 7 what?\n";
+  EXPECT_TRUE(shell.execute("scheduler aaa-authentication password 7 \"what?")) << err.str();
+  EXPECT_EQ(backend.calls.front().values(), List{"what?"});
   ASSERT_TRUE(run({"scheduler job name j1"}));
   EXPECT_TRUE(words("").empty());
   EXPECT_TRUE(completions("en").empty());

@@ -17,7 +17,7 @@ TEST_F(Modes, ExitGoesUpOneModeAndEndGoesToExec) {
   EXPECT_EQ(shell.prompt(), "schedsh(config)# ");
   EXPECT_EQ(shell.schedule_name(), "");
   ASSERT_TRUE(run({"scheduler job name j1"}));
-  EXPECT_EQ(shell.prompt(), "schedsh(config-job)# ");
+  EXPECT_EQ(shell.prompt(), "schedsh(config-job, end-job ends)# ");
   ASSERT_TRUE(run({"end-job", "scheduler schedule name s1", "end"}));
   EXPECT_EQ(shell.mode(), Mode::Exec);
   ASSERT_TRUE(run({"exit"}));
@@ -82,6 +82,7 @@ TEST_F(Modes, PastedConfigurationTextIsTakenLineByLine) {
       "scheduler schedule name bare", "  ",
       "scheduler schedule name last", "  time start 2031:12:31:23:59", ""};
   ASSERT_TRUE(run({"configure terminal"}));
+  backend.config = "scheduler aaa-authentication username alice password 7 AbC=\n";
   for (const std::string &line : text) EXPECT_TRUE(shell.execute(line)) << line << ": " << err.str();
   EXPECT_EQ(shell.mode(), Mode::Config);
   EXPECT_EQ(err.str(), "");
@@ -93,7 +94,7 @@ TEST_F(Modes, PastedConfigurationTextIsTakenLineByLine) {
   }
   EXPECT_EQ(sent, (std::vector<std::string>{
                       "enable_scheduler", "logging_level", "logfile_resize 32", "aaa_auth_passwd alice AbC=",
-                      "email_transport sched@example.com", "email_transport ops@example.com",
+                      "config_text", "email_transport sched@example.com", "email_transport ops@example.com",
                       "email_transport mail.example.com", "email_transport ::1 587", "create_delete_job backup",
                       "define_job", "create_delete_schedule nightly", "modify_schedule nightly backup",
                       "modify_schedule nightly 02:30", "modify_schedule_emailaddr nightly ops@example.com",
@@ -103,7 +104,7 @@ TEST_F(Modes, PastedConfigurationTextIsTakenLineByLine) {
                       "modify_schedule untimed backup", "modify_schedule_emailaddr untimed ops@example.com",
                       "create_delete_schedule bare", "create_delete_schedule last",
                       "modify_schedule last 2031:12:31:23:59"}));
-  EXPECT_EQ(backend.calls[9].text, "tar czf /tmp/b.tgz /etc\n  echo \"indented ; kept\"\n");
+  EXPECT_EQ(backend.calls[10].text, "tar czf /tmp/b.tgz /etc\n  echo \"indented ; kept\"\n");
 }
 
 TEST_F(Modes, AFeatureTurnedOffTakesItsCommandsUntilItIsTurnedOnAgain) {
