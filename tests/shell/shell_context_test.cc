@@ -1,9 +1,14 @@
 // What each command hands its handler: parameters in order with their kinds, code, no flag.
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
 
 #include "cli/request.h"
 #include "schedcli/cli_config.h"
 #include "schedcli/platform/acfg.h"
+#include "schedcli/platform/cmi.h"
+#include "schedcli/platform/secrets.h"
 #include "schedcli/platform/syserr.h"
 #include "shell_testing.h"
 
@@ -146,6 +151,37 @@ TEST_F(Contexts, CredentialParametersCarryTheirKinds) {
   // This handler's success is 8; anything else is a failure, and nothing is read back.
   backend.results["aaa_auth_passwd"] = 0;
   call_of("scheduler aaa-authentication password 7 AbC=", false);
+}
+
+// The handler answers success also when the daemon kept nothing (a standby, a full disk): what
+// the daemon holds is read back, and a credential that is not there as sent is an error.
+TEST_F(Contexts, ACredentialTheDaemonDidNotKeepIsAnError) {
+  std::string key = ::testing::TempDir() + "schedsh_key_" + std::to_string(getpid());
+  ASSERT_EQ(secrets_device_key_path_set(key.c_str()), 0u);
+  char *encrypted = nullptr;
+  uint32_t length = 0;
+  ASSERT_EQ(security_conf_encrypt("secret", 7, 0, 0, &encrypted, &length), 0u);
+  const std::string stored(encrypted, length);
+  std::free(encrypted);
+  const std::string line = "scheduler aaa-authentication username operator password 7 ";
+  ASSERT_TRUE(run({"configure terminal"}));
+
+  backend.config = line + stored + "\n";
+  EXPECT_TRUE(run({"scheduler aaa-authentication password secret", "scheduler aaa-authentication password 7 " + stored}));
+  EXPECT_EQ(err.str(), "");
+  // Another password, none at all, or a store the daemon answered with the old one.
+  EXPECT_FALSE(run({"scheduler aaa-authentication password other", "scheduler aaa-authentication password 7 AbC=",
+                    "scheduler aaa-authentication username bob password secret", "no scheduler aaa-authentication"}));
+  const std::string not_stored = "% The daemon did not store the credential of user ";
+  EXPECT_EQ(err.str(), not_stored + "operator\n" + not_stored + "operator\n" + not_stored + "bob\n" +
+                           "% The daemon did not delete the credential of user operator\n");
+  err.str("");
+  backend.results["config_text"] = CMI_ERR_NO_DAEMON;
+  EXPECT_FALSE(run({"scheduler aaa-authentication password secret"}));
+  EXPECT_EQ(err.str(), std::string("% Could not read back the credential of user operator: ") +
+                           syserr2str(CMI_ERR_NO_DAEMON) + "\n");
+  secrets_device_key_path_set(nullptr);
+  unlink(key.c_str());
 }
 
 TEST_F(Contexts, ValuesLongerThanTheirFieldAreRefusedNotCut) {
