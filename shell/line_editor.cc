@@ -188,13 +188,13 @@ std::optional<std::string> LineEditor::read_line() {
   }
 }
 
-bool run_interactive(Shell &shell, const std::string &socket_path) {
+bool run_interactive(Shell &shell, const std::string &socket_path, const std::string &start_command) {
   shell.set_interactive(true);
   shell.set_confirm(ask);
   std::string text;
   if (uint32_t status = shell.backend().config_text(shell.session().session, ACFG_CFG_RUNNING, &text); status != 0) {
     std::cerr << "% The scheduler daemon does not answer at " << socket_path << ": " << syserr2str(status) << "\n"
-              << "% Start it with 'schedd' (as root, or give the shell its --runtime-dir); commands fail until then\n";
+              << "% Start it with: " << start_command << "\n% Until then every command fails.\n";
   }
   struct sigaction action {};
   action.sa_handler = on_interrupt;

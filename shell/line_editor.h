@@ -36,8 +36,8 @@ class LineEditor {
 };
 
 // Reads and runs lines at the terminal until end of input or `exit`; false when any failed.
-// Says first when the daemon does not answer at `socket_path`, and how to start it.
-bool run_interactive(Shell &shell, const std::string &socket_path);
+// Says first when the daemon does not answer at `socket_path`, and that `start_command` starts it.
+bool run_interactive(Shell &shell, const std::string &socket_path, const std::string &start_command);
 
 }  // namespace schedsh
 

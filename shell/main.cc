@@ -102,7 +102,8 @@ int main(int argc, char **argv) {
       ok = run_lines(shell, lines);
     }
   } else if (isatty(STDIN_FILENO)) {
-    ok = schedsh::run_interactive(shell, socket_path);
+    ok = schedsh::run_interactive(shell, socket_path,
+                                  "schedd --runtime-dir " + runtime_dir + " --state-dir " + state_dir);
   } else {
     ok = run_lines(shell, std::cin);
   }
