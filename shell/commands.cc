@@ -5,15 +5,12 @@
 #include <netinet/in.h>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 #include "cli/request.h"
 #include "configuration.h"
@@ -461,7 +458,7 @@ constexpr int kCredentialDone = 8;   // this handler's success result
 std::optional<std::string> decrypted(const std::string &encrypted) {
   char *clear = nullptr;
   uint32_t length = 0;
-  uint32_t status = security_conf_decrypt(encrypted.c_str(), static_cast<uint32_t>(encrypted.size() + 1), 7, 0, 0,
+  uint32_t status = security_conf_decrypt(encrypted.c_str(), static_cast<uint32_t>(encrypted.size() + 1), SECRETS_TYPE7, 0, 0,
                                           &clear, &length);
   if (status != 0 || !clear) {
     std::free(clear);

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/syserr.h"

@@ -166,17 +166,18 @@ bool Shell::abandon_job() {
 }
 
 bool Shell::job_line(std::string_view line) {
-  if (trim(line) == "?") {
+  std::string_view content = trim(line);
+  if (content == "?") {
     print_job_help();
     return true;
   }
-  if (trim(line) != "end-job") {
+  if (content != "end-job" && send_job_) {
     if (std::optional<std::string_view> problem = job_line_problem(line)) {
       err_ << "% Line not taken: " << *problem << "\n";
       return false;
     }
   }
-  if (trim(line) == "end-job") {
+  if (content == "end-job") {
     std::string name = std::move(job_);
     std::string text = std::move(job_text_);
     bool send = send_job_;
@@ -241,7 +242,8 @@ void Shell::print_help(std::string_view text) {
     auto [words, partial] = split_for_help(exec ? *exec : text);
     if (!partial.empty()) words.push_back(partial);
     Match match = table_.match(exec ? Mode::Exec : help_mode(words, ""), words, removed_features_);
-    if (match.status == MatchStatus::Invalid || match.status == MatchStatus::Ambiguous) {
+    if (match.status == MatchStatus::Invalid || match.status == MatchStatus::Ambiguous ||
+        match.status == MatchStatus::Refused) {
       report(match, words);
     } else {
       err_ << "% No help for this line\n";
@@ -279,23 +281,31 @@ Shell::Completion Shell::complete(std::string_view text) {
   bool jobs = std::find(variables.begin(), variables.end(), "<job>") != variables.end();
   bool schedules = std::find(variables.begin(), variables.end(), "<schedule>") != variables.end();
   if (jobs || schedules) {
-    std::string text_of_running;
-    if (backend_.config_text(session_.session, ACFG_CFG_RUNNING, &text_of_running) == 0) {
-      if (std::optional<Configuration> running = parse_configuration(text_of_running, nullptr)) {
-        auto offer = [&](const std::string &name) {
-          if (name.starts_with(partial) && !has_control_character(name)) completion.candidates.push_back(name);
-        };
-        if (jobs) std::for_each(running->jobs.begin(), running->jobs.end(), [&](const JobBlock &job) { offer(job.name); });
-        if (schedules) {
-          for (const ScheduleBlock &schedule : running->schedules) offer(schedule.name);
-        }
-      }
+    for (std::string &name : existing_names(jobs, schedules)) {
+      if (name.starts_with(partial)) completion.candidates.push_back(std::move(name));
     }
     std::sort(completion.candidates.begin(), completion.candidates.end());
     completion.candidates.erase(std::unique(completion.candidates.begin(), completion.candidates.end()),
                                 completion.candidates.end());
   }
   return completion;
+}
+
+std::vector<std::string> Shell::existing_names(bool jobs, bool schedules) {
+  std::vector<std::string> names;
+  std::string text;
+  if (backend_.config_text(session_.session, ACFG_CFG_RUNNING, &text) != 0) return names;
+  std::optional<Configuration> running = parse_configuration(text, nullptr);
+  if (!running) return names;
+  if (jobs) {
+    for (const JobBlock &job : running->jobs) names.push_back(job.name);
+  }
+  if (schedules) {
+    for (const ScheduleBlock &schedule : running->schedules) names.push_back(schedule.name);
+  }
+  // A name that could not be typed back is no completion.
+  std::erase_if(names, [](const std::string &name) { return has_control_character(name); });
+  return names;
 }
 
 void Shell::enter(Mode mode) {

@@ -83,6 +83,8 @@ class Shell {
   bool job_line(std::string_view line);
   void report(const Match &match, const std::vector<std::string> &words);
   Mode help_mode(const std::vector<std::string> &words, std::string_view partial) const;
+  // The names of the jobs or schedules of the running configuration; none when it cannot be read.
+  std::vector<std::string> existing_names(bool jobs, bool schedules);
   // A configuration mode's line that begins with `do`: its text after that word.
   std::optional<std::string_view> exec_line(std::string_view line) const;
 
