@@ -439,6 +439,17 @@ bool copy_startup_to_file(Shell &shell, const Arguments &arguments) {
   return export_configuration(shell, ACFG_CFG_STARTUP, "startup-config", arguments.value("<file>"));
 }
 
+// The startup configuration applied onto the running one, as a saved file would be.
+bool copy_startup_to_running(Shell &shell, const Arguments &) {
+  std::string text;
+  uint32_t status = shell.backend().config_text(shell.session().session, ACFG_CFG_STARTUP, &text);
+  if (status != 0) {
+    shell.err() << "% Could not read the startup-config: " << syserr2str(status) << "\n";
+    return false;
+  }
+  return replay_configuration(shell, text, "startup-config");
+}
+
 bool copy_file_to_running(Shell &shell, const Arguments &arguments) {
   const std::string path = arguments.value("<file>");
   std::string why;
@@ -566,6 +577,9 @@ void register_commands(CommandTable &table) {
   table.add({Mode::Exec, "copy running-config <file>", {copy, running, file}, copy_running_to_file});
   table.add({Mode::Exec, "copy startup-config <file>",
              {copy, "The configuration the daemon starts from", file}, copy_startup_to_file});
+  table.add({Mode::Exec, "copy startup-config running-config",
+             {copy, "The configuration the daemon starts from", "Onto the configuration in use: what differs"},
+             copy_startup_to_running});
   table.add({Mode::Exec, "copy <file> running-config",
              {copy, "A file of configuration text to apply", "Onto the configuration in use: what differs"},
              copy_file_to_running});

@@ -76,13 +76,6 @@ TEST(ConfigurationText, HandWrittenTextReadsAsTheShellWouldRunIt) {
   EXPECT_TRUE(parse_configuration("", &error));
 }
 
-TEST(ConfigurationChanges, ATextOnItselfChangesNothing) {
-  Configuration configuration = parsed(kText);
-  ConfigurationChanges changes = changes_to_hold(configuration, configuration);
-  EXPECT_TRUE(changes.empty());
-  EXPECT_EQ(changes.unchanged, 4u + 2u + 3u);
-}
-
 TEST(ConfigurationChanges, OnlyWhatDiffersIsSentAndNothingIsTakenAway) {
   Configuration running = parsed(
       "feature scheduler\nscheduler logfile size 30\n"

@@ -57,10 +57,12 @@ TEST_F(Replay, OnlyWhatDiffersIsSentAndTheShellComesBackToItsMode) {
 
 TEST_F(Replay, ATextOntoItselfSendsNothing) {
   backend.config = std::string(kSaved);
-  ASSERT_TRUE(run({"configure terminal"}));
+  ASSERT_TRUE(run({"copy startup-config running-config", "configure terminal"}));
   EXPECT_TRUE(replay_configuration(shell, kSaved, "saved.cfg"));
   EXPECT_EQ(sent(), List{});
-  EXPECT_EQ(out.str(), "Copied saved.cfg to running-config: nothing to change; 6 unchanged\n");
+  EXPECT_EQ(backend.calls.front().number, ACFG_CFG_STARTUP);
+  EXPECT_EQ(out.str(), "Copied startup-config to running-config: nothing to change; 6 unchanged\n"
+                       "Copied saved.cfg to running-config: nothing to change; 6 unchanged\n");
   EXPECT_EQ(shell.mode(), Mode::Config);
 }
 
