@@ -2,7 +2,6 @@
 #include "line_editor.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -41,7 +40,7 @@ std::string history_path() {
 }
 
 // Lines that carry a password stay out of the history file.
-bool keeps_secret(std::string_view line) { return line.find("aaa-authentication") != std::string_view::npos; }
+bool holds_password(std::string_view line) { return line.find("aaa-authentication") != std::string_view::npos; }
 
 // A yes-or-no question at the terminal; anything but y or yes (end of input included) is no.
 bool ask(std::string_view question) {
@@ -169,7 +168,7 @@ std::optional<std::string> LineEditor::read_line() {
     if (line && count > 0) {
       std::string text(line, static_cast<std::size_t>(count));
       while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-      if (!trim(text).empty() && !keeps_secret(text)) {
+      if (!trim(text).empty() && !holds_password(text)) {
         HistEvent event;
         history(history_, &event, H_ENTER, text.c_str());
       }

@@ -58,26 +58,41 @@ class Terminal {
         seen_ = found + text.size();
         return true;
       }
-      pollfd descriptor{fd_, POLLIN, 0};
-      if (poll(&descriptor, 1, 100) > 0) {
-        char buffer[4096];
-        ssize_t count = read(fd_, buffer, sizeof buffer);
-        if (count <= 0) return false;
-        output_.append(buffer, static_cast<std::size_t>(count));
-      }
+      if (!read_some()) return false;
     }
     return false;
   }
-  // The exit status once the shell has ended.
+  // Types a line once `prompt` is shown: the line editor drops what is typed before it reads.
+  bool line(const std::string &prompt, const std::string &text) {
+    if (!wait_for(prompt)) return false;
+    type(text + "\r");
+    return true;
+  }
+  // The exit status once the shell has ended; -1 when it has not within 10 s (it is killed).
   int finish() {
     int status = 0;
-    waitpid(pid_, &status, 0);
+    auto deadline = Clock::now() + std::chrono::seconds(10);
+    while (waitpid(pid_, &status, WNOHANG) == 0) {
+      if (Clock::now() > deadline) return -1;   // the destructor kills it
+      read_some();   // the terminal must not fill up meanwhile
+    }
     pid_ = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
   const std::string &output() const { return output_; }
 
  private:
+  // What arrives within 100 ms; false once the terminal is closed.
+  bool read_some() {
+    pollfd descriptor{fd_, POLLIN, 0};
+    if (poll(&descriptor, 1, 100) <= 0) return true;
+    char buffer[4096];
+    ssize_t count = read(fd_, buffer, sizeof buffer);
+    if (count <= 0) return false;
+    output_.append(buffer, static_cast<std::size_t>(count));
+    return true;
+  }
+
   pid_t pid_ = -1;
   int fd_ = -1;
   std::string output_;
@@ -93,7 +108,7 @@ TEST(AtATerminal, AMissingDaemonIsNamedWithHowToStartIt) {
   EXPECT_TRUE(terminal.wait_for("% Start it with: schedd --runtime-dir " + absent.directory() + "/run --state-dir " +
                                 absent.directory() + "/state"))
       << terminal.output();
-  terminal.type("exit\r");
+  EXPECT_TRUE(terminal.line("schedsh# ", "exit")) << terminal.output();
   EXPECT_EQ(terminal.finish(), 0);
 }
 
@@ -106,26 +121,27 @@ TEST(AtATerminal, JobModeHelpCtrlCTheQuestionAndHistory) {
   {
     Terminal terminal(daemon.directory() + "/run", daemon.directory() + "/state", home);
     ASSERT_TRUE(terminal.started());
-    ASSERT_TRUE(terminal.wait_for("schedsh# ")) << terminal.output();
+    const std::string job_prompt = "schedsh(config-job, end-job ends)# ";
+    ASSERT_TRUE(terminal.line("schedsh# ", "configure terminal")) << terminal.output();
     EXPECT_EQ(terminal.output().find("does not answer"), std::string::npos);
-    terminal.type("configure terminal\rscheduler job name j1\r");
+    ASSERT_TRUE(terminal.line("schedsh(config)# ", "scheduler job name j1")) << terminal.output();
     EXPECT_TRUE(terminal.wait_for("until end-job; '?' for help, Ctrl-C abandons the job")) << terminal.output();
-    EXPECT_TRUE(terminal.wait_for("schedsh(config-job, end-job ends)# ")) << terminal.output();
+    ASSERT_TRUE(terminal.wait_for(job_prompt)) << terminal.output();
     terminal.type("?");
     EXPECT_TRUE(terminal.wait_for("  Ctrl-C    Abandons the job: nothing typed here is sent")) << terminal.output();
-    terminal.type("echo one\r");
-    EXPECT_TRUE(terminal.wait_for("schedsh(config-job, end-job ends)# ")) << terminal.output();
+    ASSERT_TRUE(terminal.line(job_prompt, "echo one")) << terminal.output();
+    ASSERT_TRUE(terminal.wait_for(job_prompt)) << terminal.output();
     terminal.type("\x03");
     EXPECT_TRUE(terminal.wait_for("% Job j1 abandoned: its commands were not sent (the job stays, empty)"))
         << terminal.output();
-    EXPECT_TRUE(terminal.wait_for("schedsh(config)# ")) << terminal.output();
-    terminal.type("scheduler aaa-authentication password 0 not-kept\r");
-    terminal.type("no feature scheduler\r");
-    EXPECT_TRUE(terminal.wait_for("Turning the scheduler off deletes its 1 job and 0 schedules. Turn it off? [y/N] "))
+    ASSERT_TRUE(terminal.line("schedsh(config)# ", "scheduler aaa-authentication password 0 not-kept"))
         << terminal.output();
-    terminal.type("n\r");
+    ASSERT_TRUE(terminal.line("schedsh(config)# ", "no feature scheduler")) << terminal.output();
+    ASSERT_TRUE(terminal.line("Turning the scheduler off deletes its 1 job and 0 schedules. Turn it off? [y/N] ", "n"))
+        << terminal.output();
     EXPECT_TRUE(terminal.wait_for("% The scheduler stays on")) << terminal.output();
-    terminal.type("end\rexit\r");
+    ASSERT_TRUE(terminal.line("schedsh(config)# ", "end")) << terminal.output();
+    ASSERT_TRUE(terminal.line("schedsh# ", "exit")) << terminal.output();
     EXPECT_EQ(terminal.finish(), 1);   // the refused disable (and password) failed
   }
   EXPECT_EQ(daemon.shell("show running-config\n").out, "feature scheduler\n\nscheduler job name j1\nend-job\n\n");
