@@ -669,8 +669,11 @@ void register_commands(CommandTable &table) {
                  {kNo, "When the schedule runs", "Once, or from a start time on", "Two minutes from now",
                   "Run again after every interval", kInterval},
                  time_start, {}, {{"<interval>", &kIntervalRule}}});
-  add_scheduler({Mode::Schedule, "[no] email-addr <address>",
-                 {kNo, "Mail the jobs' output", "Email address"}, email_address, {}, address_rule});
+  add_scheduler({Mode::Schedule, "email-addr <address>", {"Mail the jobs' output", "Email address"}, email_address,
+                 {}, address_rule});
+  // An address stored before the rule held can still be taken away.
+  add_scheduler({Mode::Schedule, "no email-addr <address>",
+                 {kNo, "Mail the jobs' output", "Email address, as stored"}, email_address});
   table.add({Mode::Schedule, "end", {end_help}, end_mode});
   table.add({Mode::Schedule, "exit", {exit_help}, exit_mode});
 }

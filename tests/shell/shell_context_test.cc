@@ -110,6 +110,10 @@ TEST_F(Contexts, ScheduleModeCommandsNameTheScheduleFirst) {
   EXPECT_EQ(add.handler, "modify_schedule_emailaddr");
   EXPECT_EQ(add.values(), (Values{"nightly", "ops@example.com"}));
   EXPECT_EQ(call_of("no email-addr ops@example.com").context.no_flag, 1);
+  EXPECT_EQ(call_of("no email-addr notanemail").values(), (Values{"nightly", "notanemail"}));
+  backend.calls.clear();
+  EXPECT_FALSE(run({"email-addr notanemail"}));
+  EXPECT_TRUE(backend.calls.empty());
   EXPECT_EQ(shell.mode(), Mode::Schedule);
   backend.results["modify_schedule"] = static_cast<uint32_t>(-1);   // a refused time
   call_of("time daily 25:00", false);
