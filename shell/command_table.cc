@@ -14,6 +14,10 @@ namespace {
 
 constexpr std::size_t kMaxForms = 64;   // a syntax that expands further is surely a mistake
 
+const WordRule kAnyWordRule = {"word", "a word without control characters", [](std::string_view word) {
+                                 return !word.empty() && !has_control_character(word);
+                               }};
+
 bool same_letters(char a, char b) {
   return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
 }
@@ -46,14 +50,20 @@ using Alternatives = std::vector<Sequence>;
 // Recursive descent over the lexed syntax, expanding options into whole forms.
 class SyntaxParser {
  public:
-  SyntaxParser(std::string_view syntax, Command &command, std::span<const std::string_view> help)
-      : syntax_(syntax), pieces_(lex_syntax(syntax)), command_(command), help_(help) {}
+  SyntaxParser(std::string_view syntax, Command &command, std::span<const std::string_view> help,
+               std::span<const std::pair<std::string_view, const WordRule *>> rules)
+      : syntax_(syntax), pieces_(lex_syntax(syntax)), command_(command), help_(help), rules_(rules) {}
 
   Alternatives parse() {
     Alternatives forms = sequence();
     if (position_ != pieces_.size()) fail("unexpected '" + pieces_[position_] + "'");
     if (words_ != help_.size()) {
       fail(std::to_string(words_) + " words but " + std::to_string(help_.size()) + " help lines");
+    }
+    for (const auto &[variable, rule] : rules_) {
+      bool known = std::any_of(command_.tokens.begin(), command_.tokens.end(),
+                               [&](const Token &token) { return token.text == variable && token.rule == rule; });
+      if (!known) fail("a rule for " + std::string(variable) + ", which is no variable here");
     }
     return forms;
   }
@@ -115,6 +125,7 @@ class SyntaxParser {
       token.kind = rest ? TokenKind::Rest : TokenKind::Variable;
       token.text = name;
       if (!rest) token.range = range_of(name);
+      if (!rest && !token.range) token.rule = rule_of(name);
     } else if (piece.find_first_of("<>") != std::string::npos) {
       fail("bad keyword " + piece);
     }
@@ -122,6 +133,13 @@ class SyntaxParser {
     ++words_;
     command_.tokens.push_back(std::move(token));
     return &command_.tokens.back();
+  }
+
+  const WordRule *rule_of(std::string_view name) const {
+    for (const auto &[variable, rule] : rules_) {
+      if (variable == name) return rule;
+    }
+    return &kAnyWordRule;
   }
 
   // "<low-high>" with both bounds whole numbers is a number variable; any other name is not.
@@ -141,6 +159,7 @@ class SyntaxParser {
   std::size_t position_ = 0;
   Command &command_;
   std::span<const std::string_view> help_;
+  std::span<const std::pair<std::string_view, const WordRule *>> rules_;
   std::size_t words_ = 0;
 };
 
@@ -170,6 +189,7 @@ struct Evaluation {
   const Command *command = nullptr;
   FormState state = FormState::Failed;
   std::size_t failed_at = 0;
+  const WordRule *refused_by = nullptr;   // the rule of the word it failed at, if that was why
   std::vector<const Token *> tokens;   // per word up to a rest; with the failing word's token
   std::vector<int> scores;             // per word up to a rest
   std::optional<std::size_t> rest_from;
@@ -198,6 +218,11 @@ Evaluation evaluate(const Command &command, const Sequence &form, std::span<cons
     if (token->kind == TokenKind::Variable) {
       if (token->range && !in_range(words[i], *token->range)) {
         result.failed_at = i;
+        return result;
+      }
+      if (token->rule && !token->rule->accepts(words[i])) {
+        result.failed_at = i;
+        result.refused_by = token->rule;
         return result;
       }
       result.scores.push_back(1);
@@ -288,7 +313,7 @@ void CommandTable::add(const CommandDeclaration &declaration) {
   command.feature = std::string(declaration.feature);
   try {
     if (!declaration.action) throw std::logic_error("command \"" + command.syntax + "\" has no action");
-    command.forms = SyntaxParser(declaration.syntax, command, declaration.help).parse();
+    command.forms = SyntaxParser(declaration.syntax, command, declaration.help, declaration.rules).parse();
     std::vector<std::string> added;
     for (const Sequence &form : command.forms) {
       if (form.empty()) throw std::logic_error("command syntax \"" + command.syntax + "\" can be empty");
@@ -320,15 +345,23 @@ Match CommandTable::match(Mode mode, std::span<const std::string> words, std::sp
   const Evaluation *best = nullptr;
   bool incomplete = false;
   std::size_t furthest = 0;
+  const WordRule *refused_by = nullptr;
   for (const Evaluation &evaluation : evaluations) {
     if (evaluation.state == FormState::Incomplete) incomplete = true;
-    if (evaluation.state == FormState::Failed) furthest = std::max(furthest, evaluation.failed_at);
+    if (evaluation.state == FormState::Failed) {
+      if (evaluation.failed_at > furthest) refused_by = nullptr;
+      if (evaluation.failed_at >= furthest && evaluation.refused_by && !refused_by) {
+        refused_by = evaluation.refused_by;
+      }
+      furthest = std::max(furthest, evaluation.failed_at);
+    }
     if (evaluation.state != FormState::Complete) continue;
     if (!best || better(evaluation, *best, words.size())) best = &evaluation;
   }
   if (!best) {
-    result.status = incomplete ? MatchStatus::Incomplete : MatchStatus::Invalid;
+    result.status = incomplete ? MatchStatus::Incomplete : refused_by ? MatchStatus::Refused : MatchStatus::Invalid;
     result.error_word = furthest;
+    if (result.status == MatchStatus::Refused) result.refused_by = refused_by;
     return result;
   }
   for (const Evaluation &evaluation : evaluations) {
@@ -357,6 +390,18 @@ Match CommandTable::match(Mode mode, std::span<const std::string> words, std::sp
   result.rest_from = best->rest_from;
   if (best->rest_from) result.rest = best->next;
   return result;
+}
+
+std::vector<std::string> CommandTable::variables(Mode mode, std::span<const std::string> words,
+                                                 std::span<const std::string> removed) const {
+  std::vector<std::string> found;
+  for (const Evaluation &evaluation : evaluate_all(commands_, mode, words, removed)) {
+    if (evaluation.state != FormState::Incomplete || evaluation.next->kind != TokenKind::Variable) continue;
+    if (std::find(found.begin(), found.end(), evaluation.next->text) == found.end()) {
+      found.push_back(evaluation.next->text);
+    }
+  }
+  return found;
 }
 
 std::vector<HelpItem> CommandTable::help(Mode mode, std::span<const std::string> words, std::string_view partial,

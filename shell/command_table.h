@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "modes.h"
+#include "words.h"
 
 namespace schedsh {
 
@@ -43,6 +44,7 @@ struct Token {
   std::string text;   // the keyword, or the variable as written without "...": "<job>"
   std::string help;
   std::optional<NumberRange> range = {};   // a number variable's bounds
+  const WordRule *rule = nullptr;          // what a variable's word must be
 };
 
 struct Command {
@@ -61,14 +63,19 @@ struct CommandDeclaration {
   std::vector<std::string_view> help;   // one line per word of the syntax, in order
   Action action;
   std::string_view feature = {};        // the feature whose commands it is one of, if any
+  // Rules for variables by their text ("<time>"); any other variable except a number takes a
+  // word that is not empty and holds no control character.
+  std::vector<std::pair<std::string_view, const WordRule *>> rules = {};
 };
 
-enum class MatchStatus { Empty, Ok, Invalid, Incomplete, Ambiguous };
+// Refused: the words fit a command but one of them breaks its variable's rule.
+enum class MatchStatus { Empty, Ok, Invalid, Incomplete, Ambiguous, Refused };
 
 struct Match {
   MatchStatus status = MatchStatus::Empty;
   const Command *command = nullptr;
-  std::size_t error_word = 0;                 // the word that is invalid or ambiguous
+  std::size_t error_word = 0;                 // the word that is invalid, ambiguous or refused
+  const WordRule *refused_by = nullptr;       // Refused: the rule the word breaks
   std::vector<const Token *> tokens;          // the token each word matched, up to a rest
   std::optional<std::size_t> rest_from;       // first word of a rest-of-line variable
   const Token *rest = nullptr;                // and its token
@@ -91,6 +98,9 @@ class CommandTable {
   Match match(Mode mode, std::span<const std::string> words, std::span<const std::string> removed = {}) const;
   // Help for the word after `words`, of which `partial` has been typed: keywords that start
   // with it, every variable, "<cr>" when the command could end here. Sorted, no duplicates.
+  // The variables (as "<job>") that could take the word after `words`.
+  std::vector<std::string> variables(Mode mode, std::span<const std::string> words,
+                                     std::span<const std::string> removed = {}) const;
   std::vector<HelpItem> help(Mode mode, std::span<const std::string> words, std::string_view partial,
                              std::span<const std::string> removed = {}) const;
   // Keywords that could complete `partial` after `words`; sorted, no duplicates.

@@ -4,17 +4,27 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 
 #include "cli/request.h"
+#include "configuration.h"
 #include "context.h"
+#include "replay.h"
 #include "schedcli/cli_config.h"
 #include "schedcli/platform/acfg.h"
+#include "schedcli/platform/secrets.h"
 #include "schedcli/platform/syserr.h"
 #include "schedcli/platform/uri.h"
 #include "schedcli/protocol.h"
 #include "schedcli/status.h"
 #include "shell.h"
+#include "words.h"
 
 namespace schedsh {
 
@@ -28,7 +38,8 @@ constexpr std::string_view kLoggingFacility = "scheduler";
 constexpr std::string_view kNo = "Negate a command";
 constexpr std::string_view kScheduler = "Scheduler configuration";
 constexpr std::string_view kName = "Name: a letter or digit, then letters, digits, '_' or '-'";
-constexpr std::string_view kStartTime = "Start: yyyy:mmm:dd:HH:MM, mmm:dd:HH:MM, dd:HH:MM, HH:MM or +dd:HH:MM";
+constexpr std::string_view kStartTime =
+    "Start: yyyy:mmm:dd:HH:MM, mmm:dd:HH:MM, dd:HH:MM, HH:MM, or +dd:HH:MM, +HH:MM, +MM from now";
 constexpr std::string_view kInterval = "Interval: dd:HH:MM, HH:MM or MM";
 
 // Whether the command was typed in its no form.
@@ -109,10 +120,33 @@ bool job(Shell &shell, const Arguments &arguments) {
   return created;
 }
 
+// The commands of the one-line form, split where the library splits them: at a ';' with a blank
+// before it and a blank or the end of the text after it.
+std::vector<std::string_view> one_line_commands(std::string_view text) {
+  std::vector<std::string_view> commands;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == ';' && i > 0 && text[i - 1] == ' ' && (i + 1 == text.size() || text[i + 1] == ' ')) {
+      commands.push_back(text.substr(start, i - start));
+      start = i + 1;
+    }
+  }
+  commands.push_back(text.substr(start));
+  return commands;
+}
+
 // The daemon defines only jobs that exist, so the job is created first, as in job mode; a job
 // that exists already is refused the same way there and here.
 bool job_on_one_line(Shell &shell, const Arguments &arguments) {
   if (!name_fits(shell, arguments.get("<job>"))) return false;
+  // Each command of the line becomes a job line, and must read back as one.
+  const std::string commands = arguments.value("<commands>");
+  for (std::string_view command : one_line_commands(commands)) {
+    if (std::optional<std::string_view> problem = job_line_problem(command)) {
+      shell.err() << "% Job not defined: " << *problem << "\n";
+      return false;
+    }
+  }
   CommandContext create(shell.session(), false);
   create.add_string(arguments.value("<job>"));
   if (shell.backend().create_delete_job(create.get()) != 0) return false;
@@ -165,7 +199,15 @@ bool time_monthly(Shell &shell, const Arguments &arguments) {
 }
 
 bool time_start(Shell &shell, const Arguments &arguments) {
-  if (!arguments.has("repeat")) return modify_schedule(shell, arguments, SCH_MODIFY_ONESHOT, {"<time>"});
+  if (!arguments.has("repeat")) {
+    if (!arguments.has("now")) return modify_schedule(shell, arguments, SCH_MODIFY_ONESHOT, {"<time>"});
+    // Once, two minutes from now: the same start the repeating form takes without a time.
+    CommandContext context(shell.session(), no_form(arguments));
+    context.set_code(SCH_MODIFY_ONESHOT);
+    context.add_string(shell.schedule_name());
+    context.add_string("+2");
+    return shell.backend().modify_schedule(context.get()) == 0;
+  }
   // Without a start time the handler sees two parameters and starts two minutes from now.
   if (arguments.has("now")) return modify_schedule(shell, arguments, SCH_MODIFY_START_REPEAT, {"<interval>"});
   return modify_schedule(shell, arguments, SCH_MODIFY_START_REPEAT, {"<time>", "<interval>"});
@@ -181,7 +223,32 @@ bool email_address(Shell &shell, const Arguments &arguments) {
 
 // ---- Feature, log file and transport ----
 
+// Turning the feature off deletes every job and schedule; at a terminal the operator is asked
+// first when there is any. Scripts and -c are not asked: they say what they mean.
+bool disable_confirmed(Shell &shell) {
+  if (!shell.interactive()) return true;
+  std::string text;
+  std::optional<Configuration> running;
+  if (shell.backend().config_text(shell.session().session, ACFG_CFG_RUNNING, &text) == 0) {
+    running = parse_configuration(text, nullptr);
+  }
+  std::string question;
+  if (running) {
+    if (running->jobs.empty() && running->schedules.empty()) return true;
+    question = "Turning the scheduler off deletes its " + std::to_string(running->jobs.size()) +
+               (running->jobs.size() == 1 ? " job and " : " jobs and ") + std::to_string(running->schedules.size()) +
+               (running->schedules.size() == 1 ? " schedule" : " schedules") + ". Turn it off?";
+  } else {
+    question = "Turning the scheduler off deletes all its jobs and schedules. Turn it off?";
+  }
+  return shell.confirm(question);
+}
+
 bool feature(Shell &shell, const Arguments &arguments) {
+  if (no_form(arguments) && !disable_confirmed(shell)) {
+    shell.err() << "% The scheduler stays on\n";
+    return false;
+  }
   CommandContext context(shell.session(), no_form(arguments));
   // A disable that the handler carries out takes the commands out itself, through the hook.
   if (shell.backend().enable_scheduler(context.get()) != 0) return false;
@@ -316,19 +383,133 @@ bool show_startup_config(Shell &shell, const Arguments &) {
   return show_configuration(shell, ACFG_CFG_STARTUP, "startup");
 }
 
-// Silent on success, as every configuration command: a script's output stays its own.
 bool copy_running_config(Shell &shell, const Arguments &) {
   uint32_t status = shell.backend().copy_running_to_startup(shell.session().session);
   if (status != 0) {
     shell.err() << "% Could not copy the running configuration to the startup configuration: "
                 << syserr2str(status) << "\n";
+    return false;
   }
-  return status == 0;
+  shell.out() << "Copied running-config to startup-config\n";
+  shell.out().flush();
+  return true;
+}
+
+// A saved configuration holds encrypted passwords: the file is the operator's alone.
+bool write_file(Shell &shell, const std::string &path, std::string_view text) {
+  int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0600);
+  if (descriptor < 0) {
+    shell.err() << "% Could not write " << printable_text(path) << ": " << std::strerror(errno) << "\n";
+    return false;
+  }
+  std::size_t written = 0;
+  while (written < text.size()) {
+    ssize_t count = write(descriptor, text.data() + written, text.size() - written);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    written += static_cast<std::size_t>(count);
+  }
+  int saved = errno;
+  bool closed = close(descriptor) == 0;
+  if (written < text.size() || !closed) {
+    shell.err() << "% Could not write " << printable_text(path) << ": "
+                << std::strerror(written < text.size() ? saved : errno) << "\n";
+    return false;
+  }
+  return true;
+}
+
+bool export_configuration(Shell &shell, uint32_t cfg_type, std::string_view name, const std::string &path) {
+  std::string text;
+  uint32_t status = shell.backend().config_text(shell.session().session, cfg_type, &text);
+  if (status != 0) {
+    shell.err() << "% Could not read the " << name << ": " << syserr2str(status) << "\n";
+    return false;
+  }
+  if (!write_file(shell, path, text)) return false;
+  shell.out() << "Copied " << name << " to " << printable_text(path) << " (" << text.size() << " bytes)\n";
+  shell.out().flush();
+  return true;
+}
+
+bool copy_running_to_file(Shell &shell, const Arguments &arguments) {
+  return export_configuration(shell, ACFG_CFG_RUNNING, "running-config", arguments.value("<file>"));
+}
+
+bool copy_startup_to_file(Shell &shell, const Arguments &arguments) {
+  return export_configuration(shell, ACFG_CFG_STARTUP, "startup-config", arguments.value("<file>"));
+}
+
+// The startup configuration applied onto the running one, as a saved file would be.
+bool copy_startup_to_running(Shell &shell, const Arguments &) {
+  std::string text;
+  uint32_t status = shell.backend().config_text(shell.session().session, ACFG_CFG_STARTUP, &text);
+  if (status != 0) {
+    shell.err() << "% Could not read the startup-config: " << syserr2str(status) << "\n";
+    return false;
+  }
+  return replay_configuration(shell, text, "startup-config");
+}
+
+bool copy_file_to_running(Shell &shell, const Arguments &arguments) {
+  const std::string path = arguments.value("<file>");
+  std::string why;
+  std::optional<std::string> text = read_configuration_file(path, &why);
+  if (!text) {
+    shell.err() << "% Could not read " << printable_text(path) << ": " << why << "\n";
+    return false;
+  }
+  return replay_configuration(shell, *text, path);
 }
 
 // ---- Credentials ----
 
 constexpr int kCredentialDone = 8;   // this handler's success result
+
+// The clear text of a type-7 password, or nothing when it does not decrypt.
+std::optional<std::string> decrypted(const std::string &encrypted) {
+  char *clear = nullptr;
+  uint32_t length = 0;
+  uint32_t status = security_conf_decrypt(encrypted.c_str(), static_cast<uint32_t>(encrypted.size() + 1), SECRETS_TYPE7, 0, 0,
+                                          &clear, &length);
+  if (status != 0 || !clear) {
+    std::free(clear);
+    return std::nullopt;
+  }
+  std::string text(clear, length);
+  std::memset(clear, 0, length);
+  std::free(clear);
+  return text;
+}
+
+// The handler reports success also when the daemon refused to store or delete the credential
+// (a standby, a full disk), so what the daemon holds afterwards is read back and compared.
+bool credential_holds(Shell &shell, const Arguments &arguments) {
+  const std::string user = arguments.get("<user>") ? arguments.value("<user>") : shell.session().user;
+  std::string text;
+  uint32_t status = shell.backend().config_text(shell.session().session, ACFG_CFG_RUNNING, &text);
+  std::optional<Configuration> running;
+  if (status == 0) running = parse_configuration(text, nullptr);
+  if (!running) {
+    shell.err() << "% Could not read back the credential of user " << printable_word(user) << ": "
+                << (status != 0 ? syserr2str(status) : "the running configuration is not whole") << "\n";
+    return false;
+  }
+  const std::string prefix = "scheduler aaa-authentication username " + user + " password 7 ";
+  std::optional<std::string> stored;
+  for (const std::string &setting : running->settings) {
+    if (setting.starts_with(prefix)) stored = setting.substr(prefix.size());
+  }
+  if (no_form(arguments)) {
+    if (!stored) return true;
+    shell.err() << "% The daemon did not delete the credential of user " << printable_word(user) << "\n";
+    return false;
+  }
+  const std::string typed = arguments.value("<password>");
+  bool holds = stored && (arguments.has("7") ? *stored == typed : decrypted(*stored) == typed);
+  if (!holds) shell.err() << "% The daemon did not store the credential of user " << printable_word(user) << "\n";
+  return holds;
+}
 
 bool aaa_authentication(Shell &shell, const Arguments &arguments) {
   CommandContext context(shell.session(), no_form(arguments));
@@ -336,7 +517,8 @@ bool aaa_authentication(Shell &shell, const Arguments &arguments) {
   if (const std::string *password = arguments.get("<password>")) {
     context.add_string(*password, arguments.has("7") ? SCH_PARAM_ENCRYPTED_PASSWORD : SCH_PARAM_CLEAR_PASSWORD);
   }
-  return shell.backend().aaa_auth_passwd(context.get()) == kCredentialDone;
+  if (shell.backend().aaa_auth_passwd(context.get()) != kCredentialDone) return false;
+  return credential_holds(shell, arguments);
 }
 
 }  // namespace
@@ -349,59 +531,82 @@ void register_commands(CommandTable &table) {
     declaration.feature = kFeature;
     table.add(declaration);
   };
+  // Show commands are also at hand in the configuration modes, where they leave the mode alone.
+  auto add_show = [&table](CommandDeclaration declaration) {
+    for (Mode mode : {Mode::Exec, Mode::Config, Mode::Schedule}) {
+      declaration.mode = mode;
+      table.add(declaration);
+    }
+  };
+  const std::vector<std::pair<std::string_view, const WordRule *>> job_rule = {{"<job>", &kNameRule}};
+  const std::vector<std::pair<std::string_view, const WordRule *>> schedule_rule = {{"<schedule>", &kNameRule}};
+  const std::vector<std::pair<std::string_view, const WordRule *>> address_rule = {
+      {"<address>", &kEmailAddressRule}};
 
   // Exec mode.
   table.add({Mode::Exec, "configure terminal",
              {"Enter configuration mode", "Configure from this terminal"}, configure_terminal});
-  add_scheduler({Mode::Exec, "show scheduler job [name <job>]",
-                 {"Show information", "Scheduler information", "Jobs and their commands", "One job by name", kName},
-                 show_jobs});
-  add_scheduler({Mode::Exec, "show scheduler schedule [name <schedule>]",
-                 {"Show information", "Scheduler information", "Schedules, their times and last runs",
-                  "One schedule by name", kName},
-                 show_schedules});
-  add_scheduler({Mode::Exec, "show scheduler config",
-                 {"Show information", "Scheduler information", "The scheduler's configuration, block by block"},
-                 show_config});
-  add_scheduler({Mode::Exec, "show scheduler memory-statistics",
-                 {"Show information", "Scheduler information", "The daemon's allocations by kind"},
-                 show_memory_statistics});
+  add_show({Mode::Exec, "show scheduler job [name <job>]",
+            {"Show information", "Scheduler information", "Jobs and their commands", "One job by name", kName},
+            show_jobs, kFeature, job_rule});
+  add_show({Mode::Exec, "show scheduler schedule [name <schedule>]",
+            {"Show information", "Scheduler information", "Schedules, their times and last runs",
+             "One schedule by name", kName},
+            show_schedules, kFeature, schedule_rule});
+  add_show({Mode::Exec, "show scheduler config",
+            {"Show information", "Scheduler information", "The scheduler's configuration, block by block"},
+            show_config, kFeature});
+  add_show({Mode::Exec, "show scheduler memory-statistics",
+            {"Show information", "Scheduler information", "The daemon's allocations by kind"},
+            show_memory_statistics, kFeature});
   add_scheduler({Mode::Exec, "clear scheduler logfile",
                  {"Empty a log", "Scheduler logs", "The log of job runs"}, clear_logfile});
   add_scheduler({Mode::Exec, "[no] debug scheduler",
                  {kNo, "Trace what the commands do", "Trace the scheduler's commands to standard error"},
                  debug_scheduler});
-  table.add({Mode::Exec, "show running-config [scheduler]",
-             {"Show information", "The configuration in use", "The scheduler's part (all of it)"},
-             show_running_config});
-  table.add({Mode::Exec, "show startup-config [scheduler]",
-             {"Show information", "The configuration the daemon starts from", "The scheduler's part (all of it)"},
-             show_startup_config});
+  add_show({Mode::Exec, "show running-config [scheduler]",
+            {"Show information", "The configuration in use", "The scheduler's part (all of it)"},
+            show_running_config});
+  add_show({Mode::Exec, "show startup-config [scheduler]",
+            {"Show information", "The configuration the daemon starts from", "The scheduler's part (all of it)"},
+            show_startup_config});
+  constexpr std::string_view copy = "Copy a configuration";
+  constexpr std::string_view running = "The configuration in use";
+  constexpr std::string_view file = "A file (saved configuration text)";
   table.add({Mode::Exec, "copy running-config startup-config",
-             {"Copy a configuration", "The configuration in use", "To the configuration the daemon starts from"},
-             copy_running_config});
+             {copy, running, "To the configuration the daemon starts from"}, copy_running_config});
+  table.add({Mode::Exec, "copy running-config <file>", {copy, running, file}, copy_running_to_file});
+  table.add({Mode::Exec, "copy startup-config <file>",
+             {copy, "The configuration the daemon starts from", file}, copy_startup_to_file});
+  table.add({Mode::Exec, "copy startup-config running-config",
+             {copy, "The configuration the daemon starts from", "Onto the configuration in use: what differs"},
+             copy_startup_to_running});
+  table.add({Mode::Exec, "copy <file> running-config",
+             {copy, "A file of configuration text to apply", "Onto the configuration in use: what differs"},
+             copy_file_to_running});
   table.add({Mode::Exec, "exit", {"Leave the shell"}, exit_mode});
 
   // Configuration mode.
   table.add({Mode::Config, "[no] feature scheduler",
              {kNo, "Turn a feature on", "The job scheduler and its commands"}, feature});
   add_scheduler({Mode::Config, "[no] scheduler job name <job>",
-                 {kNo, kScheduler, "A job: a named list of commands", "Name the job", kName}, job});
+                 {kNo, kScheduler, "A job: a named list of commands", "Name the job", kName}, job, {}, job_rule});
   add_scheduler({Mode::Config, "scheduler job name <job> <commands>...",
                  {kScheduler, "A job: a named list of commands", "Name the job", kName,
                   "The job's commands, separated by \" ; \""},
-                 job_on_one_line});
+                 job_on_one_line, {}, job_rule});
   add_scheduler({Mode::Config, "[no] scheduler schedule name <schedule>",
-                 {kNo, kScheduler, "A schedule: when to run which jobs", "Name the schedule", kName}, schedule});
+                 {kNo, kScheduler, "A schedule: when to run which jobs", "Name the schedule", kName}, schedule, {},
+                 schedule_rule});
   add_scheduler({Mode::Config, "[no] scheduler aaa-authentication [username <user>] password [0|7] <password>",
                  {kNo, kScheduler, "Password under which remote users' jobs run", "Whose password (default: yours)",
                   "User name", "The password", "The password follows in clear text",
                   "The password follows in encrypted form", "Password"},
-                 aaa_authentication});
+                 aaa_authentication, {}, {{"<user>", &kNameRule}}});
   add_scheduler({Mode::Config, "no scheduler aaa-authentication [username <user>]",
                  {kNo, kScheduler, "Password under which remote users' jobs run", "Whose password (default: yours)",
                   "User name"},
-                 aaa_authentication});
+                 aaa_authentication, {}, {{"<user>", &kNameRule}}});
   constexpr std::string_view log = "The log of job runs";
   constexpr std::string_view log_size = "How much it holds (default 16 kilobytes)";
   constexpr std::string_view log_name = "Its file (default scheduler_circular_log.dat)";
@@ -420,11 +625,12 @@ void register_commands(CommandTable &table) {
   constexpr std::string_view reply_to = "Address that replies go to";
   constexpr std::string_view server = "Mail server that takes the mails";
   add_scheduler({Mode::Config, "[no] scheduler transport email from <address>",
-                 {kNo, kScheduler, transport, email, from, "Email address"}, transport_from});
+                 {kNo, kScheduler, transport, email, from, "Email address"}, transport_from, {}, address_rule});
   add_scheduler({Mode::Config, "no scheduler transport email from", {kNo, kScheduler, transport, email, from},
                  transport_from});
   add_scheduler({Mode::Config, "[no] scheduler transport email reply-to <address>",
-                 {kNo, kScheduler, transport, email, reply_to, "Email address"}, transport_reply_to});
+                 {kNo, kScheduler, transport, email, reply_to, "Email address"}, transport_reply_to, {},
+                 address_rule});
   add_scheduler({Mode::Config, "no scheduler transport email reply-to",
                  {kNo, kScheduler, transport, email, reply_to}, transport_reply_to});
   add_scheduler({Mode::Config, "[no] scheduler transport email smtp-server <host> [port <1-65535>] [vrf <vrf>]",
@@ -446,23 +652,29 @@ void register_commands(CommandTable &table) {
 
   // Schedule mode; configuration commands typed here are taken as in configuration mode.
   add_scheduler({Mode::Schedule, "[no] job name <job>",
-                 {kNo, "A job the schedule runs", "Name the job", kName}, schedule_job});
+                 {kNo, "A job the schedule runs", "Name the job", kName}, schedule_job, {}, job_rule});
   add_scheduler({Mode::Schedule, "[no] time daily <time>",
-                 {kNo, "When the schedule runs", "Every day", "HH:MM"}, time_daily});
+                 {kNo, "When the schedule runs", "Every day", "HH:MM, or MM in the current hour"}, time_daily, {},
+                 {{"<time>", &kDailyTimeRule}}});
   add_scheduler({Mode::Schedule, "[no] time weekly <time>",
-                 {kNo, "When the schedule runs", "Every week", "dow:HH:MM, dow = 1..7 or Sun..Sat"}, time_weekly});
+                 {kNo, "When the schedule runs", "Every week", "dow:HH:MM, dow = 1..7 or Sun..Sat"}, time_weekly, {},
+                 {{"<time>", &kWeeklyTimeRule}}});
   add_scheduler({Mode::Schedule, "[no] time monthly <time>",
-                 {kNo, "When the schedule runs", "Every month", "dm:HH:MM, dm = 1..31"}, time_monthly});
+                 {kNo, "When the schedule runs", "Every month", "dm:HH:MM, dm = 1..31"}, time_monthly, {},
+                 {{"<time>", &kMonthlyTimeRule}}});
   add_scheduler({Mode::Schedule, "[no] time start <time> [repeat <interval>]",
                  {kNo, "When the schedule runs", "Once, or from a start time on", kStartTime,
                   "Run again after every interval", kInterval},
-                 time_start});
-  add_scheduler({Mode::Schedule, "[no] time start now repeat <interval>",
+                 time_start, {}, {{"<time>", &kStartTimeRule}, {"<interval>", &kIntervalRule}}});
+  add_scheduler({Mode::Schedule, "[no] time start now [repeat <interval>]",
                  {kNo, "When the schedule runs", "Once, or from a start time on", "Two minutes from now",
                   "Run again after every interval", kInterval},
-                 time_start});
-  add_scheduler({Mode::Schedule, "[no] email-addr <address>",
-                 {kNo, "Mail the jobs' output", "Email address"}, email_address});
+                 time_start, {}, {{"<interval>", &kIntervalRule}}});
+  add_scheduler({Mode::Schedule, "email-addr <address>", {"Mail the jobs' output", "Email address"}, email_address,
+                 {}, address_rule});
+  // An address stored before the rule held can still be taken away.
+  add_scheduler({Mode::Schedule, "no email-addr <address>",
+                 {kNo, "Mail the jobs' output", "Email address, as stored"}, email_address});
   table.add({Mode::Schedule, "end", {end_help}, end_mode});
   table.add({Mode::Schedule, "exit", {exit_help}, exit_mode});
 }

@@ -1,11 +1,17 @@
 // The terminal side of the shell, on libedit.
 #include "line_editor.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 
+#include "schedcli/platform/acfg.h"
+#include "schedcli/platform/syserr.h"
 #include "tokenizer.h"
 
 namespace schedsh {
@@ -26,6 +32,29 @@ std::string common_prefix(const std::vector<std::string> &words) {
   return prefix;
 }
 
+// "~/.schedsh_history", or "" without a home directory.
+std::string history_path() {
+  const char *home = std::getenv("HOME");
+  if (!home || !*home) return std::string();
+  return std::string(home) + "/.schedsh_history";
+}
+
+// Lines that carry a password stay out of the history file.
+bool holds_password(std::string_view line) { return line.find("aaa-authentication") != std::string_view::npos; }
+
+// A yes-or-no question at the terminal; anything but y or yes (end of input included) is no.
+bool ask(std::string_view question) {
+  std::cout << question << " [y/N] " << std::flush;
+  std::string answer;
+  if (!std::getline(std::cin, answer)) {
+    std::cin.clear();
+    std::cout << '\n';
+    return false;
+  }
+  std::string_view word = trim(answer);
+  return word == "y" || word == "Y" || word == "yes" || word == "YES" || word == "Yes";
+}
+
 }  // namespace
 
 LineEditor::LineEditor(Shell &shell) : shell_(shell) {
@@ -44,9 +73,20 @@ LineEditor::LineEditor(Shell &shell) : shell_(shell) {
   el_set(editor_, EL_BIND, "?", "schedsh-help", nullptr);
   el_set(editor_, EL_BIND, "^I", "schedsh-complete", nullptr);
   el_source(editor_, nullptr);   // the operator's own ~/.editrc, if any
+  history_file_ = history_path();
+  if (!history_file_.empty()) history(history_, &event, H_LOAD, history_file_.c_str());
 }
 
 LineEditor::~LineEditor() {
+  if (history_ && !history_file_.empty()) {
+    // Created private: the commands typed say much about the switch.
+    int descriptor = open(history_file_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (descriptor >= 0) {
+      close(descriptor);
+      HistEvent event;
+      history(history_, &event, H_SAVE, history_file_.c_str());
+    }
+  }
   if (editor_) el_end(editor_);
   if (history_) history_end(history_);
 }
@@ -62,6 +102,11 @@ char *LineEditor::prompt(EditLine *editor) {
   return const_cast<char *>(self(editor).shell_.prompt().data());
 }
 
+std::string LineEditor::whole_line() const {
+  const LineInfo *line = el_line(editor_);
+  return std::string(line->buffer, static_cast<std::size_t>(line->lastchar - line->buffer));
+}
+
 std::string LineEditor::text_before_cursor() const {
   const LineInfo *line = el_line(editor_);
   return std::string(line->buffer, static_cast<std::size_t>(line->cursor - line->buffer));
@@ -70,8 +115,10 @@ std::string LineEditor::text_before_cursor() const {
 unsigned char LineEditor::help_key(EditLine *editor, int) {
   LineEditor &editor_self = self(editor);
   std::string before = editor_self.text_before_cursor();
-  // Job text and quoted words may hold a question mark of their own.
-  if (mode_info(editor_self.shell_.mode()).raw_lines || tokenize(before).open_quote) {
+  // Job text and quoted words may hold a question mark of their own; in job mode a '?' on an
+  // empty line asks for help, which stores nothing.
+  bool job_mode = mode_info(editor_self.shell_.mode()).raw_lines;
+  if (job_mode ? !trim(editor_self.whole_line()).empty() : tokenize(before).open_quote) {
     el_insertstr(editor, "?");
     return CC_REFRESH;
   }
@@ -121,7 +168,7 @@ std::optional<std::string> LineEditor::read_line() {
     if (line && count > 0) {
       std::string text(line, static_cast<std::size_t>(count));
       while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-      if (!trim(text).empty()) {
+      if (!trim(text).empty() && !holds_password(text)) {
         HistEvent event;
         history(history_, &event, H_ENTER, text.c_str());
       }
@@ -130,14 +177,24 @@ std::optional<std::string> LineEditor::read_line() {
     // Ctrl-C drops the line being typed and gives a fresh prompt, as operators expect.
     if (count < 0 && (errno == EINTR || interrupted)) {
       std::fputc('\n', stdout);
+      std::fflush(stdout);
       el_reset(editor_);
+      shell_.abandon_job();
+      std::cerr.flush();
       continue;
     }
     return std::nullopt;
   }
 }
 
-bool run_interactive(Shell &shell) {
+bool run_interactive(Shell &shell, const std::string &socket_path, const std::string &start_command) {
+  shell.set_interactive(true);
+  shell.set_confirm(ask);
+  std::string text;
+  if (uint32_t status = shell.backend().config_text(shell.session().session, ACFG_CFG_RUNNING, &text); status != 0) {
+    std::cerr << "% The scheduler daemon does not answer at " << socket_path << ": " << syserr2str(status) << "\n"
+              << "% Start it with: " << start_command << "\n% Until then every command fails.\n";
+  }
   struct sigaction action {};
   action.sa_handler = on_interrupt;
   sigemptyset(&action.sa_mask);

@@ -27,14 +27,17 @@ class LineEditor {
   static unsigned char complete_key(EditLine *editor, int key);
   static LineEditor &self(EditLine *editor);
   std::string text_before_cursor() const;
+  std::string whole_line() const;
 
   Shell &shell_;
   EditLine *editor_ = nullptr;
   History *history_ = nullptr;
+  std::string history_file_;   // empty: history is not kept between sessions
 };
 
 // Reads and runs lines at the terminal until end of input or `exit`; false when any failed.
-bool run_interactive(Shell &shell);
+// Says first when the daemon does not answer at `socket_path`, and that `start_command` starts it.
+bool run_interactive(Shell &shell, const std::string &socket_path, const std::string &start_command);
 
 }  // namespace schedsh
 

@@ -1,8 +1,8 @@
 // schedsh: the scheduler's command shell.
 #include <unistd.h>
 
-#include <fstream>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -10,6 +10,7 @@
 #include "library_backend.h"
 #include "line_editor.h"
 #include "options.h"
+#include "replay.h"
 #include "schedcli/platform/cmi.h"
 #include "schedcli/platform/feature.h"
 #include "schedcli/platform/secrets.h"
@@ -91,15 +92,23 @@ int main(int argc, char **argv) {
       if (!shell.execute(command)) ok = false;
     }
   } else if (options.script) {
-    std::ifstream file(*options.script, std::ios::binary);
-    if (!file) {
+    std::string why;
+    std::optional<std::string> text = schedsh::read_configuration_file(*options.script, &why);
+    if (!text) {
       std::cerr << "schedsh: cannot read " << *options.script << "\n";
       cmi_session_close(session);
       return 1;
     }
-    ok = run_lines(shell, file);
+    // A saved configuration is applied onto the running one; other files are run line by line.
+    if (shell.reads_as_configuration(*text)) {
+      ok = schedsh::replay_configuration(shell, *text, *options.script);
+    } else {
+      std::istringstream lines(*text);
+      ok = run_lines(shell, lines);
+    }
   } else if (isatty(STDIN_FILENO)) {
-    ok = schedsh::run_interactive(shell);
+    ok = schedsh::run_interactive(shell, socket_path,
+                                  "schedd --runtime-dir " + runtime_dir + " --state-dir " + state_dir);
   } else {
     ok = run_lines(shell, std::cin);
   }

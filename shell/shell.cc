@@ -4,7 +4,10 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "configuration.h"
+#include "schedcli/platform/acfg.h"
 #include "tokenizer.h"
+#include "words.h"
 
 namespace schedsh {
 
@@ -39,8 +42,14 @@ std::pair<std::vector<std::string>, std::string> split_for_help(std::string_view
 }  // namespace
 
 std::string printable_word(std::string_view word) {
+  std::string shown = printable_text(word.substr(0, kShownWordLimit));
+  if (word.size() > kShownWordLimit) shown += "...";
+  return shown;
+}
+
+std::string printable_text(std::string_view word) {
   std::string shown;
-  for (std::size_t i = 0; i < word.size() && i < kShownWordLimit; ++i) {
+  for (std::size_t i = 0; i < word.size(); ++i) {
     unsigned char c = static_cast<unsigned char>(word[i]);
     if (c < 0x20 || c == 0x7f) {
       char escaped[8];
@@ -50,7 +59,6 @@ std::string printable_word(std::string_view word) {
       shown += static_cast<char>(c);
     }
   }
-  if (word.size() > kShownWordLimit) shown += "...";
   return shown;
 }
 
@@ -66,6 +74,7 @@ bool Shell::execute(std::string_view raw) {
     return false;
   }
   if (mode_info(mode_).raw_lines) return job_line(line);
+  if (std::optional<std::string_view> exec = exec_line(line)) return execute_in_exec(*exec);
   std::string_view content = trim(line);
   if (content.empty() && mode_info(mode_).blank_line_leaves) exit_mode();
   if (content.empty() || content.front() == '!') return true;
@@ -98,8 +107,77 @@ bool Shell::execute(std::string_view raw) {
   return match.command->action(*this, arguments);
 }
 
+std::optional<std::string_view> Shell::exec_line(std::string_view line) const {
+  if (mode_ == Mode::Exec || mode_info(mode_).raw_lines) return std::nullopt;
+  TokenizedLine tokens = tokenize(line);
+  if (tokens.words.empty() || tokens.words.front().text != "do" || line.substr(tokens.words.front().begin, 2) != "do") {
+    return std::nullopt;
+  }
+  return line.substr(tokens.words.front().begin + 2);
+}
+
+bool Shell::execute_in_exec(std::string_view line) {
+  // Only this line runs in exec mode: a command that would leave it (configure terminal,
+  // exit) changes nothing here.
+  Mode mode = mode_;
+  std::string schedule = schedule_;
+  bool finished = finished_;
+  mode_ = Mode::Exec;
+  bool ok = execute(line);
+  mode_ = mode;
+  schedule_ = std::move(schedule);
+  finished_ = finished;
+  return ok;
+}
+
+bool Shell::reads_as_configuration(std::string_view text) const {
+  while (!text.empty()) {
+    std::size_t end = text.find('\n');
+    std::string_view content = trim(text.substr(0, end));
+    if (!content.empty() && content.front() != '!') {
+      std::vector<std::string> words = word_texts(tokenize(content));
+      return table_.match(Mode::Exec, words).status != MatchStatus::Ok &&
+             table_.match(Mode::Config, words).status == MatchStatus::Ok;
+    }
+    if (end == std::string_view::npos) break;
+    text.remove_prefix(end + 1);
+  }
+  return false;
+}
+
+void Shell::print_job_help() {
+  out_ << "  Every line is one command of job " << printable_word(job_) << ", stored as typed (exit and end too)\n"
+       << "  end-job   Ends the job and sends its commands\n";
+  if (interactive_) out_ << "  Ctrl-C    Abandons the job: nothing typed here is sent\n";
+  out_.flush();
+}
+
+bool Shell::abandon_job() {
+  if (mode_ != Mode::Job) return false;
+  std::string name = std::move(job_);
+  bool created = send_job_;
+  enter(Mode::Config);
+  if (created) {
+    err_ << "% Job " << printable_word(name) << " abandoned: its commands were not sent (the job stays, empty)\n";
+  } else {
+    err_ << "% Job " << printable_word(name) << " abandoned\n";
+  }
+  return true;
+}
+
 bool Shell::job_line(std::string_view line) {
-  if (trim(line) == "end-job") {
+  std::string_view content = trim(line);
+  if (content == "?") {
+    print_job_help();
+    return true;
+  }
+  if (content != "end-job" && send_job_) {
+    if (std::optional<std::string_view> problem = job_line_problem(line)) {
+      err_ << "% Line not taken: " << *problem << "\n";
+      return false;
+    }
+  }
+  if (content == "end-job") {
     std::string name = std::move(job_);
     std::string text = std::move(job_text_);
     bool send = send_job_;
@@ -129,6 +207,10 @@ void Shell::report(const Match &match, const std::vector<std::string> &words) {
   switch (match.status) {
     case MatchStatus::Incomplete: err_ << "% Incomplete command\n"; break;
     case MatchStatus::Ambiguous: err_ << "% Ambiguous command at '" << word << "'\n"; break;
+    case MatchStatus::Refused:
+      err_ << "% Invalid " << match.refused_by->what << " at '" << word << "': expected " << match.refused_by->expected
+           << "\n";
+      break;
     default: err_ << "% Invalid command at '" << word << "'\n"; break;
   }
 }
@@ -141,17 +223,27 @@ Mode Shell::help_mode(const std::vector<std::string> &words, std::string_view pa
 
 std::vector<HelpItem> Shell::help(std::string_view text) const {
   if (mode_info(mode_).raw_lines) return {};
+  if (std::optional<std::string_view> exec = exec_line(text)) {
+    auto [words, partial] = split_for_help(*exec);
+    return table_.help(Mode::Exec, words, partial, removed_features_);
+  }
   auto [words, partial] = split_for_help(text);
   return table_.help(help_mode(words, partial), words, partial, removed_features_);
 }
 
 void Shell::print_help(std::string_view text) {
+  if (mode_info(mode_).raw_lines) {
+    print_job_help();
+    return;
+  }
   std::vector<HelpItem> items = help(text);
   if (items.empty()) {
-    auto [words, partial] = split_for_help(text);
+    std::optional<std::string_view> exec = exec_line(text);
+    auto [words, partial] = split_for_help(exec ? *exec : text);
     if (!partial.empty()) words.push_back(partial);
-    Match match = table_.match(help_mode(words, ""), words, removed_features_);
-    if (match.status == MatchStatus::Invalid || match.status == MatchStatus::Ambiguous) {
+    Match match = table_.match(exec ? Mode::Exec : help_mode(words, ""), words, removed_features_);
+    if (match.status == MatchStatus::Invalid || match.status == MatchStatus::Ambiguous ||
+        match.status == MatchStatus::Refused) {
       report(match, words);
     } else {
       err_ << "% No help for this line\n";
@@ -168,20 +260,52 @@ void Shell::print_help(std::string_view text) {
   out_.flush();
 }
 
-Shell::Completion Shell::complete(std::string_view text) const {
+Shell::Completion Shell::complete(std::string_view text) {
   Completion completion;
   if (mode_info(mode_).raw_lines) return completion;
   TokenizedLine line = tokenize(text);
   if (line.open_quote) return completion;
-  auto [words, partial] = split_for_help(text);
+  std::optional<std::string_view> exec = exec_line(text);
+  auto [words, partial] = split_for_help(exec ? *exec : text);
+  Mode mode = exec ? Mode::Exec : mode_;
   completion.partial = partial;
-  completion.candidates = table_.completions(mode_, words, partial, removed_features_);
-  if (completion.candidates.empty()) {
-    if (std::optional<Mode> fallback = mode_info(mode_).falls_back_to) {
-      completion.candidates = table_.completions(*fallback, words, partial, removed_features_);
+  completion.candidates = table_.completions(mode, words, partial, removed_features_);
+  std::vector<std::string> variables = table_.variables(mode, words, removed_features_);
+  if (completion.candidates.empty() && variables.empty()) {
+    if (std::optional<Mode> fallback = mode_info(mode).falls_back_to) {
+      mode = *fallback;
+      completion.candidates = table_.completions(mode, words, partial, removed_features_);
+      variables = table_.variables(mode, words, removed_features_);
     }
   }
+  bool jobs = std::find(variables.begin(), variables.end(), "<job>") != variables.end();
+  bool schedules = std::find(variables.begin(), variables.end(), "<schedule>") != variables.end();
+  if (jobs || schedules) {
+    for (std::string &name : existing_names(jobs, schedules)) {
+      if (name.starts_with(partial)) completion.candidates.push_back(std::move(name));
+    }
+    std::sort(completion.candidates.begin(), completion.candidates.end());
+    completion.candidates.erase(std::unique(completion.candidates.begin(), completion.candidates.end()),
+                                completion.candidates.end());
+  }
   return completion;
+}
+
+std::vector<std::string> Shell::existing_names(bool jobs, bool schedules) {
+  std::vector<std::string> names;
+  std::string text;
+  if (backend_.config_text(session_.session, ACFG_CFG_RUNNING, &text) != 0) return names;
+  std::optional<Configuration> running = parse_configuration(text, nullptr);
+  if (!running) return names;
+  if (jobs) {
+    for (const JobBlock &job : running->jobs) names.push_back(job.name);
+  }
+  if (schedules) {
+    for (const ScheduleBlock &schedule : running->schedules) names.push_back(schedule.name);
+  }
+  // A name that could not be typed back is no completion.
+  std::erase_if(names, [](const std::string &name) { return has_control_character(name); });
+  return names;
 }
 
 void Shell::enter(Mode mode) {
@@ -198,7 +322,12 @@ void Shell::enter_job(std::string name, bool send) {
   enter(Mode::Job);
   job_ = std::move(name);
   send_job_ = send;
-  if (!send) err_ << "% Lines up to end-job are ignored: the job was not created\n";
+  if (!send) {
+    err_ << "% Lines up to end-job are ignored: the job was not created\n";
+  } else if (interactive_) {
+    out_ << "% Every line is now a command of the job, until end-job; '?' for help, Ctrl-C abandons the job\n";
+    out_.flush();
+  }
 }
 
 void Shell::enter_schedule(std::string name) {

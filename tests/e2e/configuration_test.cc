@@ -100,12 +100,42 @@ TEST_F(Configuration, ItsTextRebuildsItExactlyAndSurvivesAStatelessRestart) {
   EXPECT_EQ(pasted.status, 0);
   EXPECT_EQ(shown(fresh, "show running-config"), text);
 
-  EXPECT_EQ(shown(fresh, "copy running-config startup-config"), "");
+  EXPECT_EQ(shown(fresh, "copy running-config startup-config"), "Copied running-config to startup-config\n");
   ASSERT_EQ(fresh.stop(), 0) << fresh.log();
   std::filesystem::remove_all(fresh.directory() + "/run");
   ASSERT_TRUE(start(fresh)) << why;
   EXPECT_EQ(shown(fresh, "show running-config"), text);
   EXPECT_EQ(shown(fresh, "show startup-config"), text);
+}
+
+// A saved text given to the shell as its file is applied, not run from exec mode: onto the daemon
+// it came from it changes nothing, onto an empty one it gives the same text back.
+TEST_F(Configuration, ASavedTextGivenToTheShellIsReplayed) {
+  Daemon original;
+  ASSERT_TRUE(start(original)) << why;
+  ASSERT_EQ(run(original, kBuild).status, 0);
+  const std::string text = shown(original, "show running-config");
+  const std::string saved = original.directory() + "/saved.cfg";
+  EXPECT_EQ(shown(original, "copy running-config " + saved),
+            "Copied running-config to " + saved + " (" + std::to_string(text.size()) + " bytes)\n");
+  EXPECT_EQ(read_file(saved), text);
+
+  ShellRun again = original.shell("", {saved}, alice(original));
+  EXPECT_EQ(again.err, "");
+  EXPECT_EQ(again.status, 0);
+  EXPECT_EQ(again.out.rfind("Copied " + saved + " to running-config: nothing to change; ", 0), 0u) << again.out;
+  EXPECT_EQ(shown(original, "show running-config"), text);
+
+  Daemon fresh;
+  const std::string key = "/state/" SECRETS_DEVICE_KEY_NAME;
+  std::filesystem::create_directories(fresh.directory() + "/state");
+  std::filesystem::copy_file(original.directory() + key, fresh.directory() + key);
+  ASSERT_TRUE(start(fresh)) << why;
+  ShellRun replayed = fresh.shell("", {saved}, alice(fresh));
+  EXPECT_EQ(replayed.err, "");
+  EXPECT_EQ(replayed.status, 0);
+  EXPECT_NE(replayed.out.find("; 0 unchanged\n"), std::string::npos) << replayed.out;
+  EXPECT_EQ(shown(fresh, "show running-config"), text);
 }
 
 }  // namespace

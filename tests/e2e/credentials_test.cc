@@ -94,5 +94,17 @@ TEST_F(Credentials, AnEncryptedPasswordIsCheckedAndATamperedOneRefused) {
   EXPECT_EQ(accepted.status, 0);
 }
 
+// A standby refuses every change, and the credential handler reports success all the same: the
+// shell reads the credential back, so the operator learns that nothing was stored.
+TEST(CredentialsOnAStandby, AStoreTheDaemonRefusedIsAnError) {
+  Daemon standby;
+  std::string why;
+  ASSERT_TRUE(standby.start(&why, as_user(standby.directory(), kRemote), {"--standby"})) << why;
+  ShellRun store = standby.shell("configure terminal\nscheduler aaa-authentication password wonderland\n", {},
+                                 as_user(standby.directory(), kRemote));
+  EXPECT_EQ(store.err, "% The daemon did not store the credential of user alice\n");
+  EXPECT_EQ(store.status, 1);
+}
+
 }  // namespace
 }  // namespace e2e

@@ -132,10 +132,12 @@ Daemon::~Daemon() {
   if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
 }
 
-bool Daemon::start(std::string *why, const Environment &environment) {
-  pid_ = spawn(E2E_SCHEDD,
-               {"--foreground", "--state-dir", directory_ + "/state", "--runtime-dir", directory_ + "/run"},
-               environment, "/dev/null", directory_ + "/schedd.log", directory_ + "/schedd.log");
+bool Daemon::start(std::string *why, const Environment &environment, const std::vector<std::string> &options) {
+  std::vector<std::string> arguments{"--foreground", "--state-dir", directory_ + "/state", "--runtime-dir",
+                                     directory_ + "/run"};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  pid_ = spawn(E2E_SCHEDD, arguments, environment, "/dev/null", directory_ + "/schedd.log",
+               directory_ + "/schedd.log");
   auto deadline = Clock::now() + std::chrono::seconds(20);
   while (Clock::now() < deadline) {
     if (log().find("serving on") != std::string::npos) return true;

@@ -39,7 +39,9 @@ class Daemon {
 
   const std::string &directory() const { return directory_; }
   // Starts it and waits until it serves; false, with the reason in `why`, when it does not.
-  bool start(std::string *why, const Environment &environment = stopped_clock());
+  // `options` follow the directory options (--standby, ...).
+  bool start(std::string *why, const Environment &environment = stopped_clock(),
+             const std::vector<std::string> &options = {});
   // SIGTERM and wait: the exit status (0 for a clean stop), or -1 when it was not running.
   int stop();
   void signal(int number);

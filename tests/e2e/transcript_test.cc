@@ -2,11 +2,15 @@
 // with the expected standard output, standard error and exit status.
 //
 // The clock is stopped (see stopped_clock), so every time in the output is fixed. Expected files
-// write the user's name as {{user}}. SCHEDSH_E2E_UPDATE=1 rewrites them from the actual output.
+// write the user's name as {{user}}; scripts and expected files write the daemon's temporary
+// directory as {{dir}} and the transcripts' own as {{transcripts}}. SCHEDSH_E2E_UPDATE=1 rewrites
+// the expected files from the actual output.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "processes.h"
 
@@ -32,14 +36,23 @@ TEST_P(Transcripts, MatchTheExpectedOutput) {
   std::string why;
   ASSERT_TRUE(daemon.start(&why)) << why;
   std::string base = std::string(E2E_TRANSCRIPTS) + "/" + GetParam().name;
-  ShellRun run = daemon.shell(read_file(base + ".cmds"));
   const std::string user_line = "User Name           : ";
+  const std::vector<std::pair<std::string, std::string>> placeholders = {
+      {user_line + "{{user}}", user_line + user_name()},
+      {"{{dir}}", daemon.directory()},
+      {"{{transcripts}}", E2E_TRANSCRIPTS}};
+  auto filled = [&](std::string text) {
+    for (const auto &[placeholder, value] : placeholders) text = replaced(std::move(text), placeholder, value);
+    return text;
+  };
+  ShellRun run = daemon.shell(filled(read_file(base + ".cmds")));
   auto expected = [&](const char *kind) {
     if (std::getenv("SCHEDSH_E2E_UPDATE")) {
-      write_file(base + kind, replaced(kind[1] == 'o' ? run.out : run.err, user_line + user_name(),
-                                       user_line + "{{user}}"));
+      std::string text = kind[1] == 'o' ? run.out : run.err;
+      for (const auto &[placeholder, value] : placeholders) text = replaced(std::move(text), value, placeholder);
+      write_file(base + kind, text);
     }
-    return replaced(read_file(base + kind), user_line + "{{user}}", user_line + user_name());
+    return filled(read_file(base + kind));
   };
   EXPECT_EQ(run.out, expected(".out"));
   EXPECT_EQ(run.err, expected(".err"));
@@ -51,7 +64,9 @@ INSTANTIATE_TEST_SUITE_P(Shell, Transcripts,
                          ::testing::Values(Transcript{"help_and_modes", 1}, Transcript{"jobs", 1},
                                            Transcript{"schedules", 1}, Transcript{"paste_back", 0},
                                            Transcript{"feature_off", 1}, Transcript{"feature_disable", 1},
-                                           Transcript{"logfile_and_transport", 1}),
+                                           Transcript{"logfile_and_transport", 1}, Transcript{"grammar", 1},
+                                           Transcript{"job_mode", 0}, Transcript{"replay_itself", 0},
+                                           Transcript{"replay_empty", 0}),
                          [](const ::testing::TestParamInfo<Transcript> &info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -100,11 +100,12 @@ TEST_F(Matching, KeywordsMayBeAbbreviatedInAnyCaseWhenUnambiguous) {
 }
 
 TEST_F(Matching, AKeywordIsPreferredToAVariableThatTakesTheSameWord) {
-  EXPECT_EQ(syntax_of(Mode::Schedule, {"time", "start", "now", "re", "1:00"}), "[no] time start now repeat <interval>");
+  EXPECT_EQ(syntax_of(Mode::Schedule, {"time", "start", "now", "re", "1:00"}),
+            "[no] time start now [repeat <interval>]");
   EXPECT_EQ(syntax_of(Mode::Schedule, {"time", "start", "+1", "repeat", "1:00"}),
             "[no] time start <time> [repeat <interval>]");
-  // "now" alone completes only the one-shot form: there it is a time like any other.
-  EXPECT_EQ(syntax_of(Mode::Schedule, {"time", "start", "now"}), "[no] time start <time> [repeat <interval>]");
+  // "now" is no time, so alone it is the keyword's form too.
+  EXPECT_EQ(syntax_of(Mode::Schedule, {"time", "start", "now"}), "[no] time start now [repeat <interval>]");
 }
 
 TEST_F(Matching, FailuresSayWhichWordAndWhy) {
@@ -146,7 +147,7 @@ TEST_F(Matching, ARemovedFeatureTakesAllItsCommandsAndNothingElse) {
   EXPECT_EQ(table.match(Mode::Exec, Words{"show", "running-config", "scheduler"}, removed).status, MatchStatus::Ok);
   std::vector<std::string> offered;
   for (const HelpItem &item : table.help(Mode::Config, Words{}, "", removed)) offered.push_back(item.word);
-  EXPECT_EQ(offered, (Words{"end", "exit", "feature", "no"}));
+  EXPECT_EQ(offered, (Words{"end", "exit", "feature", "no", "show"}));
   EXPECT_EQ(table.completions(Mode::Exec, Words{"show"}, "", removed), (Words{"running-config", "startup-config"}));
   // Abbreviations are judged among the commands still there.
   EXPECT_EQ(table.match(Mode::Exec, Words{"sh", "s"}).status, MatchStatus::Ambiguous);

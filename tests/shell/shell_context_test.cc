@@ -1,9 +1,14 @@
 // What each command hands its handler: parameters in order with their kinds, code, no flag.
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
 
 #include "cli/request.h"
 #include "schedcli/cli_config.h"
 #include "schedcli/platform/acfg.h"
+#include "schedcli/platform/cmi.h"
+#include "schedcli/platform/secrets.h"
 #include "schedcli/platform/syserr.h"
 #include "shell_testing.h"
 
@@ -105,6 +110,10 @@ TEST_F(Contexts, ScheduleModeCommandsNameTheScheduleFirst) {
   EXPECT_EQ(add.handler, "modify_schedule_emailaddr");
   EXPECT_EQ(add.values(), (Values{"nightly", "ops@example.com"}));
   EXPECT_EQ(call_of("no email-addr ops@example.com").context.no_flag, 1);
+  EXPECT_EQ(call_of("no email-addr notanemail").values(), (Values{"nightly", "notanemail"}));
+  backend.calls.clear();
+  EXPECT_FALSE(run({"email-addr notanemail"}));
+  EXPECT_TRUE(backend.calls.empty());
   EXPECT_EQ(shell.mode(), Mode::Schedule);
   backend.results["modify_schedule"] = static_cast<uint32_t>(-1);   // a refused time
   call_of("time daily 25:00", false);
@@ -118,21 +127,65 @@ TEST_F(Contexts, CredentialParametersCarryTheirKinds) {
     std::vector<RecordedParam> params;
   };
   for (const Case &c : {
-           Case{"scheduler aaa-authentication password secret", {{SCH_PARAM_CLEAR_PASSWORD, s, "secret"}}},
-           Case{"scheduler aaa-authentication password 0 secret", {{SCH_PARAM_CLEAR_PASSWORD, s, "secret"}}},
            Case{"scheduler aaa-authentication username bob password 7 AbC=",
                 {{SCH_PARAM_USER_NAME, s, "bob"}, {SCH_PARAM_ENCRYPTED_PASSWORD, s, "AbC="}}},
-           Case{"no scheduler aaa-authentication username bob", {{SCH_PARAM_USER_NAME, s, "bob"}}},
+           Case{"scheduler aaa-authentication password 7 AbC=", {{SCH_PARAM_ENCRYPTED_PASSWORD, s, "AbC="}}},
+           Case{"no scheduler aaa-authentication username carol", {{SCH_PARAM_USER_NAME, s, "carol"}}},
            Case{"no scheduler aaa-authentication", {}},
        }) {
-    Call call = call_of(c.line);
+    // What the daemon holds afterwards is read back: bob's and the operator's password.
+    backend.config = "scheduler aaa-authentication username bob password 7 AbC=\n"
+                     "scheduler aaa-authentication username operator password 7 AbC=\n";
+    if (c.line[0] == 'n') backend.config.clear();
+    backend.calls.clear();
+    EXPECT_TRUE(shell.execute(c.line)) << c.line << ": " << err.str();
+    ASSERT_EQ(backend.calls.size(), 2u) << c.line;
+    Call call = backend.calls.front();
     EXPECT_EQ(call.handler, "aaa_auth_passwd") << c.line;
     EXPECT_EQ(call.params, c.params) << c.line;
     EXPECT_EQ(call.context.no_flag, c.line[0] == 'n') << c.line;
+    EXPECT_EQ(backend.calls[1].number, ACFG_CFG_RUNNING) << c.line;
   }
-  // This handler's success is 8; anything else is a failure.
+  for (const char *line : {"scheduler aaa-authentication password secret",
+                           "scheduler aaa-authentication password 0 secret"}) {
+    backend.calls.clear();
+    shell.execute(line);
+    EXPECT_EQ(backend.calls.front().params, (std::vector<RecordedParam>{{SCH_PARAM_CLEAR_PASSWORD, s, "secret"}}));
+  }
+  // This handler's success is 8; anything else is a failure, and nothing is read back.
   backend.results["aaa_auth_passwd"] = 0;
-  call_of("scheduler aaa-authentication password secret", false);
+  call_of("scheduler aaa-authentication password 7 AbC=", false);
+}
+
+// The handler answers success also when the daemon kept nothing (a standby, a full disk): what
+// the daemon holds is read back, and a credential that is not there as sent is an error.
+TEST_F(Contexts, ACredentialTheDaemonDidNotKeepIsAnError) {
+  std::string key = ::testing::TempDir() + "schedsh_key_" + std::to_string(getpid());
+  ASSERT_EQ(secrets_device_key_path_set(key.c_str()), 0u);
+  char *encrypted = nullptr;
+  uint32_t length = 0;
+  ASSERT_EQ(security_conf_encrypt("secret", 7, 0, 0, &encrypted, &length), 0u);
+  const std::string stored(encrypted, length);
+  std::free(encrypted);
+  const std::string line = "scheduler aaa-authentication username operator password 7 ";
+  ASSERT_TRUE(run({"configure terminal"}));
+
+  backend.config = line + stored + "\n";
+  EXPECT_TRUE(run({"scheduler aaa-authentication password secret", "scheduler aaa-authentication password 7 " + stored}));
+  EXPECT_EQ(err.str(), "");
+  // Another password, none at all, or a store the daemon answered with the old one.
+  EXPECT_FALSE(run({"scheduler aaa-authentication password other", "scheduler aaa-authentication password 7 AbC=",
+                    "scheduler aaa-authentication username bob password secret", "no scheduler aaa-authentication"}));
+  const std::string not_stored = "% The daemon did not store the credential of user ";
+  EXPECT_EQ(err.str(), not_stored + "operator\n" + not_stored + "operator\n" + not_stored + "bob\n" +
+                           "% The daemon did not delete the credential of user operator\n");
+  err.str("");
+  backend.results["config_text"] = CMI_ERR_NO_DAEMON;
+  EXPECT_FALSE(run({"scheduler aaa-authentication password secret"}));
+  EXPECT_EQ(err.str(), std::string("% Could not read back the credential of user operator: ") +
+                           syserr2str(CMI_ERR_NO_DAEMON) + "\n");
+  secrets_device_key_path_set(nullptr);
+  unlink(key.c_str());
 }
 
 TEST_F(Contexts, ValuesLongerThanTheirFieldAreRefusedNotCut) {
@@ -145,7 +198,8 @@ TEST_F(Contexts, ValuesLongerThanTheirFieldAreRefusedNotCut) {
   EXPECT_EQ(err.str(), refused + refused + refused);
   // The lines of a job refused so are still kept from running as commands.
   EXPECT_FALSE(run({"scheduler job name " + too_long, "no scheduler schedule name s1", "end-job",
-                    "scheduler schedule name s1", "email-addr " + std::string(SCH_EMAIL_SIZE, 'e')}));
+                    "scheduler schedule name s1",
+                    "email-addr " + std::string(SCH_EMAIL_SIZE - 12, 'e') + "@example.com"}));
   ASSERT_EQ(backend.calls.size(), 1u);
   EXPECT_EQ(backend.last().handler, "create_delete_schedule");
   EXPECT_EQ(err.str(), refused + refused + refused + refused +
@@ -207,7 +261,7 @@ TEST_F(Contexts, TransportOptionsTravelByCommandCode) {
   }
   // An address the handler would cut is refused; the no form sends none, so takes any.
   backend.calls.clear();
-  const std::string too_long(SCH_EMAIL_SIZE, 'a');
+  const std::string too_long = std::string(SCH_EMAIL_SIZE - 12, 'a') + "@example.com";
   EXPECT_FALSE(run({"scheduler transport email from " + too_long}));
   EXPECT_EQ(err.str(), "% Email address too long: at most 63 characters\n");
   EXPECT_TRUE(backend.calls.empty());
@@ -276,7 +330,7 @@ TEST_F(Contexts, LoggingLevelAndTheConfigurationRequestsUseTheSession) {
   // Exactly as received, blanks and empty lines included.
   EXPECT_EQ(out.str(), backend.config + backend.config + backend.config);
   EXPECT_EQ(call_of("copy running-config startup-config").handler, "copy_running_to_startup");
-  EXPECT_EQ(out.str().size(), 3 * backend.config.size());   // copying prints nothing
+  EXPECT_EQ(out.str(), backend.config + backend.config + backend.config + "Copied running-config to startup-config\n");
 
   backend.results = {{"config_text", CMI_ERR_NO_DAEMON}, {"copy_running_to_startup", CMI_ERR_TIMEOUT}};
   out.str("");

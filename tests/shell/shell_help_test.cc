@@ -39,11 +39,27 @@ TEST_F(Help, CompletionOffersKeywordsOnly) {
   EXPECT_TRUE(completions("show \"sch").empty());
 }
 
+TEST_F(Help, ExistingJobAndScheduleNamesComplete) {
+  backend.config = "scheduler job name backup\nend-job\n\nscheduler job name bulk\nend-job\n\n"
+                   "scheduler schedule name nightly\n  \n";
+  EXPECT_EQ(completions("show scheduler job name "), (List{"backup", "bulk"}));
+  EXPECT_EQ(completions("show scheduler job name ba"), (List{"backup"}));
+  EXPECT_EQ(completions("show scheduler schedule name "), (List{"nightly"}));
+  to_schedule("nightly");
+  EXPECT_EQ(completions("job name b"), (List{"backup", "bulk"}));
+  EXPECT_EQ(completions("scheduler schedule "), (List{"name"}));
+  // No daemon, no names; the keywords still complete.
+  backend.results["config_text"] = 1;
+  EXPECT_TRUE(completions("job name b").empty());
+  EXPECT_EQ(completions("ti"), (List{"time"}));
+}
+
 TEST_F(Help, AQuestionMarkIsTextInsideQuotesAndInJobMode) {
   ASSERT_TRUE(run({"configure terminal"}));
   // An unclosed quote runs to the end of the line, mark included.
-  EXPECT_TRUE(shell.execute("scheduler aaa-authentication password \"what?"));
-  EXPECT_EQ(backend.last().values(), List{"what?"});
+  backend.config = "scheduler aaa-authentication username operator password 7 what?\n";
+  EXPECT_TRUE(shell.execute("scheduler aaa-authentication password 7 \"what?")) << err.str();
+  EXPECT_EQ(backend.calls.front().values(), List{"what?"});
   ASSERT_TRUE(run({"scheduler job name j1"}));
   EXPECT_TRUE(words("").empty());
   EXPECT_TRUE(completions("en").empty());

@@ -17,7 +17,7 @@ TEST_F(Modes, ExitGoesUpOneModeAndEndGoesToExec) {
   EXPECT_EQ(shell.prompt(), "schedsh(config)# ");
   EXPECT_EQ(shell.schedule_name(), "");
   ASSERT_TRUE(run({"scheduler job name j1"}));
-  EXPECT_EQ(shell.prompt(), "schedsh(config-job)# ");
+  EXPECT_EQ(shell.prompt(), "schedsh(config-job, end-job ends)# ");
   ASSERT_TRUE(run({"end-job", "scheduler schedule name s1", "end"}));
   EXPECT_EQ(shell.mode(), Mode::Exec);
   ASSERT_TRUE(run({"exit"}));
@@ -82,6 +82,7 @@ TEST_F(Modes, PastedConfigurationTextIsTakenLineByLine) {
       "scheduler schedule name bare", "  ",
       "scheduler schedule name last", "  time start 2031:12:31:23:59", ""};
   ASSERT_TRUE(run({"configure terminal"}));
+  backend.config = "scheduler aaa-authentication username alice password 7 AbC=\n";
   for (const std::string &line : text) EXPECT_TRUE(shell.execute(line)) << line << ": " << err.str();
   EXPECT_EQ(shell.mode(), Mode::Config);
   EXPECT_EQ(err.str(), "");
@@ -93,7 +94,7 @@ TEST_F(Modes, PastedConfigurationTextIsTakenLineByLine) {
   }
   EXPECT_EQ(sent, (std::vector<std::string>{
                       "enable_scheduler", "logging_level", "logfile_resize 32", "aaa_auth_passwd alice AbC=",
-                      "email_transport sched@example.com", "email_transport ops@example.com",
+                      "config_text", "email_transport sched@example.com", "email_transport ops@example.com",
                       "email_transport mail.example.com", "email_transport ::1 587", "create_delete_job backup",
                       "define_job", "create_delete_schedule nightly", "modify_schedule nightly backup",
                       "modify_schedule nightly 02:30", "modify_schedule_emailaddr nightly ops@example.com",
@@ -103,7 +104,7 @@ TEST_F(Modes, PastedConfigurationTextIsTakenLineByLine) {
                       "modify_schedule untimed backup", "modify_schedule_emailaddr untimed ops@example.com",
                       "create_delete_schedule bare", "create_delete_schedule last",
                       "modify_schedule last 2031:12:31:23:59"}));
-  EXPECT_EQ(backend.calls[9].text, "tar czf /tmp/b.tgz /etc\n  echo \"indented ; kept\"\n");
+  EXPECT_EQ(backend.calls[10].text, "tar czf /tmp/b.tgz /etc\n  echo \"indented ; kept\"\n");
 }
 
 TEST_F(Modes, AFeatureTurnedOffTakesItsCommandsUntilItIsTurnedOnAgain) {
@@ -149,6 +150,81 @@ TEST_F(Modes, JobModeGathersEveryLineUntilEndJob) {
   ASSERT_TRUE(run({"scheduler job name j4", "ls"}));
   EXPECT_FALSE(shell.finish());
   EXPECT_EQ(backend.calls.size(), 6u);
+}
+
+TEST_F(Modes, JobModeExplainsItselfAndCanBeAbandoned) {
+  shell.set_interactive(true);
+  ASSERT_TRUE(run({"configure terminal", "scheduler job name j1"}));
+  EXPECT_EQ(out.str(), "% Every line is now a command of the job, until end-job; '?' for help, Ctrl-C abandons the job\n");
+  out.str("");
+  // '?' alone asks for help and is no line of the job; within a line it is text.
+  ASSERT_TRUE(run({" ? ", "ls /tmp/?"}));
+  EXPECT_EQ(out.str(),
+            "  Every line is one command of job j1, stored as typed (exit and end too)\n"
+            "  end-job   Ends the job and sends its commands\n"
+            "  Ctrl-C    Abandons the job: nothing typed here is sent\n");
+  EXPECT_TRUE(shell.help("").empty());
+  EXPECT_TRUE(shell.abandon_job());
+  EXPECT_EQ(err.str(), "% Job j1 abandoned: its commands were not sent (the job stays, empty)\n");
+  EXPECT_EQ(shell.mode(), Mode::Config);
+  EXPECT_FALSE(shell.abandon_job());
+  EXPECT_TRUE(shell.finish());
+  ASSERT_TRUE(run({"scheduler job name j2", "ls", "end-job"}));
+  EXPECT_EQ(backend.last().text, "ls\n");
+  ASSERT_EQ(backend.calls.size(), 3u);   // nothing of j1 but its creation
+  // A line that would not read back is refused, and the job goes on.
+  err.str("");
+  ASSERT_TRUE(run({"scheduler job name j3"}));
+  EXPECT_FALSE(run({"echo \x1b[1m"}));
+  EXPECT_TRUE(run({"echo ok", "end-job"}));
+  EXPECT_EQ(backend.last().text, "echo ok\n");
+  EXPECT_EQ(err.str(), "% Line not taken: a job line holds a control character\n");
+}
+
+TEST_F(Modes, ShowAndDoRunFromConfigurationModesWithoutLeavingThem) {
+  to_schedule("s1");
+  ASSERT_TRUE(run({"show scheduler job name j1", "do show scheduler schedule", "do configure terminal", "do exit"}));
+  EXPECT_EQ(shell.mode(), Mode::Schedule);
+  EXPECT_EQ(shell.schedule_name(), "s1");
+  EXPECT_FALSE(shell.finished());
+  ASSERT_EQ(backend.calls.size(), 2u);
+  EXPECT_EQ(backend.calls[0].handler, "show_jobs");
+  EXPECT_EQ(backend.calls[1].handler, "show_schedules");
+  ASSERT_TRUE(run({"time daily 10:00"}));
+  EXPECT_EQ(backend.last().values(), (std::vector<std::string>{"s1", "10:00"}));
+  EXPECT_FALSE(run({"do feature scheduler", "do show nothing"}));
+  EXPECT_EQ(err.str(), "% Invalid command at 'feature'\n% Invalid command at 'nothing'\n");
+  std::vector<std::string> words;
+  for (const HelpItem &item : shell.help("do show scheduler j")) words.push_back(item.word);
+  EXPECT_EQ(words, std::vector<std::string>{"job"});
+  EXPECT_EQ(shell.complete("do show runn").candidates, std::vector<std::string>{"running-config"});
+}
+
+TEST_F(Modes, TurningTheFeatureOffAtATerminalAsksWhenThereIsSomethingToLose) {
+  std::vector<std::string> asked;
+  bool answer = false;
+  shell.set_confirm([&](std::string_view question) {
+    asked.emplace_back(question);
+    return answer;
+  });
+  ASSERT_TRUE(run({"configure terminal"}));
+  // A script is not asked.
+  EXPECT_TRUE(run({"no feature scheduler"}));
+  EXPECT_TRUE(asked.empty());
+  shell.set_interactive(true);
+  backend.calls.clear();
+  EXPECT_TRUE(run({"no feature scheduler"}));   // nothing to lose
+  backend.config = "feature scheduler\nscheduler job name j1\nend-job\n\nscheduler schedule name s1\n  \n"
+                   "scheduler schedule name s2\n  \n";
+  EXPECT_FALSE(run({"no feature scheduler"}));
+  EXPECT_EQ(asked, std::vector<std::string>{"Turning the scheduler off deletes its 1 job and 2 schedules. Turn it off?"});
+  EXPECT_EQ(err.str(), "% The scheduler stays on\n");
+  answer = true;
+  EXPECT_TRUE(run({"no feature scheduler"}));
+  std::vector<std::string> handlers;
+  for (const Call &call : backend.calls) handlers.push_back(call.handler);
+  EXPECT_EQ(handlers, (std::vector<std::string>{"config_text", "enable_scheduler", "config_text", "config_text",
+                                                "enable_scheduler"}));
 }
 
 TEST_F(Modes, OddLinesAreRefusedWithoutHarm) {

@@ -1,0 +1,127 @@
+// Replay of configuration text through the shell: what is sent, in which mode, and the line
+// that ends it.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "replay.h"
+#include "schedcli/platform/acfg.h"
+#include "schedcli/platform/cmi.h"
+#include "schedcli/platform/syserr.h"
+#include "schedcli/status.h"
+#include "shell_testing.h"
+
+namespace schedsh::testing {
+namespace {
+
+using List = std::vector<std::string>;
+
+class Replay : public ShellTest {
+ protected:
+  // The handlers called, each with its values, the reading of the running text left out.
+  List sent() const {
+    List lines;
+    for (const Call &call : backend.calls) {
+      if (call.handler == "config_text") continue;
+      std::string line = call.handler;
+      for (const std::string &value : call.values()) line += " " + value;
+      if (call.handler == "define_job") line += " " + call.job + " [" + call.text + "]";
+      lines.push_back(line);
+    }
+    return lines;
+  }
+};
+
+constexpr std::string_view kSaved =
+    "feature scheduler\nscheduler logfile size 20\n\n"
+    "scheduler job name nightly\n/bin/echo start\n  ls -l\nend-job\n\n"
+    "scheduler job name fresh\nend-job\n\n"
+    "scheduler schedule name every_day\n  job name nightly\n  time daily 02:30\nemail-addr ops@example.com\n\n"
+    "scheduler schedule name bare\n  \n";
+
+TEST_F(Replay, OnlyWhatDiffersIsSentAndTheShellComesBackToItsMode) {
+  backend.config = "feature scheduler\nscheduler job name nightly\n/bin/echo stop\nend-job\n\n"
+                   "scheduler schedule name every_day\n  job name nightly\n  time daily 03:00\n\n";
+  EXPECT_TRUE(replay_configuration(shell, kSaved, "saved.cfg")) << err.str();
+  EXPECT_EQ(sent(), (List{"logfile_resize 20",
+                          // An existing job is redefined without being created again.
+                          "define_job nightly [/bin/echo start\n  ls -l\n]", "create_delete_job fresh",
+                          "define_job fresh []", "create_delete_schedule every_day",
+                          "modify_schedule every_day 02:30", "modify_schedule_emailaddr every_day ops@example.com",
+                          "create_delete_schedule bare"}));
+  EXPECT_EQ(out.str(), "Copied saved.cfg to running-config: 1 setting changed, 1 job added, 1 job redefined, "
+                       "1 schedule added, 1 schedule changed; 1 unchanged\n");
+  EXPECT_EQ(err.str(), "");
+  EXPECT_EQ(shell.mode(), Mode::Exec);
+}
+
+TEST_F(Replay, ATextOntoItselfSendsNothing) {
+  backend.config = std::string(kSaved);
+  ASSERT_TRUE(run({"copy startup-config running-config", "configure terminal"}));
+  EXPECT_TRUE(replay_configuration(shell, kSaved, "saved.cfg"));
+  EXPECT_EQ(sent(), List{});
+  EXPECT_EQ(backend.calls.front().number, ACFG_CFG_STARTUP);
+  EXPECT_EQ(out.str(), "Copied startup-config to running-config: nothing to change; 6 unchanged\n"
+                       "Copied saved.cfg to running-config: nothing to change; 6 unchanged\n");
+  EXPECT_EQ(shell.mode(), Mode::Config);
+}
+
+TEST_F(Replay, FailuresAreCountedAndTheRestIsStillSent) {
+  backend.results["logfile_resize"] = 5;
+  backend.results["create_delete_schedule"] = 255;
+  EXPECT_FALSE(replay_configuration(shell, kSaved, "saved.cfg"));
+  EXPECT_EQ(out.str(), "Copied saved.cfg to running-config: 1 setting changed, 2 jobs added, 3 changes failed; "
+                       "0 unchanged\n");
+  // A job line that would not read back is refused before the job is redefined.
+  backend.calls.clear();
+  backend.results.clear();
+  backend.config = "scheduler job name j1\nls\nend-job\n";
+  out.str("");
+  EXPECT_FALSE(replay_configuration(shell, "scheduler job name j1\necho \x1b[0m\nend-job\n", "f"));
+  EXPECT_EQ(sent(), List{});
+  EXPECT_EQ(err.str(), "% Job j1 not redefined: a job line holds a control character\n");
+}
+
+TEST_F(Replay, NothingIsSentWhenEitherTextCannotBeRead) {
+  EXPECT_FALSE(replay_configuration(shell, "scheduler job name j1\nls\n", "broken.cfg"));
+  backend.results["config_text"] = CMI_ERR_NO_DAEMON;
+  EXPECT_FALSE(replay_configuration(shell, kSaved, "saved.cfg"));
+  EXPECT_EQ(sent(), List{});
+  EXPECT_EQ(out.str(), "");
+  EXPECT_EQ(err.str(), std::string("% Nothing copied from broken.cfg: line 1: job j1 has no end-job\n"
+                                   "% Nothing copied from saved.cfg: the running configuration could not be read: ") +
+                           syserr2str(CMI_ERR_NO_DAEMON) + "\n");
+}
+
+TEST_F(Replay, ConfigurationTextIsToldFromExecCommands) {
+  EXPECT_TRUE(shell.reads_as_configuration(kSaved));
+  EXPECT_TRUE(shell.reads_as_configuration("\n! saved\n  scheduler job name j\nend-job\n"));
+  EXPECT_FALSE(shell.reads_as_configuration("configure terminal\nfeature scheduler\n"));
+  EXPECT_FALSE(shell.reads_as_configuration("show running-config\n"));
+  EXPECT_FALSE(shell.reads_as_configuration("frobnicate\n"));
+  EXPECT_FALSE(shell.reads_as_configuration("\n! nothing\n"));
+}
+
+TEST_F(Replay, CopyCommandsSayWhatWentWhere) {
+  std::string directory = ::testing::TempDir() + "schedsh_copy_" + std::to_string(getpid());
+  ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+  backend.config = std::string(kSaved);
+  ASSERT_TRUE(run({"copy running-config " + directory + "/r.cfg", "copy startup-config " + directory + "/s.cfg",
+                   "copy " + directory + "/r.cfg running-config"}));
+  EXPECT_EQ(backend.calls[1].number, ACFG_CFG_STARTUP);
+  std::string size = std::to_string(kSaved.size());
+  EXPECT_EQ(out.str(), "Copied running-config to " + directory + "/r.cfg (" + size + " bytes)\n" +
+                           "Copied startup-config to " + directory + "/s.cfg (" + size + " bytes)\n" + "Copied " +
+                           directory + "/r.cfg to running-config: nothing to change; 6 unchanged\n");
+  struct stat status {};
+  ASSERT_EQ(stat((directory + "/r.cfg").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);   // it holds encrypted passwords
+  EXPECT_FALSE(run({"copy " + directory + "/none.cfg running-config", "copy running-config " + directory}));
+  EXPECT_EQ(err.str(), "% Could not read " + directory + "/none.cfg: No such file or directory\n% Could not write " +
+                           directory + ": Is a directory\n");
+  for (const char *name : {"/r.cfg", "/s.cfg"}) unlink((directory + name).c_str());
+  rmdir(directory.c_str());
+}
+
+}  // namespace
+}  // namespace schedsh::testing
