@@ -66,6 +66,7 @@ bool start(std::unique_ptr<schedd::Daemon> *daemon, std::string *text) {
 
 void stop(std::unique_ptr<schedd::Daemon> *daemon) {
   daemon->reset();
+  if (mtrack_live_blocks(SCH_MTRACK_IDENTITY) != 0) mtrack_dump_memstats(stderr);
   require(mtrack_live_blocks(SCH_MTRACK_IDENTITY) == 0, "every tracked block back after a stop");
 }
 
