@@ -70,7 +70,7 @@ class Server {
   static Sent send_stream(Client &client);
   void drop(int fd);
 
-  EventLoop &loop_;
+  [[maybe_unused]] EventLoop &loop_;
   RequestHandler handler_;
   std::string socket_path_;
   int listen_fd_ = -1;

@@ -50,18 +50,33 @@ TEST_F(DaemonJobs, TextIsReplacedWholeAcrossFragmentBoundaries) {
   for (size_t length : {1024u, 1025u, 2049u, 8182u, 3u, 0u}) {
     std::string text(length, 'a');
     for (size_t i = 0; i < length; i += 7) text[i] = static_cast<char>('0' + i % 10);
+    if (length) text.back() = '\n';
     ASSERT_TRUE(answered(define("j", text), 0)) << length;
     EXPECT_EQ(job_text("j"), text) << length;
   }
-  EXPECT_TRUE(answered(define("j", std::string(8183, 'a')), SCH_STATUS_TEXT_TOO_LONG));
+  EXPECT_TRUE(answered(define("j", std::string(8182, 'a') + "\n"), SCH_STATUS_TEXT_TOO_LONG));
   EXPECT_TRUE(answered(define("j", std::string("a\0b", 3)), SCH_STATUS_BAD_REQUEST));
   EXPECT_TRUE(answered(define("nope", "x\n"), SCH_STATUS_NO_SUCH_JOB));
   EXPECT_EQ(job_text("j"), "") << "refused texts change nothing";
 }
 
+// Text the shell could not have gathered would not survive the configuration text being pasted
+// back: an unended last line, a line ending in a carriage return, a line reading end-job.
+TEST_F(DaemonJobs, TextMustBeLinesAsTheShellGathersThem) {
+  ASSERT_TRUE(answered(create("j"), 0));
+  for (std::string bad : {"echo done", "a\nb", "a\r\n", "end-job\n", "a\n  end-job\t\nb\n"}) {
+    EXPECT_TRUE(answered(define("j", bad), SCH_STATUS_BAD_REQUEST)) << "'" << bad << "'";
+  }
+  EXPECT_EQ(job_text("j"), "");
+  for (std::string good : {"a\rb\n", "end-jobs\n\n", "echo end-job\n", "\n"}) {
+    EXPECT_TRUE(answered(define("j", good), 0)) << "'" << good << "'";
+    EXPECT_EQ(job_text("j"), good);
+  }
+}
+
 TEST_F(DaemonJobs, ShorterTextLeavesNoStaleFragmentRecords) {
   ASSERT_TRUE(answered(create("j"), 0));
-  ASSERT_TRUE(answered(define("j", std::string(3000, 'x')), 0));
+  ASSERT_TRUE(answered(define("j", std::string(2999, 'x') + "\n"), 0));
   ASSERT_TRUE(answered(define("j", "short\n"), 0));
   ASSERT_EQ(stop(), 0);
   EXPECT_EQ(stored_keys("scheduler_runtime", "j"), (Names{"1.0", "1.1"}));

@@ -93,6 +93,10 @@ TEST_F(DaemonSchedules, AddressesAreRemovedByExactNameAndGoWithTheirSchedule) {
   EXPECT_TRUE(answered(email(SCH_EMAIL_ADD, "x@y", "nope"), SCH_STATUS_NO_SUCH_SCHEDULE));
   EXPECT_TRUE(answered(email(22, "x@y"), SCH_STATUS_BAD_REQUEST));
   EXPECT_TRUE(answered(email(SCH_EMAIL_ADD, ""), SCH_STATUS_BAD_REQUEST));
+  // An address is one word of the configuration text.
+  for (const char *broken : {"z /etc", "a@b\n", "a\t@b", "\x7f@b"}) {
+    EXPECT_TRUE(answered(email(SCH_EMAIL_ADD, broken), SCH_STATUS_BAD_REQUEST)) << broken;
+  }
 
   ASSERT_TRUE(answered(email(SCH_EMAIL_ADD, "ops@example.com"), 0));
   ASSERT_TRUE(answered(configure(schedule_request(SCH_REQ_DELETE_SCHEDULE, "s1")), 0));

@@ -1,0 +1,172 @@
+// What the harnesses share: reading an input as a sequence of fields, a peer on a real socket that
+// answers the shell's requests, and silencing the handlers' printing.
+#ifndef SCHEDCLI_TESTS_FUZZ_FUZZ_SUPPORT_H
+#define SCHEDCLI_TESTS_FUZZ_FUZZ_SUPPORT_H
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <ostream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "schedcli/platform/cmi.h"
+
+namespace fuzz {
+
+// A finding: libFuzzer reports the abort with the input that caused it.
+inline void require(bool holds, const char *what) {
+  if (holds) return;
+  std::fprintf(stderr, "invariant broken: %s\n", what);
+  std::abort();
+}
+
+// Takes fields off the front of an input; past its end every field reads as zero or empty.
+class Reader {
+ public:
+  Reader(const uint8_t *data, size_t size) : data_(data), size_(size) {}
+  bool empty() const { return at_ >= size_; }
+  size_t left() const { return size_ - at_; }
+  uint8_t byte() { return at_ < size_ ? data_[at_++] : 0; }
+  uint16_t u16() { return static_cast<uint16_t>(byte() << 8 | byte()); }
+  uint32_t u32() { return static_cast<uint32_t>(u16()) << 16 | u16(); }
+  std::string_view bytes(size_t count) {
+    count = std::min(count, left());
+    std::string_view taken(reinterpret_cast<const char *>(data_ + at_), count);
+    at_ += count;
+    return taken;
+  }
+  std::string_view rest() { return bytes(left()); }
+  // The text up to the next newline (dropped) or the end.
+  std::string_view line() {
+    std::string_view all(reinterpret_cast<const char *>(data_ + at_), left());
+    size_t end = all.find('\n');
+    if (end == std::string_view::npos) end = all.size();
+    at_ += std::min(end + 1, all.size());
+    return all.substr(0, end);
+  }
+
+ private:
+  const uint8_t *data_;
+  size_t size_;
+  size_t at_ = 0;
+};
+
+// A new directory for a harness's files, in memory when the machine has a tmpfs there: the code
+// under test syncs every write, and on a disk that, not the code, would set the pace. The name is
+// short because store paths have a bound.
+inline std::string scratch_directory(const char *purpose) {
+  std::string base = std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
+  std::string pattern = base + "/sf-" + purpose + "-XXXXXX";
+  require(mkdtemp(pattern.data()) != nullptr, "a scratch directory");
+  // Gone again when the process exits normally; a crash leaves it for the finding's inspection.
+  static struct Made {
+    std::vector<std::string> paths;
+    ~Made() {
+      std::error_code ignored;
+      for (const std::string &path : paths) std::filesystem::remove_all(path, ignored);
+    }
+  } made;
+  made.paths.push_back(pattern);
+  return pattern;
+}
+
+// Handlers print on standard output; a harness that sends it nowhere runs many times faster.
+inline void silence_standard_output() {
+  int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (null < 0) return;
+  dup2(null, STDOUT_FILENO);
+  close(null);
+}
+
+// A stream that drops what it is given.
+class NullStream : public std::ostream {
+ public:
+  NullStream() : std::ostream(&buffer_) {}
+
+ private:
+  struct Drop : std::streambuf {
+    int overflow(int c) override { return c; }
+    std::streamsize xsputn(const char *, std::streamsize n) override { return n; }
+  } buffer_;
+};
+
+// Serves the daemon's socket in a directory of its own on a thread of its own, one connection
+// after another; `answer` is called for each request received and answers it on the connection.
+// The client blocks in its call meanwhile, so the two never touch shared state at the same time.
+class Peer {
+ public:
+  using Answer = std::function<void(int connection, const cmi_request &request)>;
+
+  explicit Peer(Answer answer) : answer_(std::move(answer)) {
+    directory_ = scratch_directory("peer");
+    std::string path = directory_ + "/" CMI_SOCKET_NAME;
+    require(cmi_server_listen(path.c_str(), &listen_fd_) == 0, "the peer listens");
+    session_ = cmi_session_open(path.c_str());
+    require(session_ != nullptr, "a session with the peer");
+    // A request the peer does not answer is a finding of its own; it must not stall the run.
+    cmi_session_timeout_set(session_, 5000);
+    thread_ = std::thread([this] { serve(); });
+  }
+  ~Peer() {
+    stop_ = true;
+    thread_.join();
+    close(listen_fd_);
+    cmi_session_close(session_);
+    std::filesystem::remove_all(directory_);
+  }
+  Peer(const Peer &) = delete;
+  Peer &operator=(const Peer &) = delete;
+
+  cmi_session *session() const { return session_; }
+  const std::string &directory() const { return directory_; }
+
+ private:
+  // Every open connection is watched: a client keeps a reply stream's connection open while it
+  // makes its next call on a new one.
+  void serve() {
+    std::vector<int> connections;
+    while (!stop_) {
+      std::vector<pollfd> watches{{listen_fd_, POLLIN, 0}};
+      for (int connection : connections) watches.push_back({connection, POLLIN, 0});
+      if (poll(watches.data(), watches.size(), 20) <= 0) continue;
+      int accepted = -1;
+      if (watches[0].revents && cmi_server_accept(listen_fd_, &accepted) == 0) connections.push_back(accepted);
+      for (size_t i = 1; i < watches.size(); i++) {
+        if (!watches[i].revents) continue;
+        int connection = watches[i].fd;
+        cmi_request request{};
+        uint32_t status = cmi_server_receive(connection, &request);
+        if (status == 0) answer_(connection, request);
+        cmi_request_release(&request);
+        if (status == CMI_ERR_CLIENT_CLOSED || (status != 0 && (watches[i].revents & (POLLHUP | POLLERR)))) {
+          close(connection);
+          std::erase(connections, connection);
+        }
+      }
+    }
+    for (int connection : connections) close(connection);
+  }
+
+  Answer answer_;
+  std::string directory_;
+  int listen_fd_ = -1;
+  cmi_session *session_ = nullptr;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+}  // namespace fuzz
+
+#endif

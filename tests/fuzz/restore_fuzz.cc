@@ -1,0 +1,135 @@
+// Fuzzing of the daemon's start-up from stores whose records another build wrote, or that were
+// damaged: the daemon either refuses to serve or comes up with a configuration that a restart from
+// what it made durable gives again, and it gives back every tracked block when it stops.
+//
+// Input: a mode byte (bit 0: a stateless restart, the records in the startup store; otherwise a
+// restart after a crash, the records in the running stores), then records: a store byte (odd: the
+// run-results store, running only), a key of the stores' key size, a u16 length and the value.
+#include <sys/stat.h>
+
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "core/daemon.h"
+#include "fuzz_support.h"
+#include "schedcli/diag.h"
+#include "schedcli/platform/acfg.h"
+#include "schedcli/platform/mtrack.h"
+#include "schedcli/platform/pss.h"
+#include "schedcli/platform/sysmgr.h"
+#include "schedcli/pss.h"
+
+namespace {
+
+using fuzz::require;
+
+constexpr size_t kKeySize = 40;  // the stores' fixed key size
+// Written once a start-up has made its running stores whole; its absence means a failed start.
+constexpr const char *kRunningWholeName = "running-stores-whole";
+
+const schedd::Caller kRoot{0, "root"};
+
+struct World {
+  schedd::Options options;
+  std::unique_ptr<schedd::ManualClock> clock;
+  std::string running_uri, results_uri, startup_uri;
+};
+World *g_world;
+
+std::string uri_of(const char (&uri)[SCH_PSS_URI_SIZE]) { return std::string(uri, strnlen(uri, SCH_PSS_URI_SIZE)); }
+
+pss2_handle create_store(const std::string &uri) {
+  pss2_destroy(uri.c_str());
+  pss2_handle store = sch_pss_create(uri.c_str(), SCH_PSS_VALUE_SIZE, SCH_PSS_VALUE_SIZE, kKeySize);
+  require(store != 0, "a store can be created");
+  return store;
+}
+
+// Starts a daemon, and when it serves, hands back its running text.
+bool start(std::unique_ptr<schedd::Daemon> *daemon, std::string *text) {
+  *daemon = std::make_unique<schedd::Daemon>(g_world->options, *g_world->clock);
+  std::string error;
+  if (!(*daemon)->start(&error, /*listen=*/false)) return false;
+  std::vector<uint8_t> request{ACFG_CFG_RUNNING, 0};
+  schedd::Reply reply = (*daemon)->handle(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, request, kRoot);
+  require(reply.status == 0, "a daemon that serves gives its running text");
+  text->assign(reply.payload.begin(), reply.payload.end());
+  if (reply.parts) {
+    while (auto part = reply.parts()) text->append(part->begin(), part->end());
+  }
+  return true;
+}
+
+void stop(std::unique_ptr<schedd::Daemon> *daemon) {
+  daemon->reset();
+  if (mtrack_live_blocks(SCH_MTRACK_IDENTITY) != 0) mtrack_dump_memstats(stderr);
+  require(mtrack_live_blocks(SCH_MTRACK_IDENTITY) == 0, "every tracked block back after a stop");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+  fuzz::silence_standard_output();
+  g_world = new World;
+  std::string pattern = fuzz::scratch_directory("restore");
+  g_world->options.state_dir = pattern + "/s";
+  g_world->options.runtime_dir = pattern + "/r";
+  g_world->clock = std::make_unique<schedd::ManualClock>(std::time(nullptr));
+  // A first start lays out the directories; the stores' names come from them.
+  std::unique_ptr<schedd::Daemon> daemon;
+  std::string text;
+  require(start(&daemon, &text), "a daemon starts on empty directories");
+  stop(&daemon);
+  require(sysmgr_dirs_set(g_world->options.state_dir.c_str(), g_world->options.runtime_dir.c_str()) == 0,
+          "the directories are usable");
+  sch_pss_uri_init();
+  g_world->running_uri = uri_of(sch_pss_running_uri);
+  g_world->results_uri = uri_of(sch_pss_running_db_uri);
+  g_world->startup_uri = uri_of(sch_pss_startup_uri);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  fuzz::Reader input(data, size);
+  bool stateless = input.byte() & 1;
+
+  const std::string &runtime_dir = g_world->options.runtime_dir;
+  std::filesystem::create_directories(runtime_dir);
+  pss2_handle config = create_store(stateless ? g_world->startup_uri : g_world->running_uri);
+  pss2_handle results = create_store(g_world->results_uri);
+  if (stateless) pss2_destroy(g_world->running_uri.c_str());
+  while (!input.empty()) {
+    bool to_results = input.byte() & 1;
+    std::string key(input.bytes(kKeySize));
+    key.resize(kKeySize);
+    std::string value(input.bytes(input.u16()));
+    pss2_datum key_datum{key.data(), static_cast<int32_t>(key.size())};
+    pss2_datum value_datum{value.data(), static_cast<int32_t>(value.size())};
+    // A value the store's size does not take is refused by the store itself.
+    pss2_store(to_results && !stateless ? results : config, &key_datum, &value_datum);
+  }
+  pss2_close(config);
+  pss2_close(results);
+  if (stateless) {
+    std::filesystem::remove_all(runtime_dir);
+  } else {
+    std::ofstream(runtime_dir + "/" + kRunningWholeName).put('\n');
+  }
+
+  std::unique_ptr<schedd::Daemon> daemon;
+  std::string text;
+  bool served = start(&daemon, &text);
+  stop(&daemon);
+  if (!served) return 0;
+  // What it made durable restores to the same configuration.
+  std::string again;
+  require(start(&daemon, &again), "a daemon restarts from the stores it made whole");
+  if (again != text) std::fprintf(stderr, "---- first start\n%s---- restart\n%s----\n", text.c_str(), again.c_str());
+  require(again == text, "a restart gives the configuration the first start served");
+  stop(&daemon);
+  return 0;
+}

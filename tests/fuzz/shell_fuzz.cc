@@ -1,0 +1,75 @@
+// Fuzzing of the shell's line handling: tokenizing, matching against the command table in every
+// mode, help and completion, job text gathering, and the handlers the matched commands call,
+// against a peer on the daemon's socket that accepts every request.
+//
+// Input: lines of text, run one after another in one shell (so that modes and job text build up);
+// help and completion are asked for each line's text too.
+#include <strings.h>
+
+#include <string>
+
+#include "commands.h"
+#include "fuzz_support.h"
+#include "library_backend.h"
+#include "schedcli/platform/acfg.h"
+#include "shell.h"
+#include "tokenizer.h"
+
+namespace {
+
+using fuzz::require;
+
+constexpr size_t kMaxLines = 200;
+
+struct World {
+  std::unique_ptr<fuzz::Peer> peer;
+  schedsh::CommandTable table;
+  std::unique_ptr<schedsh::LibraryBackend> backend;
+  fuzz::NullStream null;
+};
+World *g_world;
+
+// Every request succeeds; the configuration text is an empty stream.
+void answer(int connection, const cmi_request &request) {
+  if (request.service == ACFG_SERVICE && request.opcode == ACFG_OP_CONFIG_TEXT) {
+    cmi_server_stream_end(connection, request.token, 0);
+    return;
+  }
+  cmi_server_reply(connection, request.token, 0, nullptr, 0);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+  fuzz::silence_standard_output();
+  g_world = new World;
+  g_world->peer = std::make_unique<fuzz::Peer>(answer);
+  schedsh::register_commands(g_world->table);
+  std::string directory = g_world->peer->directory();
+  g_world->backend = std::make_unique<schedsh::LibraryBackend>(directory, directory);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  fuzz::Reader input(data, size);
+  schedsh::Shell shell(g_world->table, *g_world->backend, schedsh::SessionInfo{g_world->peer->session(), "root", false},
+                       g_world->null, g_world->null);
+  for (size_t lines = 0; !input.empty() && lines < kMaxLines && !shell.finished(); lines++) {
+    std::string line(input.line());
+    shell.help(line);
+    schedsh::Shell::Completion completion = shell.complete(line);
+    for (const std::string &candidate : completion.candidates) {
+      // Keywords match in any case.
+      require(strncasecmp(candidate.c_str(), completion.partial.c_str(), completion.partial.size()) == 0,
+              "a completion begins with the word being completed");
+    }
+    require(!shell.prompt().empty(), "every mode has a prompt");
+    // Job mode takes lines as they are, and a NUL byte is refused before anything else.
+    bool asks_help = schedsh::help_request(line).has_value() && shell.mode() != schedsh::Mode::Job &&
+                     line.find('\0') == std::string::npos;
+    bool done = shell.execute(line);
+    require(done || !asks_help, "a request for help never fails");
+  }
+  shell.finish();
+  return 0;
+}
