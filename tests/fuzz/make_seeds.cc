@@ -160,7 +160,7 @@ void daemon_seeds() {
   schedd::ManualClock clock(std::time(nullptr));
   schedd::Daemon daemon(options, clock);
   std::string error;
-  require(daemon.start(&error, false), error.c_str());
+  require(daemon.start(&error, schedd::StartParts{.socket = false, .runner = false, .wall_timer = false}), error.c_str());
   std::string configuration = everything().bytes;
   fuzz::Reader input(reinterpret_cast<const uint8_t *>(configuration.data()), configuration.size());
   while (!input.empty()) {

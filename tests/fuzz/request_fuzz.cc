@@ -182,7 +182,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   g_world->daemon = std::make_unique<schedd::Daemon>(g_world->options, *g_world->clock);
   std::string error;
   // Without a socket the loop never runs: no timer fires, so no job the fuzzer wrote is run.
-  require(g_world->daemon->start(&error, /*listen=*/false), error.c_str());
+  require(g_world->daemon->start(&error, schedd::StartParts{.socket = false, .runner = false, .wall_timer = false}), error.c_str());
   g_world->peer = std::make_unique<fuzz::Peer>(answer);
   schedsh::register_commands(g_world->table);
   g_world->backend =

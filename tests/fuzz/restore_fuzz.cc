@@ -53,7 +53,7 @@ pss2_handle create_store(const std::string &uri) {
 bool start(std::unique_ptr<schedd::Daemon> *daemon, std::string *text) {
   *daemon = std::make_unique<schedd::Daemon>(g_world->options, *g_world->clock);
   std::string error;
-  if (!(*daemon)->start(&error, /*listen=*/false)) return false;
+  if (!(*daemon)->start(&error, schedd::StartParts{.socket = false, .runner = false, .wall_timer = false})) return false;
   std::vector<uint8_t> request{ACFG_CFG_RUNNING, 0};
   schedd::Reply reply = (*daemon)->handle(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, request, kRoot);
   require(reply.status == 0, "a daemon that serves gives its running text");
