@@ -6,6 +6,7 @@
 #include "config/fields.h"
 #include "config/model.h"
 #include "config/names.h"
+#include "config/text_rules.h"
 #include "schedcli/platform/mtrack.h"
 #include "schedcli/status.h"
 
@@ -44,6 +45,7 @@ uint32_t Model::add_email(std::string_view schedule_name, std::string_view addre
   if (schedule.fits) sch_find_schedule(database(), schedule.text, &found);
   if (!found) return SCH_STATUS_NO_SUCH_SCHEDULE;
   if (address.empty() || address.size() >= SCH_EMAIL_SIZE) return SCH_STATUS_BAD_REQUEST;
+  if (!address_travels(address)) return SCH_STATUS_BAD_ADDRESS;
   char address_field[SCH_EMAIL_SIZE];
   copy_text(address_field, address);
 

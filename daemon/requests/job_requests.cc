@@ -1,6 +1,7 @@
 // Requests that create a job, replace its command text, and delete it (types 0, 1, 2).
 #include <cstring>
 
+#include "requests/permissions.h"
 #include "requests/requests.h"
 #include "schedcli/wire.h"
 
@@ -29,12 +30,14 @@ Reply define_job(RequestBytes bytes, const RequestContext &context) {
   if (request.text_length != text.size()) return status_reply(SCH_STATUS_BAD_REQUEST);
   // The text is handled as a C string further on (configuration text, the job's script).
   if (std::memchr(text.data(), '\0', text.size())) return status_reply(SCH_STATUS_BAD_REQUEST);
+  if (uint32_t refused = may_change_job(context, field_text(request.name))) return status_reply(refused);
   return status_reply(context.model.define_job(field_text(request.name), text));
 }
 
 Reply delete_job(RequestBytes bytes, const RequestContext &context) {
   sch_job_request request;
   if (!decode_job_request(bytes, &request)) return status_reply(SCH_STATUS_BAD_REQUEST);
+  if (uint32_t refused = may_change_job(context, field_text(request.name))) return status_reply(refused);
   return status_reply(context.model.delete_job(field_text(request.name)));
 }
 

@@ -11,7 +11,7 @@ class DaemonLifecycle : public DaemonTest {
   void configure_some() {
     ASSERT_NO_FATAL_FAILURE(enable_feature());
     for (const Bytes &request :
-         {job_request(SCH_REQ_CREATE_JOB, "backup"), job_request(SCH_REQ_DEFINE_JOB, "backup", std::string(1500, 'x')),
+         {job_request(SCH_REQ_CREATE_JOB, "backup"), job_request(SCH_REQ_DEFINE_JOB, "backup", std::string(1499, 'x') + "\n"),
           schedule_request(SCH_REQ_CREATE_SCHEDULE, "nightly"), modify_request("nightly", SCH_MODIFY_DAILY, daily(2, 30)),
           assign_request("nightly", "backup"), email_request(SCH_EMAIL_ADD, "nightly", "ops@example.com"),
           credential_request(SCH_CREDENTIAL_STORE, "alice", "7$secret")}) {
@@ -19,7 +19,7 @@ class DaemonLifecycle : public DaemonTest {
     }
   }
   void expect_configured() {
-    EXPECT_EQ(job_text("backup"), std::string(1500, 'x'));
+    EXPECT_EQ(job_text("backup"), std::string(1499, 'x') + "\n");
     ScheduleEntry nightly = schedule("nightly");
     EXPECT_EQ(nightly.head.time.hour * 60 + nightly.head.time.minute, 150);
     EXPECT_EQ(nightly.job_names(), Names{"backup"});

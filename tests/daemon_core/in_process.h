@@ -118,9 +118,9 @@ class InProcessDaemon : public testing::Test {
   // A configuration with something of every kind, schedules not created in name order.
   void configure_everything() {
     ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, "backup")), 0u);
-    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "backup", std::string(2500, 'b'))), 0u);
+    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "backup", std::string(2499, 'b') + "\n")), 0u);
     ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, "rotate")), 0u);
-    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "rotate", "logrotate -f /etc/rotate.conf")), 0u);
+    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "rotate", "logrotate -f /etc/rotate.conf\n")), 0u);
     for (const char *name : {"zeta", "alpha"}) {
       ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, name)), 0u);
       ASSERT_EQ(configure(modify_request(name, SCH_MODIFY_DAILY, daily(2, 30))), 0u);

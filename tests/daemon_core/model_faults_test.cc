@@ -34,9 +34,9 @@ class ModelFaults : public InProcessDaemon, public testing::WithParamInterface<p
 const Change kChanges[] = {
     {"create a job", [](InProcessDaemon &d) { return d.configure(job_request(SCH_REQ_CREATE_JOB, "fresh")); }},
     {"shorten a job's text",
-     [](InProcessDaemon &d) { return d.configure(job_request(SCH_REQ_DEFINE_JOB, "backup", "tar cf /b /etc")); }},
+     [](InProcessDaemon &d) { return d.configure(job_request(SCH_REQ_DEFINE_JOB, "backup", "tar cf /b /etc\n")); }},
     {"lengthen a job's text",
-     [](InProcessDaemon &d) { return d.configure(job_request(SCH_REQ_DEFINE_JOB, "rotate", std::string(3000, 'r'))); }},
+     [](InProcessDaemon &d) { return d.configure(job_request(SCH_REQ_DEFINE_JOB, "rotate", std::string(2999, 'r') + "\n")); }},
     {"delete an assigned job", [](InProcessDaemon &d) { return d.configure(job_request(SCH_REQ_DELETE_JOB, "backup")); }},
     {"create a schedule", [](InProcessDaemon &d) { return d.configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "new")); }},
     {"set a schedule's time",
