@@ -9,6 +9,7 @@
 
 #include "core/clock.h"
 #include "core/daemon.h"
+#include "core/syslog_lines.h"
 #include "detach.h"
 #include "options.h"
 #include "schedcli/diag.h"
@@ -20,15 +21,6 @@ namespace {
 
 constexpr int kStartFailed = 1;
 constexpr int kUsageError = 2;
-
-// The daemon's own messages, in the catalogue's form ("%SCHEDULER-5-SCHEDD_START>> ..."), and
-// like the catalogue's held back when the operator's logging level is below their severity.
-void log_message(int severity, const char *name, const std::string &text) {
-  if (syslog_fac_LOG_SCHEDULER.current_level < severity) return;
-  std::string facility = syslog_fac_LOG_SCHEDULER.name;
-  for (char &c : facility) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  nost_syslog(severity, "<<%%%s-%d-%s>> %s", facility.c_str(), severity, name, text.c_str());
-}
 
 std::string start_text(const schedd::Options &options) {
   return std::string("schedd " SCHED_VERSION " started as ") + (options.standby ? "standby" : "active") +
@@ -51,16 +43,16 @@ int serve(const schedd::Options &options) {
   if (!daemon.start(&error)) {
     std::fprintf(stderr, "schedd: %s\n", error.c_str());
     nost_syslog_copy_to_stderr(0);
-    log_message(LOG_ERR, "SCHEDD_START_FAILED", "schedd " SCHED_VERSION " cannot start: " + error);
+    schedd::log_line(LOG_ERR, "SCHEDD_START_FAILED", "schedd " SCHED_VERSION " cannot start: " + error);
     return kStartFailed;
   }
   // Logged once ready: a detached start says nothing on its terminal, the foreground copies it.
   detacher.ready(daemon.socket_path());
-  log_message(LOG_NOTICE, "SCHEDD_START", start_text(options));
+  schedd::log_line(LOG_NOTICE, "SCHEDD_START", start_text(options));
   daemon.run();
   schedd::notify_service_manager("STOPPING=1");
   // Said while the operator's logging level is still in force: stopping releases it.
-  log_message(LOG_NOTICE, "SCHEDD_STOP", "schedd " SCHED_VERSION " stopped");
+  schedd::log_line(LOG_NOTICE, "SCHEDD_STOP", "schedd " SCHED_VERSION " stopped");
   daemon.stop();
   return 0;
 }

@@ -24,10 +24,16 @@ enum OptionCode {
   kDebug,
   kHelp,
   kVersion,
-  kPrintDirectories
+  kPrintDirectories,
+  kInterpreter,
+  kJobTimeLimit,
+  kMailCaFile
 };
 
 constexpr option kOptions[] = {
+    {"interpreter", required_argument, nullptr, kInterpreter},
+    {"job-time-limit", required_argument, nullptr, kJobTimeLimit},
+    {"mail-ca-file", required_argument, nullptr, kMailCaFile},
     {"state-dir", required_argument, nullptr, kStateDir},
     {"runtime-dir", required_argument, nullptr, kRuntimeDir},
     {"foreground", no_argument, nullptr, kForeground},
@@ -115,6 +121,27 @@ Parsed parse_options(int argc, char **argv, Options *options, std::string *error
         options->debug_levels.push_back(level);
         break;
       }
+      case kInterpreter:
+        if (optarg[0] != '/') {
+          *error = std::string("--interpreter takes an absolute path, not '") + optarg + "'";
+          return Parsed::usage_error;
+        }
+        options->interpreter = optarg;
+        break;
+      case kJobTimeLimit: {
+        char *end = nullptr;
+        errno = 0;
+        long seconds = std::strtol(optarg, &end, 10);
+        if (errno != 0 || end == optarg || *end != '\0' || seconds < 1 || seconds > 7 * 86400) {
+          *error = std::string("--job-time-limit takes seconds from 1 to 604800, not '") + optarg + "'";
+          return Parsed::usage_error;
+        }
+        options->job_time_limit_seconds = static_cast<int>(seconds);
+        break;
+      }
+      case kMailCaFile:
+        options->mail_ca_file = optarg;
+        break;
       case kHelp:
         return Parsed::help;
       case kVersion:
@@ -174,6 +201,12 @@ void print_usage(std::FILE *out) {
       "                      scheduler uses 100 start-up, 102 details, 103 records\n"
       "                      and requests); may be repeated. Detached, the output\n"
       "                      goes to schedd-debug.log in the state directory\n"
+      "  --interpreter PATH  the command interpreter that runs each job's text, given\n"
+      "                      as its -c argument (default /bin/sh)\n"
+      "  --job-time-limit S  end a job still running after S seconds: SIGTERM to its\n"
+      "                      processes, SIGKILL 5 seconds later (default 3600)\n"
+      "  --mail-ca-file FILE certificates to verify the SMTP server's STARTTLS\n"
+      "                      certificate with (default: the system's store)\n"
       "  --print-directories print the state and runtime directories the other\n"
       "                      options select, and exit\n"
       "  --help              show this text and exit\n"

@@ -15,6 +15,9 @@ struct Options {
   bool standby = false;
   bool enable_feature = false;  // turn the scheduler feature on at start, as 'feature scheduler' does
   std::vector<int> debug_levels;  // -1 stands for every level
+  std::string interpreter = "/bin/sh";  // runs each job's command text, given with -c
+  int job_time_limit_seconds = 3600;    // a job still running then is ended
+  std::string mail_ca_file;             // certificates for STARTTLS; empty: the system's
 };
 
 // What the command line asks for: to serve, or only to print something and exit.

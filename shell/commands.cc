@@ -12,6 +12,7 @@
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/syserr.h"
 #include "schedcli/platform/uri.h"
+#include "schedcli/protocol.h"
 #include "schedcli/status.h"
 #include "shell.h"
 

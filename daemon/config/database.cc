@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "schedcli/platform/mtrack.h"
+#include "schedcli/protocol.h"
 
 namespace schedd {
 
@@ -81,14 +82,16 @@ void free_database() {
 void reset_live_configuration() {
   free_database();
   scheduler_enabled = 0;
+  // As the library starts: the default size, no path yet (start-up fills in the default name).
   sch_log_file = sch_log_file_record{};
+  sch_log_file.size_limit = SCH_LOG_FILE_SIZE_DEFAULT;
   email_transport_conf = default_transport();
   next_serial = 0;
 }
 
 sch_email_transport_conf default_transport() {
   sch_email_transport_conf conf{};
-  conf.smtp_reserved = 1;  // an IPv4 address
+  conf.smtp_reserved = SCH_SMTP_SERVER_IPV4;
   conf.smtp_port = SCH_SMTP_PORT_DEFAULT;
   std::memcpy(conf.vrf, "management", sizeof "management");
   return conf;

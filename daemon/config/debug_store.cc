@@ -10,6 +10,7 @@
 #include "schedcli/acfg.h"
 #include "schedcli/diag.h"
 #include "schedcli/platform/syserr.h"
+#include "schedcli/protocol.h"
 #include "schedcli/wire.h"
 
 namespace schedd {
@@ -35,7 +36,7 @@ bool kept_level(uint32_t *level) {
 uint32_t copy_debug_startup() {
   if (sch_debug_pss_startup_uri[0] == '\0') return 0;
   uint32_t status = 0;
-  pss2_handle startup = pss2_open(sch_debug_pss_startup_uri, PSS2_MODE_READ, 0xE0, 0, nullptr, &status);
+  pss2_handle startup = pss2_open(sch_debug_pss_startup_uri, PSS2_MODE_READ, SCH_PSS_PERMISSIONS, 0, nullptr, &status);
   if (status != 0) return 0;  // never copied to startup: nothing to take
   std::vector<std::pair<std::vector<uint8_t>, std::vector<uint8_t>>> records;
   sch::pss::walk_store(startup, [&](pss2_datum key) {

@@ -28,6 +28,8 @@ const char *change_kind_name(ChangeKind kind) {
       return "schedule changed";
     case ChangeKind::schedule_deleted:
       return "schedule deleted";
+    case ChangeKind::schedule_fired:
+      return "schedule fired";
     case ChangeKind::feature_on:
       return "feature on";
     case ChangeKind::feature_off:
@@ -46,8 +48,10 @@ void Model::remove_listener(ModelListener *listener) { std::erase(listeners_, li
 
 void Model::announce(ChangeKind kind, std::string_view name) {
   Change change{kind, std::string(name)};
-  nost_syslog(LOG_NOTICE, "configuration changed by %s: %s%s%s", actor_.empty() ? "schedd" : actor_.c_str(),
+  if (kind != ChangeKind::schedule_fired) {
+    nost_syslog(LOG_NOTICE, "configuration changed by %s: %s%s%s", actor_.empty() ? "schedd" : actor_.c_str(),
               change_kind_name(kind), name.empty() ? "" : " ", change.name.c_str());
+  }
   // A listener may remove itself while hearing of the change.
   std::vector<ModelListener *> listeners = listeners_;
   for (ModelListener *listener : listeners) listener->model_changed(change);

@@ -6,6 +6,7 @@
 #define SCHEDD_CONFIG_MODEL_H
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <span>
 #include <string>
@@ -23,6 +24,7 @@ enum class ChangeKind {
   job_deleted,
   schedule_added,
   schedule_changed,  // its time, user or jobs
+  schedule_fired,    // its run fields: the runner's own record, not a configuration change
   schedule_deleted,
   feature_on,
   feature_off,  // everything configured went with it
@@ -100,6 +102,15 @@ class Model {
 
   // Copies the running configuration and the debug store to startup as one step.
   uint32_t copy_to_startup();
+
+  // What the runner records. A fire of `schedule` at `instant`: its last execution, its execution
+  // count and, for a start-and-repeat time, the instant the next-run computation counts from.
+  uint32_t record_fire(std::string_view schedule, std::time_t instant);
+  // One job run of a fire: its result replaces the job's earlier one for this schedule, and the
+  // schedule's last completion becomes `completion`.
+  uint32_t record_job_run(std::string_view schedule, int job_id, uint32_t wait_status, std::time_t completion);
+  // Moves a start-and-repeat time past the runs missed while the daemon was down.
+  uint32_t skip_missed_repeats(std::string_view schedule, int32_t last_time);
 
 
  private:

@@ -9,8 +9,8 @@
 
 namespace schedd {
 
-// A letter or digit, then letters, digits, '_' and '-', at most SCH_NAME_SIZE - 1 of them. Names
-// become command words in the configuration text, so nothing else may get in.
+// The library's rule for names of new jobs and schedules (sch_name_is_config_word): names become
+// command words in the configuration text, so nothing else may get in.
 bool valid_new_name(std::string_view name);
 
 // A name as the library's lookups take it: NUL-terminated in a field of SCH_NAME_SIZE bytes. A

@@ -14,6 +14,7 @@
 #include "schedcli/platform/sdwrap.h"
 #include "schedcli/platform/syserr.h"
 #include "schedcli/platform/sysmgr.h"
+#include "schedcli/protocol.h"
 #include "schedcli/wire.h"
 
 namespace schedd {
@@ -174,7 +175,7 @@ void release_configuration() {
 }
 
 uint32_t destroy_running_stores() {
-  for (const char *name : {"scheduler_runtime", "scheduler_runtime_database", "scheduler_debug_runtime"}) {
+  for (const char *name : {SCH_STORE_RUNNING, SCH_STORE_RUNNING_DATABASE, SCH_STORE_DEBUG_RUNNING}) {
     uint32_t status = pss2_destroy(sysmgr_uri_complete(sysmgr_running_cfg_uri_get(), "", name));
     if (status != 0 && status != PSS2_ERR_NO_STORE) return status;
   }

@@ -8,16 +8,13 @@
 #include "config/fields.h"
 #include "config/model.h"
 #include "config/text_rules.h"
+#include "schedcli/protocol.h"
 #include "schedcli/status.h"
 
 namespace schedd {
 
 namespace {
 
-// Address kinds of the server field, as the shell sends them.
-constexpr uint32_t kServerIpv4 = 1;
-constexpr uint32_t kServerIpv6 = 2;
-constexpr uint32_t kServerHostName = 16;
 constexpr uint32_t kLargestPort = 65535;
 
 // Addresses, server names and VRF names become words of the configuration text: a blank or a
@@ -32,11 +29,11 @@ bool one_word(const char (&field)[N]) {
 bool server_matches_kind(const sch_email_transport_conf &conf) {
   unsigned char address[16];
   switch (conf.smtp_reserved) {
-    case kServerIpv4:
+    case SCH_SMTP_SERVER_IPV4:
       return inet_pton(AF_INET, conf.smtp_server, address) == 1;
-    case kServerIpv6:
+    case SCH_SMTP_SERVER_IPV6:
       return inet_pton(AF_INET6, conf.smtp_server, address) == 1;
-    case kServerHostName:
+    case SCH_SMTP_SERVER_HOST_NAME:
       return true;
     default:
       return false;

@@ -15,8 +15,12 @@
 #include "core/debug.h"
 #include "ipc/dispatch.h"
 #include "ipc/server.h"
+#include "runner/runner.h"
 #include "schedcli/pss.h"
 #include "schedcli/platform/cmi.h"
+#include "schedcli/platform/file_sync.h"
+#include "schedcli/platform/pss.h"
+#include "schedcli/protocol.h"
 #include "schedcli/platform/sdwrap.h"
 #include "schedcli/platform/secrets.h"
 #include "schedcli/platform/syserr.h"
@@ -39,11 +43,11 @@ struct StoreName {
   const char *name;
 };
 constexpr StoreName kStores[] = {
-    {sysmgr_running_cfg_uri_get, "scheduler_runtime"},
-    {sysmgr_running_cfg_uri_get, "scheduler_runtime_database"},
-    {sysmgr_running_cfg_uri_get, "scheduler_debug_runtime"},
-    {sysmgr_startup_cfg_uri_get, "scheduler_startup"},
-    {sysmgr_debug_cfg_uri_get, "scheduler_debug_startup"},
+    {sysmgr_running_cfg_uri_get, SCH_STORE_RUNNING},
+    {sysmgr_running_cfg_uri_get, SCH_STORE_RUNNING_DATABASE},
+    {sysmgr_running_cfg_uri_get, SCH_STORE_DEBUG_RUNNING},
+    {sysmgr_startup_cfg_uri_get, SCH_STORE_STARTUP},
+    {sysmgr_debug_cfg_uri_get, SCH_STORE_DEBUG_STARTUP},
 };
 
 // The library keeps each store's URI in 64 bytes; a longer one would name another file.
@@ -78,13 +82,10 @@ bool exists(const std::string &path) {
 bool write_marker(const std::string &path) {
   int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   if (fd < 0) return false;
-  bool synced = fsync(fd) == 0;
+  int error = file_sync_with_directory(fd, path.c_str());
   close(fd);
-  int directory = open(sysmgr_runtime_dir(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (directory < 0) return false;
-  synced = fsync(directory) == 0 && synced;
-  close(directory);
-  return synced;
+  errno = error;
+  return error == 0;
 }
 
 }  // namespace
@@ -98,16 +99,18 @@ const std::string &Daemon::socket_path() const {
   return server_ ? server_->socket_path() : none;
 }
 
-bool Daemon::start(std::string *error, bool listen) {
+bool Daemon::start(std::string *error, StartParts parts) {
   static constexpr Step kDirectories{"directories", &Daemon::set_directories, nullptr};
   static constexpr Step kDebugOutput{"debug output", &Daemon::open_debug_output, &Daemon::close_debug_output};
   static constexpr Step kLock{"instance lock", &Daemon::lock_instance, &Daemon::unlock_instance};
   static constexpr Step kRestore{"configuration", &Daemon::restore, &Daemon::release};
   static constexpr Step kMark{"running stores", &Daemon::mark_running_stores_whole, nullptr};
+  static constexpr Step kRunner{"runner", &Daemon::start_runner, &Daemon::stop_runner};
   static constexpr Step kServer{"socket", &Daemon::start_server, &Daemon::stop_server};
-  const std::array<const Step *, 6> steps{&kDirectories, &kDebugOutput, &kLock, &kRestore, &kMark, &kServer};
+  wall_timer_ = parts.wall_timer;
+  const std::array<const Step *, 7> steps{&kDirectories, &kDebugOutput, &kLock, &kRestore, &kMark, &kRunner, &kServer};
   for (const Step *step : steps) {
-    if (step == &kServer && !listen) break;
+    if ((step == &kServer && !parts.socket) || (step == &kRunner && (!parts.runner || options_.standby))) continue;
     std::string why;
     if (!(this->*step->start)(&why)) {
       *error = std::string(step->name) + ": " + why;
@@ -223,6 +226,17 @@ bool Daemon::restore(std::string *error) {
   }
   debug(kDebugStartup, "starting %s%s, state %s, runtime %s", options_.standby ? "as standby" : "active",
         stateless_ ? " after a stateless restart" : "", options_.state_dir.c_str(), options_.runtime_dir.c_str());
+  if (!options_.standby) {
+    // A copy to startup that a crash interrupted is finished, or its leftovers removed, before the
+    // startup store is read.
+    uint32_t recovered = pss2_startup_recover();
+    if (recovered == PSS2_ERR_CORRUPT) {
+      nost_syslog(LOG_WARNING, "schedd: a damaged record of an interrupted copy to startup was removed");
+    } else if (recovered != 0) {
+      *error = std::string("cannot recover the startup stores: ") + syserr2str(recovered);
+      return false;
+    }
+  }
   StartupMode mode{options_.standby, stateless_, options_.enable_feature};
   if (!restore_configuration(mode, error)) {
     release();
@@ -241,6 +255,23 @@ bool Daemon::mark_running_stores_whole(std::string *error) {
   }
   return true;
 }
+
+bool Daemon::start_runner(std::string *error) {
+  RunnerSettings settings;
+  settings.wall_timer = wall_timer_;
+  settings.interpreter = options_.interpreter;
+  settings.time_limit = std::chrono::seconds(options_.job_time_limit_seconds);
+  settings.mail_ca_file = options_.mail_ca_file;
+  runner_ = std::make_unique<Runner>(model_, loop_, clock_, settings);
+  if (!runner_->start()) {
+    *error = "no wall-clock timer: schedules could not fire";
+    runner_.reset();
+    return false;
+  }
+  return true;
+}
+
+void Daemon::stop_runner() { runner_.reset(); }
 
 bool Daemon::start_server(std::string *error) {
   server_ = std::make_unique<Server>(loop_, [this](uint32_t service, uint32_t opcode, RequestBytes request,

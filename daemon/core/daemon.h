@@ -16,7 +16,15 @@
 
 namespace schedd {
 
+class Runner;
 class Server;
+
+// What start() brings up besides the configuration; in-process tests leave parts out.
+struct StartParts {
+  bool socket = true;  // without it, requests come through handle()
+  bool runner = true;  // without it, no schedule fires
+  bool wall_timer = true;  // without it, the runner fires only when told to (fire_due)
+};
 
 class Daemon {
  public:
@@ -28,9 +36,8 @@ class Daemon {
   ~Daemon();
 
   // Every start-up step in order, each checked. False with `error` naming the step that failed and
-  // why; what earlier steps brought up is torn down again then. `listen` false leaves the socket
-  // out (in-process tests call handle()).
-  bool start(std::string *error, bool listen = true);
+  // why; what earlier steps brought up is torn down again then.
+  bool start(std::string *error, StartParts parts = {});
   // Serves until SIGTERM or SIGINT, or until stop_serving() is called.
   void run();
   void stop_serving();
@@ -41,6 +48,7 @@ class Daemon {
   Reply handle(uint32_t service, uint32_t opcode, RequestBytes request, const Caller &caller);
 
   Model &model() { return model_; }
+  Runner *runner() { return runner_.get(); }
   EventLoop &loop() { return loop_; }
   const Clock &clock() const { return clock_; }
   const std::string &socket_path() const;
@@ -61,6 +69,8 @@ class Daemon {
   bool restore(std::string *error);
   void release();
   bool mark_running_stores_whole(std::string *error);
+  bool start_runner(std::string *error);
+  void stop_runner();
   bool start_server(std::string *error);
   void stop_server();
 
@@ -68,11 +78,13 @@ class Daemon {
   const Clock &clock_;
   EventLoop loop_;
   Model model_;
+  std::unique_ptr<Runner> runner_;
   std::unique_ptr<Server> server_;
   std::vector<const Step *> started_;
   std::FILE *debug_stream_ = nullptr;
   int lock_fd_ = -1;
   bool stateless_ = false;
+  bool wall_timer_ = true;
 };
 
 }  // namespace schedd

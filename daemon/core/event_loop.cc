@@ -36,4 +36,17 @@ void EventLoop::quit() { g_main_loop_quit(loop_); }
 
 bool EventLoop::iterate() { return g_main_context_iteration(context_, FALSE) != 0; }
 
+void EventLoop::post(std::function<void()> task) {
+  GSource *source = g_idle_source_new();
+  g_source_set_callback(
+      source,
+      [](gpointer data) -> gboolean {
+        (*static_cast<std::function<void()> *>(data))();
+        return G_SOURCE_REMOVE;
+      },
+      new std::function<void()>(std::move(task)), [](gpointer data) { delete static_cast<std::function<void()> *>(data); });
+  g_source_attach(source, context_);
+  g_source_unref(source);
+}
+
 }  // namespace schedd

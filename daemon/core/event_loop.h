@@ -25,6 +25,9 @@ class EventLoop {
   void quit();
   // Runs what is ready without waiting; for tests. True when something ran.
   bool iterate();
+  // Runs `task` on the loop's thread at its next turn: for work that must not run inside the
+  // callback that asks for it.
+  void post(std::function<void()> task);
 
  private:
   static gboolean on_signal(gpointer self);

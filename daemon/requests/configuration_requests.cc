@@ -12,6 +12,7 @@
 #include "schedcli/keys.h"
 #include "schedcli/platform/mtrack.h"
 #include "schedcli/platform/sysmgr.h"
+#include "schedcli/protocol.h"
 #include "schedcli/wire.h"
 
 namespace schedd {
@@ -23,7 +24,7 @@ constexpr uint8_t kHighestLevel = 7;
 // The startup store says the feature is on: its condition record holds 1.
 bool startup_feature_enabled() {
   uint32_t status = 0;
-  pss2_handle startup = pss2_open(sch_pss_startup_uri, PSS2_MODE_READ, 0xE0, 0, nullptr, &status);
+  pss2_handle startup = pss2_open(sch_pss_startup_uri, PSS2_MODE_READ, SCH_PSS_PERMISSIONS, 0, nullptr, &status);
   if (status != 0) return false;
   sch_config_key key = sch_condition_key;
   sch_hton_config_key(&key);

@@ -13,11 +13,14 @@
 
 namespace schedd {
 
+class Runner;
+
 // What every handler is given besides the request.
 struct RequestContext {
   const Caller &caller;
   Model &model;
   bool standby;  // a standby's stores belong to the active daemon: it changes nothing
+  const Runner *runner = nullptr;  // none on a standby, or when a test leaves it out
 };
 
 // Jobs (types 0, 1, 2).
@@ -33,6 +36,10 @@ Reply schedule_email(RequestBytes request, const RequestContext &context);
 // Credentials (types 22 and 23).
 Reply user_credential(RequestBytes request, const RequestContext &context);
 Reply user_credential_list(RequestBytes request, const RequestContext &context);
+// The run log as a stream of its entries (type 8).
+Reply show_log(RequestBytes request, const RequestContext &context);
+// The timers of every schedule as text (type 30).
+Reply timers_display(RequestBytes request, const RequestContext &context);
 // Display cursors (types 6 and 7).
 Reply schedule_display(RequestBytes request, const RequestContext &context);
 Reply job_display(RequestBytes request, const RequestContext &context);

@@ -13,7 +13,9 @@
 #include <system_error>
 
 #include "core/debug.h"
+#include "core/syslog_lines.h"
 #include "schedcli/diag.h"
+#include "schedcli/platform/file_sync.h"
 #include "schedcli/platform/syslog.h"
 #include "schedcli/platform/sysmgr.h"
 #include "schedcli/status.h"
@@ -29,24 +31,8 @@ constexpr mode_t kLogFileMode = 0640;
 // The catalogue's file-error message, with the failed step, the path and the system's reason.
 void report_failure(const char *step, const std::string &path, int error) {
   debug(kDebugRequest, "log file: cannot %s %s: %s", step, path.c_str(), std::strerror(error));
-  const syslog_message &message = syslog_msg_SCH_SYSLOG_FILE_ERR;
-  if (message.facility->current_level < message.severity) return;
-  std::string facility = message.facility->name;
-  for (char &c : facility) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   std::string what = std::string("log file: cannot ") + step + " " + path;
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  nost_syslog(message.severity, message.format, facility.c_str(), static_cast<int>(message.severity), what.c_str(),
-              std::strerror(error));
-#pragma GCC diagnostic pop
-}
-
-// A rename is durable once the directories that changed are synced.
-void sync_directory_of(const std::string &location) {
-  int fd = open(fs::path(location).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return;
-  fsync(fd);
-  close(fd);
+  emit(syslog_msg_SCH_SYSLOG_FILE_ERR, what.c_str(), std::strerror(error));
 }
 
 bool inside(const fs::path &directory, const char *root) {
@@ -91,7 +77,7 @@ uint32_t copy_then_remove(const std::string &from, const std::string &to) {
     unlink(to.c_str());
     return SCH_STATUS_LOG_FILE_IO;
   }
-  sync_directory_of(to);
+  file_sync_directory_of(to.c_str());
   if (unlink(from.c_str()) != 0) report_failure("remove", from, errno);
   return 0;
 }
@@ -175,8 +161,8 @@ uint32_t move_log_file(const std::string &from, const std::string &to) {
   struct stat existing;
   if (lstat(to.c_str(), &existing) == 0) return SCH_STATUS_LOG_FILE_EXISTS;
   if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
-    sync_directory_of(from);
-    sync_directory_of(to);
+    file_sync_directory_of(from.c_str());
+    file_sync_directory_of(to.c_str());
     return 0;
   }
   switch (errno) {
@@ -199,7 +185,7 @@ uint32_t move_log_file(const std::string &from, const std::string &to) {
       // A file system without the no-replace rename: a hard link refuses an existing name too.
       if (link(from.c_str(), to.c_str()) == 0) {
         if (unlink(from.c_str()) != 0) report_failure("remove", from, errno);
-        sync_directory_of(to);
+        file_sync_directory_of(to.c_str());
         return 0;
       }
       if (errno == EEXIST) return SCH_STATUS_LOG_FILE_EXISTS;

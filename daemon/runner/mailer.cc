@@ -15,10 +15,19 @@
 #include <set>
 #include <thread>
 
+#include "core/syslog_lines.h"
 #include "schedcli/diag.h"
 #include "schedcli/platform/syslog.h"
 
 namespace schedd::mail {
+
+namespace {
+
+// A catalogue message whose one argument is `text`.
+void emit_text(const syslog_message &message, const std::string &text) { schedd::emit(message, text.c_str()); }
+
+}  // namespace
+
 
 namespace {
 
@@ -28,16 +37,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kMaxQuotedLength = 200;
 // Longest network device name the kernel accepts (IFNAMSIZ less the NUL).
 constexpr std::size_t kMaxDeviceNameLength = 15;
-
-void emit(const syslog_message &message, const std::string &text) {
-  if (message.facility->current_level < message.severity) return;
-  std::string facility = message.facility->name;
-  for (char &c : facility) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  nost_syslog(message.severity, message.format, facility.c_str(), static_cast<int>(message.severity), text.c_str());
-#pragma GCC diagnostic pop
-}
 
 std::string about(const std::string &schedule, const std::string &job) {
   return "mail for job " + header_safe(job, 64) + " of schedule " + header_safe(schedule, 64);
@@ -238,7 +237,7 @@ static std::string bound_device(Mailer::State &state, const std::string &vrf) {
   if (vrf.empty()) return "";
   if (valid_device_name(vrf) && access((state.settings.network_devices + "/" + vrf).c_str(), F_OK) == 0) return vrf;
   if (state.vrfs_reported.insert(vrf).second) {
-    emit(syslog_msg_SCH_WARN, "mail: no network device for VRF " + header_safe(vrf, 64) + ", using the default routing");
+    emit_text(syslog_msg_SCH_WARN, "mail: no network device for VRF " + header_safe(vrf, 64) + ", using the default routing");
   }
   return "";
 }
@@ -362,7 +361,7 @@ static void work(const std::shared_ptr<Mailer::State> &shared) {
     if (attempt.code == CURLE_ABORTED_BY_CALLBACK && state.stopping) {
       state.bytes -= pending.bytes();
       lock.unlock();
-      emit(syslog_msg_SCH_WARN, about(pending.schedule, pending.job) + " dropped: the mailer stopped during delivery");
+      emit_text(syslog_msg_SCH_WARN, about(pending.schedule, pending.job) + " dropped: the mailer stopped during delivery");
       continue;
     }
     if (attempt.code == CURLE_OK) {
@@ -371,7 +370,7 @@ static void work(const std::shared_ptr<Mailer::State> &shared) {
       std::vector<std::string> refused = pending.invalid;
       refused.insert(refused.end(), attempt.refused.begin(), attempt.refused.end());
       bool whole = refused.empty();
-      emit(whole ? syslog_msg_SCH_MSG : syslog_msg_SCH_WARN, delivered_text(pending, attempt, refused));
+      emit_text(whole ? syslog_msg_SCH_MSG : syslog_msg_SCH_WARN, delivered_text(pending, attempt, refused));
       MailResult result = result_of(pending, whole ? MailOutcome::delivered : MailOutcome::partly_delivered,
                                     attempt.last_reply);
       result.accepted = attempt.accepted;
@@ -393,7 +392,7 @@ static void work(const std::shared_ptr<Mailer::State> &shared) {
     }
     state.bytes -= pending.bytes();
     lock.unlock();
-    emit(syslog_msg_SCH_ERR, about(pending.schedule, pending.job) + " given up after " +
+    emit_text(syslog_msg_SCH_ERR, about(pending.schedule, pending.job) + " given up after " +
                                  std::to_string(pending.attempts) + (pending.attempts == 1 ? " attempt: " : " attempts: ") +
                                  reason);
     MailResult result = result_of(pending, MailOutcome::given_up, reason);
@@ -426,7 +425,7 @@ Mailer::~Mailer() {
 bool Mailer::submit(const MailRequest &request) {
   const RunReport &run = request.run;
   auto refuse = [&](const std::string &reason, std::vector<std::string> refused) {
-    emit(syslog_msg_SCH_ERR, about(run.schedule, run.job) + " not sent: " + reason);
+    emit_text(syslog_msg_SCH_ERR, about(run.schedule, run.job) + " not sent: " + reason);
     MailResult result;
     result.schedule = run.schedule;
     result.job = run.job;
@@ -489,7 +488,7 @@ bool Mailer::submit(const MailRequest &request) {
   if (taken) state_->wake.notify_one();
   if (!taken) dropped.push_back(std::move(pending));
   for (Pending &old : dropped) {
-    emit(syslog_msg_SCH_WARN, about(old.schedule, old.job) + " dropped: the mail queue is full");
+    emit_text(syslog_msg_SCH_WARN, about(old.schedule, old.job) + " dropped: the mail queue is full");
     post_result(state_, result_of(old, MailOutcome::dropped, "the mail queue is full"));
   }
   return taken;
@@ -508,7 +507,7 @@ void Mailer::stop() {
   state_->worker.join();
   state_->alive = false;
   state_->bytes = 0;
-  if (waiting > 0) emit(syslog_msg_SCH_WARN, "mail: " + std::to_string(waiting) + " waiting messages dropped at shutdown");
+  if (waiting > 0) emit_text(syslog_msg_SCH_WARN, "mail: " + std::to_string(waiting) + " waiting messages dropped at shutdown");
 }
 
 std::size_t Mailer::queued_messages() const {

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "runner/log_file.h"
+#include "schedcli/platform/file_sync.h"
 #include "schedcli/status.h"
 #include "schedcli/wire.h"
 
@@ -152,13 +153,6 @@ std::vector<uint8_t> encode_entry(const RunLogEntry &entry, size_t output_length
   return bytes;
 }
 
-void sync_directory_of(const std::string &location) {
-  int fd = open(std::filesystem::path(location).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return;
-  fsync(fd);
-  close(fd);
-}
-
 // Writes the entries from `keep_from` to `end` of the open file and then `entry` to a new file
 // beside it, syncs it and renames it over `location`.
 bool rewrite(int fd, const std::string &location, uint64_t keep_from, uint64_t end, const std::vector<uint8_t> &entry) {
@@ -172,12 +166,12 @@ bool rewrite(int fd, const std::string &location, uint64_t keep_from, uint64_t e
     written = read_at(fd, at, chunk.data(), piece) && write_all(target.fd, chunk.data(), piece);
     at += piece;
   }
-  written = written && write_all(target.fd, entry.data(), entry.size()) && fsync(target.fd) == 0;
+  written = written && write_all(target.fd, entry.data(), entry.size()) && file_sync(target.fd) == 0;
   if (!written || rename(temporary.c_str(), location.c_str()) != 0) {
     unlink(temporary.c_str());
     return false;
   }
-  sync_directory_of(location);
+  file_sync_directory_of(location.c_str());
   return true;
 }
 

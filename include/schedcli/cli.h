@@ -57,6 +57,13 @@ typedef struct sch_cli_context {
 /* 1 when the name matches ^[0-9A-Za-z][0-9A-Za-z_-]*$, else 0. */
 SCHED_EXPORT int sch_cli_check_name(const char *name);
 
+/* The rule for a new job or schedule name wherever it is accepted (names become command words in
+ * the configuration text): 1 when `name` is 1 to 31 bytes, each an ASCII letter, digit, '_' or
+ * '-', the first a letter or digit, followed by a NUL within the first 32 bytes; else 0 (NULL
+ * included). Reads at most 32 bytes, so a fixed 32-byte name field without a terminator is refused,
+ * never read past. Independent of the locale. */
+SCHED_EXPORT int sch_name_is_config_word(const char *name);
+
 /* ---- Job-execution credentials ---- */
 
 /* The gate of every job and schedule change: 0 when `user` is local, or remote with a stored

@@ -1,6 +1,7 @@
 // Serving a request of the configuration framework: the running or the startup configuration.
 #include "diag/trace.h"
 #include "schedcli/acfg.h"
+#include "schedcli/protocol.h"
 #include "schedcli/pss.h"
 
 using sch::kTraceFramework;
@@ -8,13 +9,13 @@ using sch::trace;
 
 namespace {
 
-constexpr uint32_t kPermissions = 0xE0;
+constexpr uint32_t kPermissions = SCH_PSS_PERMISSIONS;
 
 // Renders the startup store through the private copy, then frees the copy. The restore refreshes
 // the live single-instance records from the startup store and leaves them so: intended.
 void render_startup(acfg_handle *handle, acfg_message *message) {
   sch_log_file.size_limit = SCH_LOG_FILE_SIZE_DEFAULT;  // a store without a log-file record shows no size
-  const char *uri = acfg_uri_complete(acfg_startup_cfg_uri_prefix_get(message), "", "scheduler_startup");
+  const char *uri = acfg_uri_complete(acfg_startup_cfg_uri_prefix_get(message), "", SCH_STORE_STARTUP);
   trace(kTraceFramework, "Opening Startup config PSS file at %s", uri ? uri : "");
   uint32_t status = 0;
   pss2_handle startup = pss2_open(uri, PSS2_MODE_UPDATE, kPermissions, 0, nullptr, &status);
@@ -26,7 +27,7 @@ void render_startup(acfg_handle *handle, acfg_message *message) {
 
   pss2_handle debug = 0;
   const char *debug_uri =
-      acfg_uri_complete(acfg_startup_debug_cfg_uri_prefix_get(message), "", "scheduler_debug_startup");
+      acfg_uri_complete(acfg_startup_debug_cfg_uri_prefix_get(message), "", SCH_STORE_DEBUG_STARTUP);
   if (!debug_uri) {
     trace(kTraceFramework, "Error in getting dbg_uri\n");
   } else {

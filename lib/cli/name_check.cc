@@ -1,7 +1,14 @@
 // The rule for job and schedule names.
 #include <regex.h>
 
+#include "db/records.h"
 #include "schedcli/cli.h"
+
+namespace {
+
+bool letter_or_digit(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+
+}  // namespace
 
 extern "C" int sch_cli_check_name(const char *name) {
   if (!name) return 0;
@@ -11,4 +18,15 @@ extern "C" int sch_cli_check_name(const char *name) {
   int matched = regexec(&expression, name, 0, nullptr, 0) == 0;
   regfree(&expression);
   return matched;
+}
+
+// Explicit ASCII ranges rather than the regular expression or isalnum: in another locale either
+// may accept letters that are no command word of the configuration text.
+extern "C" int sch_name_is_config_word(const char *name) {
+  if (!name || !letter_or_digit(name[0])) return 0;
+  for (size_t i = 1; i < SCH_NAME_SIZE; i++) {
+    if (name[i] == '\0') return 1;
+    if (!letter_or_digit(name[i]) && name[i] != '_' && name[i] != '-') return 0;
+  }
+  return 0;  // no terminator inside the field
 }

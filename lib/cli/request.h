@@ -2,69 +2,20 @@
  *
  * These are wire formats: every integer is 32-bit big-endian on the wire (encode and decode with
  * sch_wire_encode / sch_wire_decode, never by copying a structure). The structures below are the
- * native images; the static_asserts pin every size and offset. Type codes, services and opcodes
- * travel between programs: never renumber. */
+ * native images; the static_asserts pin every size and offset. Type codes, services, opcodes and
+ * sub-codes have their home in schedcli/protocol.h. */
 #ifndef SCHEDCLI_LIB_CLI_REQUEST_H
 #define SCHEDCLI_LIB_CLI_REQUEST_H
 
 #include <stdint.h>
 
 #include "db/records.h"
+#include "schedcli/protocol.h"
 #include "schedcli/tminfo.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-/* Services and opcodes. */
-#define SCH_SERVICE_CONFIG 5950u
-#define SCH_SERVICE_DISPLAY 5951u
-#define SCH_OPCODE_CONFIG 3u
-#define SCH_OPCODE_DISPLAY 2u
-#define SCH_OPCODE_DISPLAY_SIMPLE 1u /* types 19 and 23 */
-#define SCH_CMI_FLAGS 136u           /* handed to every cmi_req_resp call unchanged */
-
-enum sch_request_type {
-  SCH_REQ_CREATE_JOB = 0,
-  SCH_REQ_DEFINE_JOB = 1,
-  SCH_REQ_DELETE_JOB = 2,
-  SCH_REQ_CREATE_SCHEDULE = 3,
-  SCH_REQ_MODIFY_SCHEDULE = 4,
-  SCH_REQ_DELETE_SCHEDULE = 5,
-  SCH_REQ_GET_SCHEDULES = 6,
-  SCH_REQ_GET_JOBS = 7,
-  SCH_REQ_SHOW_LOG = 8,
-  SCH_REQ_LOG_SIZE = 9,
-  SCH_REQ_LOG_NAME = 10,
-  SCH_REQ_LOG_CLEAR = 11,
-  SCH_REQ_GET_LOG_CONFIG = 12,
-  SCH_REQ_EMAIL_FROM = 13,
-  SCH_REQ_NO_EMAIL_FROM = 14,
-  SCH_REQ_EMAIL_REPLY_TO = 15,
-  SCH_REQ_NO_EMAIL_REPLY_TO = 16,
-  SCH_REQ_EMAIL_SMTP = 17,
-  SCH_REQ_NO_EMAIL_SMTP = 18,
-  SCH_REQ_GET_EMAIL_TRANSPORT = 19,
-  SCH_REQ_SCHEDULE_EMAIL = 20,
-  SCH_REQ_USER_CREDENTIAL = 22,
-  SCH_REQ_GET_USER_CONFIG = 23
-};
-
-/* Sub-commands of the modify-schedule request (type 4). */
-#define SCH_MODIFY_ONESHOT 1u
-#define SCH_MODIFY_DAILY 3u
-#define SCH_MODIFY_WEEKLY 4u
-#define SCH_MODIFY_MONTHLY 5u
-#define SCH_MODIFY_START_REPEAT 7u
-#define SCH_MODIFY_JOB 999u          /* assign (positive form) or deassign (no form) */
-#define SCH_MODIFY_JOB_NO_NAME 1000u
-
-/* Operations of the schedule email (type 20) and credential (type 22) requests. */
-#define SCH_EMAIL_ADD 20u
-#define SCH_EMAIL_DELETE 21u
-#define SCH_CREDENTIAL_FETCH 1u
-#define SCH_CREDENTIAL_STORE 3u
-#define SCH_CREDENTIAL_DELETE 4u
 
 /* Header of every request: the length is the record's size minus these 8 bytes. */
 typedef struct sch_request_header {

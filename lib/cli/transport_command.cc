@@ -11,11 +11,6 @@ using namespace sch::cli;
 
 namespace {
 
-// Address kinds of the server field; they travel in the request: never renumber.
-constexpr uint32_t kServerIpv4 = 1;
-constexpr uint32_t kServerIpv6 = 2;
-constexpr uint32_t kServerHostName = 16;
-
 const sch_cli_param *param_at(const sch_cli_context *context, int index) {
   const sch_cli_param *param = context->param_count > index ? context->params[index] : nullptr;
   return param && param->value ? param : nullptr;
@@ -28,13 +23,13 @@ const char *text_of(const sch_cli_param *param) { return static_cast<const char 
 bool server_kind(uint32_t address_kind, uint32_t *kind) {
   switch (address_kind) {
     case SCH_ADDRESS_IPV4:
-      *kind = kServerIpv4;
+      *kind = SCH_SMTP_SERVER_IPV4;
       return true;
     case SCH_ADDRESS_IPV6:
-      *kind = kServerIpv6;
+      *kind = SCH_SMTP_SERVER_IPV6;
       return true;
     case SCH_ADDRESS_HOST_NAME:
-      *kind = kServerHostName;
+      *kind = SCH_SMTP_SERVER_HOST_NAME;
       return true;
     default:
       return false;

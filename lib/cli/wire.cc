@@ -12,22 +12,40 @@ using codec::WordRun;
 
 namespace {
 
-constexpr WordRun kHeader[] = {{0, 2}};
-constexpr WordRun kJobRequest[] = {{0, 4}, {48, 2}};
-constexpr WordRun kScheduleRequest[] = {{0, 4}};
-constexpr WordRun kModifyRequest[] = {{0, 5}, {84, 11}};
-constexpr WordRun kDisplayRequest[] = {{0, 3}, {44, 1}};
-constexpr WordRun kLogFileRequest[] = {{0, 4}, {528, 1}};
-constexpr WordRun kTransportRequest[] = {{0, 2}, {8 + 448, 2}};
-constexpr WordRun kJobReply[] = {{32, 3}};
-constexpr WordRun kScheduleReplyJob[] = {{32, 1}};
-constexpr WordRun kScheduleReply[] = {{0, 1},   {36, 13}, {128, 3}, {204, 1}, {272, 1}, {340, 1}, {408, 1},
-                                      {476, 1}, {544, 1}, {612, 1}, {680, 1}, {748, 1}, {816, 1}};
-constexpr WordRun kTransportConf[] = {{448, 2}};
-constexpr WordRun kTminfo[] = {{0, 10}};
+// The in-use word of each of `N` email slots that start at byte `slots` of a record.
+template <size_t N>
+constexpr void add_slot_words(WordRun *runs, size_t slots) {
+  for (size_t i = 0; i < N; i++) {
+    size_t in_use = slots + i * sizeof(sch_email_slot) + offsetof(sch_email_slot, in_use);
+    runs[i] = codec::word_run(in_use, in_use + sizeof(uint32_t));
+  }
+}
 
-static_assert(offsetof(sch_schedule_reply, emails[0].in_use) == 204 && offsetof(sch_schedule_reply, emails[9].in_use) == 816);
-static_assert(offsetof(sch_transport_request, conf.smtp_reserved) == 8 + 448);
+constexpr WordRun kHeader[] = {SCH_WORD_RUN(sch_request_header, type, length)};
+constexpr WordRun kJobRequest[] = {SCH_WORD_RUN(sch_job_request, header, reserved12),
+                                   SCH_WORD_RUN(sch_job_request, reserved48, text_length)};
+constexpr WordRun kScheduleRequest[] = {SCH_WORD_RUN(sch_schedule_request, header, reserved12)};
+constexpr WordRun kModifyRequest[] = {SCH_WORD_RUN(sch_modify_schedule_request, header, code),
+                                      SCH_WORD_RUN(sch_modify_schedule_request, reserved84, time)};
+constexpr WordRun kDisplayRequest[] = {SCH_WORD_RUN(sch_display_request, header, reserved8),
+                                       SCH_WORD_RUN(sch_display_request, cursor, cursor)};
+constexpr WordRun kLogFileRequest[] = {SCH_WORD_RUN(sch_log_file_request, header, reserved12),
+                                       SCH_WORD_RUN(sch_log_file_request, size, size)};
+constexpr WordRun kTransportRequest[] = {SCH_WORD_RUN(sch_transport_request, header, header),
+                                         SCH_WORD_RUN(sch_transport_request, conf.smtp_reserved, conf.smtp_port)};
+constexpr WordRun kJobReply[] = {SCH_WORD_RUN(sch_job_reply, cursor, text_length)};
+constexpr WordRun kScheduleReplyJob[] = {SCH_WORD_RUN(sch_schedule_reply_job, status, status)};
+// The cursor, the time through the job count, the last execution through the email flag, then
+// each email slot's in-use word.
+constexpr auto kScheduleReply = [] {
+  std::array<WordRun, 3 + SCH_MAX_EMAILS> runs{SCH_WORD_RUN(sch_schedule_reply, cursor, cursor),
+                                               SCH_WORD_RUN(sch_schedule_reply, time, job_count),
+                                               SCH_WORD_RUN(sch_schedule_reply, last_execution, any_email)};
+  add_slot_words<SCH_MAX_EMAILS>(runs.data() + 3, offsetof(sch_schedule_reply, emails));
+  return runs;
+}();
+constexpr WordRun kTransportConf[] = {SCH_WORD_RUN(sch_email_transport_conf, smtp_reserved, smtp_port)};
+constexpr WordRun kTminfo[] = {SCH_WORD_RUN(tminfo, type, reserved)};
 
 const std::array<Layout, SCH_WIRE_RECORD_COUNT> kLayouts = {{
     {sizeof(sch_job_request), kJobRequest},
@@ -76,19 +94,12 @@ int sch_wire_decode(sch_wire_record kind, const void *in, size_t length, void *n
   return length < layout->size ? 1 : 0;
 }
 
-void sch_wire_put_u32(void *out, uint32_t value) { codec::put_u32(static_cast<uint8_t *>(out), value); }
+void sch_wire_put_u32(void *out, uint32_t value) { bigendian::put_u32(static_cast<uint8_t *>(out), value); }
 
-uint32_t sch_wire_get_u32(const void *in) { return codec::get_u32(static_cast<const uint8_t *>(in)); }
+uint32_t sch_wire_get_u32(const void *in) { return bigendian::get_u32(static_cast<const uint8_t *>(in)); }
 
-void sch_wire_put_u16(void *out, uint16_t value) {
-  auto *bytes = static_cast<uint8_t *>(out);
-  bytes[0] = static_cast<uint8_t>(value >> 8);
-  bytes[1] = static_cast<uint8_t>(value);
-}
+void sch_wire_put_u16(void *out, uint16_t value) { bigendian::put_u16(static_cast<uint8_t *>(out), value); }
 
-uint16_t sch_wire_get_u16(const void *in) {
-  const auto *bytes = static_cast<const uint8_t *>(in);
-  return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
-}
+uint16_t sch_wire_get_u16(const void *in) { return bigendian::get_u16(static_cast<const uint8_t *>(in)); }
 
 }  // extern "C"

@@ -2,56 +2,46 @@
 #include "db/codec.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "schedcli/keys.h"
 
 namespace sch::codec {
 
-void put_u32(uint8_t *out, uint32_t value) {
-  out[0] = static_cast<uint8_t>(value >> 24);
-  out[1] = static_cast<uint8_t>(value >> 16);
-  out[2] = static_cast<uint8_t>(value >> 8);
-  out[3] = static_cast<uint8_t>(value);
-}
-
-uint32_t get_u32(const uint8_t *in) {
-  return static_cast<uint32_t>(in[0]) << 24 | static_cast<uint32_t>(in[1]) << 16 |
-         static_cast<uint32_t>(in[2]) << 8 | static_cast<uint32_t>(in[3]);
-}
-
 namespace {
 
 // Rewrites every word of an image in place, native <-> big-endian (the same swap both ways).
+// Every run lies inside its image: the tables below are derived from the structures.
 void convert_words(const Layout &layout, uint8_t *image, bool to_stored) {
-  for (const WordRun &run : layout.words) {
-    for (size_t i = 0; i < run.count; i++) {
-      uint8_t *word = image + run.offset + 4 * i;
-      if (to_stored) {
-        uint32_t native;
-        std::memcpy(&native, word, 4);
-        put_u32(word, native);
-      } else {
-        uint32_t native = get_u32(word);
-        std::memcpy(word, &native, 4);
-      }
-    }
-  }
+  std::span<uint8_t> whole(image, layout.size);
+  for (const WordRun &run : layout.words) bigendian::convert_words_at(whole, run.offset, run.count, to_stored);
 }
 
-constexpr WordRun kKeyWords[] = {{0, 2}};
-constexpr WordRun kScheduleWords[] = {{0, 11}, {44, 10}, {84, 3}, {136, 2}};
-constexpr WordRun kHeaderWords[] = {{0, 3}};
-constexpr WordRun kOneWord[] = {{0, 1}};
-constexpr WordRun kLogFileWords[] = {{256, 4}};
-constexpr WordRun kSmtpWords[] = {{256, 2}};
-constexpr WordRun kScheduleEmailWords[] = {{32, 1},  {100, 1}, {168, 1}, {236, 1}, {304, 1}, {372, 1},
-                                           {440, 1}, {508, 1}, {576, 1}, {644, 1}, {712, 1}};
-constexpr WordRun kUserWords[] = {{256, 2}};
-constexpr WordRun kRunResultWords[] = {{0, 2}};
-constexpr WordRun kTminfoWords[] = {{0, 10}};
-
-static_assert(offsetof(sch_schedule_email_entry, slots[9].in_use) == 712);
+constexpr WordRun kKeyWords[] = {SCH_WORD_RUN(sch_config_key, type, sequence)};
+constexpr WordRun kScheduleWords[] = {
+    SCH_WORD_RUN(sch_schedule_record, reserved0, reserved40), SCH_WORD_RUN(sch_schedule_record, time, time),
+    SCH_WORD_RUN(sch_schedule_record, reserved84, job_count),
+    SCH_WORD_RUN(sch_schedule_record, last_execution, execution_count)};
+constexpr WordRun kHeaderWords[] = {SCH_WORD_RUN(sch_job_header, job_id, length)};
+constexpr WordRun kOneWord[] = {word_run(0, sizeof(sch_condition_record))};
+constexpr WordRun kLogFileWords[] = {
+    SCH_WORD_RUN_FROM(SCH_LOG_FILE_STORED_OFFSET, sch_log_file_record, size_limit, count)};
+constexpr WordRun kSmtpWords[] = {SCH_WORD_RUN_FROM(offsetof(sch_email_transport_conf, smtp_server),
+                                                    sch_email_transport_conf, smtp_reserved, smtp_port)};
+// The count, then each slot's in-use word.
+constexpr auto kScheduleEmailWords = [] {
+  std::array<WordRun, 1 + SCH_MAX_EMAILS> runs{SCH_WORD_RUN(sch_schedule_email_entry, count, count)};
+  for (size_t i = 0; i < SCH_MAX_EMAILS; i++) {
+    size_t in_use = offsetof(sch_schedule_email_entry, slots) + i * sizeof(sch_email_slot) + offsetof(sch_email_slot, in_use);
+    runs[1 + i] = word_run(in_use, in_use + sizeof(uint32_t));
+  }
+  return runs;
+}();
+constexpr WordRun kUserWords[] = {SCH_WORD_RUN(sch_user_config_record, word, reserved)};
+constexpr WordRun kRunResultWords[] = {
+    SCH_WORD_RUN_FROM(offsetof(sch_runtime_job_status, result), sch_runtime_job_status, result, result)};
+constexpr WordRun kTminfoWords[] = {SCH_WORD_RUN(tminfo, type, reserved)};
 
 }  // namespace
 

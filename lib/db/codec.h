@@ -9,11 +9,12 @@
 #include <span>
 
 #include "db/records.h"
+#include "schedcli/platform/codec.h"
 
 namespace sch::codec {
 
-void put_u32(uint8_t *out, uint32_t value);
-uint32_t get_u32(const uint8_t *in);
+using bigendian::get_u32;
+using bigendian::put_u32;
 
 // A stored image: its size and where its 32-bit words stand (runs of consecutive words); the
 // bytes between them are copied unchanged.
@@ -21,6 +22,23 @@ struct WordRun {
   uint16_t offset;
   uint16_t count;
 };
+
+// The run of words from byte `begin` up to byte `end` of a structure, counted from `base` (where
+// the stored image starts). Used only in constant initializers, where a run that is not whole,
+// aligned words is a compile error.
+constexpr WordRun word_run(size_t begin, size_t end, size_t base = 0) {
+  if (begin < base || end <= begin || (end - begin) % 4 != 0 || (begin - base) % 4 != 0 || end - base > 0xFFFF) {
+    throw "a word run must cover whole aligned 32-bit words";
+  }
+  return WordRun{static_cast<uint16_t>(begin - base), static_cast<uint16_t>((end - begin) / 4)};
+}
+
+// The words of `type` from field `first` through field `last`, both included; the layout tables
+// are derived from the structures with these, never counted by hand.
+#define SCH_WORD_RUN(type, first, last) SCH_WORD_RUN_FROM(0, type, first, last)
+#define SCH_WORD_RUN_FROM(base, type, first, last)                                                      \
+  ::sch::codec::word_run(offsetof(type, first), offsetof(type, last) + sizeof(static_cast<type *>(nullptr)->last), \
+                         (base))
 // The largest image any layout may describe.
 inline constexpr size_t kMaxImage = 1024;
 

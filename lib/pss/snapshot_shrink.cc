@@ -2,6 +2,7 @@
 #include "diag/syslog_emit.h"
 #include "diag/trace.h"
 #include "pss/store_io.h"
+#include "schedcli/protocol.h"
 
 using sch::kTraceFramework;
 using sch::kTraceRecord;
@@ -11,7 +12,7 @@ extern "C" {
 
 int sch_pss_snapshot(const char *source_uri, const char *destination_uri) {
   uint32_t status = 0;
-  pss2_handle source = pss2_open(source_uri, PSS2_MODE_READ, 0xE0, 0, nullptr, &status);
+  pss2_handle source = pss2_open(source_uri, PSS2_MODE_READ, SCH_PSS_PERMISSIONS, 0, nullptr, &status);
   if (!source) return -1;
   // The second argument is the debug store's handle, not the destination: the store service
   // derives the destination itself. Intended.

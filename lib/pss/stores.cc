@@ -7,6 +7,7 @@
 #include "pss/store_io.h"
 #include "schedcli/platform/sdwrap.h"
 #include "schedcli/platform/sysmgr.h"
+#include "schedcli/protocol.h"
 
 char sch_pss_running_uri[SCH_PSS_URI_SIZE];
 char sch_pss_running_db_uri[SCH_PSS_URI_SIZE];
@@ -24,7 +25,7 @@ using sch::pss::uri_text;
 
 namespace {
 
-constexpr uint32_t kPermissions = 0xE0;
+constexpr uint32_t kPermissions = SCH_PSS_PERMISSIONS;
 
 // Copied bounded to the array and without a terminator of its own: a URI of 64 characters or
 // more fills it unterminated, which every reader allows for.
@@ -45,12 +46,12 @@ extern "C" {
 
 int sch_pss_uri_init(void) {
   if (const char *running = sysmgr_running_cfg_uri_get()) {
-    set_uri(sch_pss_running_uri, running, "scheduler_runtime");
-    set_uri(sch_pss_running_db_uri, running, "scheduler_runtime_database");
-    set_uri(sch_debug_pss_running_uri, running, "scheduler_debug_runtime");
+    set_uri(sch_pss_running_uri, running, SCH_STORE_RUNNING);
+    set_uri(sch_pss_running_db_uri, running, SCH_STORE_RUNNING_DATABASE);
+    set_uri(sch_debug_pss_running_uri, running, SCH_STORE_DEBUG_RUNNING);
   }
-  if (const char *startup = sysmgr_startup_cfg_uri_get()) set_uri(sch_pss_startup_uri, startup, "scheduler_startup");
-  if (const char *debug = sysmgr_debug_cfg_uri_get()) set_uri(sch_debug_pss_startup_uri, debug, "scheduler_debug_startup");
+  if (const char *startup = sysmgr_startup_cfg_uri_get()) set_uri(sch_pss_startup_uri, startup, SCH_STORE_STARTUP);
+  if (const char *debug = sysmgr_debug_cfg_uri_get()) set_uri(sch_debug_pss_startup_uri, debug, SCH_STORE_DEBUG_STARTUP);
   return 0;
 }
 
@@ -129,8 +130,8 @@ int sch_standby_pss_init(void) {
 int sch_standby_pss_init_gsync_fail(void) {
   std::memset(sch_pss_running_uri, 0, sizeof sch_pss_running_uri);
   std::memset(sch_pss_running_db_uri, 0, sizeof sch_pss_running_db_uri);
-  set_uri(sch_pss_running_uri, sysmgr_running_cfg_uri_get(), "scheduler_runtime");
-  set_uri(sch_pss_running_db_uri, sysmgr_running_cfg_uri_get(), "scheduler_runtime_database");
+  set_uri(sch_pss_running_uri, sysmgr_running_cfg_uri_get(), SCH_STORE_RUNNING);
+  set_uri(sch_pss_running_db_uri, sysmgr_running_cfg_uri_get(), SCH_STORE_RUNNING_DATABASE);
 
   if (pss_running) pss2_close(pss_running);
   pss2_destroy(uri_text(sch_pss_running_uri).c_str());

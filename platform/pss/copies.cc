@@ -5,18 +5,22 @@
 
 #include "pss/store.h"
 #include "schedcli/platform/sysmgr.h"
+#include "schedcli/protocol.h"
 
 namespace pss {
 namespace {
+
+// The commit record of a copy to startup, beside the startup configuration store.
+constexpr char kStartupCopyIntent[] = "scheduler_copy_intent";
 
 // The running stores have startup counterparts of another name; any other store keeps its name.
 uint32_t snapshot_target(const Environment &environment, std::string *out) {
   std::string name = base_name_of(environment.path);
   const char *prefix = sysmgr_startup_cfg_uri_get();
-  if (name == "scheduler_runtime") {
-    name = "scheduler_startup";
-  } else if (name == "scheduler_debug_runtime") {
-    name = "scheduler_debug_startup";
+  if (name == SCH_STORE_RUNNING) {
+    name = SCH_STORE_STARTUP;
+  } else if (name == SCH_STORE_DEBUG_RUNNING) {
+    name = SCH_STORE_DEBUG_STARTUP;
     prefix = sysmgr_debug_cfg_uri_get();
   }
   if (!prefix) return PSS2_ERR_NO_DIRECTORY;
@@ -24,16 +28,15 @@ uint32_t snapshot_target(const Environment &environment, std::string *out) {
   return PSS2_OK;
 }
 
-uint32_t snapshot_one(Environment &environment) {
-  std::string target;
-  uint32_t status = snapshot_target(environment, &target);
-  if (status != PSS2_OK) return status;
-  // Renaming over a file this process has open would leave two environments on one lock file.
-  if (environment_of_file(target)) return PSS2_ERR_BUSY;
-  PendingCopy copy;
-  status = copy_write(environment, target, PSS2_FAULT_SNAPSHOT, &copy);
-  return status == PSS2_OK ? copy_install(copy) : status;
+uint32_t startup_intent(std::string *out) {
+  const char *prefix = sysmgr_startup_cfg_uri_get();
+  if (!prefix) return PSS2_ERR_NO_DIRECTORY;
+  *out = std::string(prefix) + kStartupCopyIntent;
+  return PSS2_OK;
 }
+
+// The directory of every store under `prefix`, named as the stores' own paths name it.
+std::string directory_under(const char *prefix) { return directory_of(std::string(prefix) + SCH_STORE_STARTUP); }
 
 // Pages on LMDB's free list: each of its records is a page list whose first word is its length.
 uint32_t count_free_pages(MDB_env *env, uint64_t *pages) {
@@ -65,9 +68,53 @@ uint32_t pss2_snapshot(pss2_handle handle, pss2_handle debug_handle) {
   pss::Handle *found = pss::handle_find(handle);
   pss::Handle *debug = debug_handle ? pss::handle_find(debug_handle) : nullptr;
   if (!found || (debug_handle && !debug)) return PSS2_ERR_BAD_HANDLE;
-  uint32_t status = pss::snapshot_one(*found->environment);
-  if (status != PSS2_OK || !debug) return status;
-  return pss::snapshot_one(*debug->environment);
+  std::vector<pss::Environment *> sources{found->environment};
+  if (debug) sources.push_back(debug->environment);
+  std::vector<std::string> targets(sources.size());
+  std::string intent;
+  uint32_t status = pss::startup_intent(&intent);
+  for (size_t i = 0; i < sources.size() && status == PSS2_OK; i++) {
+    status = pss::snapshot_target(*sources[i], &targets[i]);
+  }
+  return status == PSS2_OK ? pss::copy_stores(sources, targets, intent) : status;
+}
+
+uint32_t pss2_copy_stores(const pss2_handle *sources, const char *const *targets, uint32_t count,
+                          const char *intent) {
+  if (!sources || !targets || !intent || !*intent || count == 0) return PSS2_ERR_BAD_ARGUMENT;
+  auto lock = pss::lock_state();
+  std::vector<pss::Environment *> environments;
+  std::vector<std::string> paths;
+  for (uint32_t i = 0; i < count; i++) {
+    pss::Handle *found = pss::handle_find(sources[i]);
+    if (!found) return PSS2_ERR_BAD_HANDLE;
+    if (!targets[i] || !*targets[i]) return PSS2_ERR_BAD_ARGUMENT;
+    environments.push_back(found->environment);
+    paths.emplace_back(targets[i]);
+  }
+  return pss::copy_stores(environments, paths, intent);
+}
+
+uint32_t pss2_recover_copies(const char *intent, const char *const *directories, uint32_t count) {
+  if (!intent || !*intent || (count && !directories)) return PSS2_ERR_BAD_ARGUMENT;
+  std::vector<std::string> paths;
+  for (uint32_t i = 0; i < count; i++) {
+    if (!directories[i] || !*directories[i]) return PSS2_ERR_BAD_ARGUMENT;
+    paths.emplace_back(directories[i]);
+  }
+  auto lock = pss::lock_state();
+  return pss::recover_copies(intent, paths);
+}
+
+uint32_t pss2_startup_recover(void) {
+  const char *running = sysmgr_running_cfg_uri_get();
+  const char *startup = sysmgr_startup_cfg_uri_get();
+  const char *debug = sysmgr_debug_cfg_uri_get();
+  std::string intent;
+  if (!running || !startup || !debug || pss::startup_intent(&intent) != PSS2_OK) return PSS2_ERR_NO_DIRECTORY;
+  auto lock = pss::lock_state();
+  return pss::recover_copies(intent, {pss::directory_under(running), pss::directory_under(startup),
+                                      pss::directory_under(debug)});
 }
 
 uint32_t pss_free_space(pss2_handle handle, uint32_t *free_bytes) {

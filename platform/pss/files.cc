@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "pss/store.h"
+#include "schedcli/platform/file_sync.h"
 
 namespace pss {
 
@@ -33,11 +34,8 @@ std::string base_name_of(const std::string &path) {
 
 // A rename or a new name is durable only once its directory is synced.
 uint32_t sync_directory_of(const std::string &path) {
-  int fd = open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return status_from_errno(errno);
-  uint32_t status = fsync(fd) == 0 ? PSS2_OK : status_from_errno(errno);
-  close(fd);
-  return status;
+  int error = file_sync_directory_of(path.c_str());
+  return error == 0 ? PSS2_OK : status_from_errno(error);
 }
 
 uint32_t copy_write(Environment &environment, const std::string &target, pss2_fault_operation operation,
@@ -50,7 +48,9 @@ uint32_t copy_write(Environment &environment, const std::string &target, pss2_fa
   if (fd < 0) return status_from_errno(errno);
 
   uint32_t status = status_from_mdb(mdb_env_copyfd2(environment.env, fd, MDB_CP_COMPACT));
-  if (status == PSS2_OK && fsync(fd) != 0) status = status_from_errno(errno);
+  if (status == PSS2_OK) {
+    if (int error = file_sync(fd); error != 0) status = status_from_errno(error);
+  }
   // The hook stands for a failure after the copy is written and before it replaces the target.
   if (status == PSS2_OK) fault_fires(operation, &status);
   if (close(fd) != 0 && status == PSS2_OK) status = status_from_errno(errno);

@@ -60,6 +60,16 @@ uint32_t writable_handle(pss2_handle id, const pss2_datum *key, Handle **out) {
   return PSS2_OK;
 }
 
+// A change refused before it reached LMDB (the fault hook, a size or argument error) spoils an open
+// batch just as a failed write does: the batch would otherwise commit without that change.
+uint32_t refuse_change(pss2_handle id, uint32_t status) {
+  Handle *handle = handle_find(id);
+  if (handle && handle->batch_txn && handle->batch_error == PSS2_OK && status != PSS2_ERR_NO_KEY) {
+    handle->batch_error = status;
+  }
+  return status;
+}
+
 }  // namespace
 }  // namespace pss
 
@@ -70,12 +80,12 @@ extern "C" {
 uint32_t pss2_store(pss2_handle handle, const pss2_datum *key, const pss2_datum *value) {
   auto lock = pss::lock_state();
   uint32_t status = PSS2_OK;
-  if (pss::fault_fires(PSS2_FAULT_STORE, &status)) return status;
+  if (pss::fault_fires(PSS2_FAULT_STORE, &status)) return pss::refuse_change(handle, status);
   Handle *found = nullptr;
-  if ((status = pss::writable_handle(handle, key, &found)) != PSS2_OK) return status;
-  if (!value || !value->data || value->length < 0) return PSS2_ERR_BAD_ARGUMENT;
+  if ((status = pss::writable_handle(handle, key, &found)) != PSS2_OK) return pss::refuse_change(handle, status);
+  if (!value || !value->data || value->length < 0) return pss::refuse_change(handle, PSS2_ERR_BAD_ARGUMENT);
   if (static_cast<uint32_t>(value->length) > found->environment->attributes.max_value_size) {
-    return PSS2_ERR_VALUE_SIZE;
+    return pss::refuse_change(handle, PSS2_ERR_VALUE_SIZE);
   }
   MDB_val k = pss::as_val(key);
   MDB_val v = pss::as_val(value);
@@ -87,9 +97,9 @@ uint32_t pss2_delete(pss2_handle handle, const pss2_datum *key, int flags) {
   static_cast<void>(flags);
   auto lock = pss::lock_state();
   uint32_t status = PSS2_OK;
-  if (pss::fault_fires(PSS2_FAULT_DELETE, &status)) return status;
+  if (pss::fault_fires(PSS2_FAULT_DELETE, &status)) return pss::refuse_change(handle, status);
   Handle *found = nullptr;
-  if ((status = pss::writable_handle(handle, key, &found)) != PSS2_OK) return status;
+  if ((status = pss::writable_handle(handle, key, &found)) != PSS2_OK) return pss::refuse_change(handle, status);
   MDB_val k = pss::as_val(key);
   MDB_dbi records = found->environment->records;
   return pss::apply_change(*found, [&](MDB_txn *txn) { return mdb_del(txn, records, &k, nullptr); });

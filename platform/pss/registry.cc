@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "pss/store.h"
+#include "schedcli/platform/codec.h"
 
 namespace pss {
 namespace {
@@ -29,16 +30,8 @@ constexpr size_t kAttributesRecordSize = 32;
 constexpr unsigned int kOpenFlags = MDB_NOSUBDIR | MDB_NOTLS;  // read snapshots live on handles
 constexpr mode_t kFileMode = 0600;  // the daemon's alone: users change records through it
 
-void put_u32(unsigned char *at, uint32_t value) {
-  at[0] = static_cast<unsigned char>(value >> 24);
-  at[1] = static_cast<unsigned char>(value >> 16);
-  at[2] = static_cast<unsigned char>(value >> 8);
-  at[3] = static_cast<unsigned char>(value);
-}
-
-uint32_t get_u32(const unsigned char *at) {
-  return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | uint32_t{at[3]};
-}
+using bigendian::get_u32;
+using bigendian::put_u32;
 
 std::array<unsigned char, kAttributesRecordSize> encode_attributes(const pss2_attributes &attributes) {
   std::array<unsigned char, kAttributesRecordSize> record{};

@@ -117,6 +117,13 @@ uint32_t copy_write(Environment &environment, const std::string &target, pss2_fa
                     PendingCopy *out);
 uint32_t copy_install(const PendingCopy &copy);
 
+// copy_set.cc: copies each source onto its target (distinct paths) as one step, deciding it with
+// the intent file at `intent`; and the start-up side, which finishes a decided copy and removes
+// the temporary files left in `directories` and the intent's own directory.
+uint32_t copy_stores(const std::vector<Environment *> &sources, const std::vector<std::string> &targets,
+                     const std::string &intent);
+uint32_t recover_copies(const std::string &intent, const std::vector<std::string> &directories);
+
 }  // namespace pss
 
 #endif

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "schedcli/platform/file_sync.h"
 #include "schedcli/platform/secrets.h"
 #include "schedcli/platform/sysmgr.h"
 
@@ -50,12 +51,6 @@ bool write_all(int fd, const unsigned char *bytes, size_t size) {
   return true;
 }
 
-std::string directory_of(const std::string &path) {
-  size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 // Writes a new key beside the target and links it into place, so that nobody ever reads a part
 // of a key, and of two processes making one at once both end up with the same. Returns 0 when
 // a key is at `path` afterwards, whoever made it.
@@ -65,18 +60,14 @@ uint32_t make_key(const std::string &path) {
   if (fd < 0) return SECRETS_ERR_KEY_ACCESS;
   unsigned char key[secrets::kKeyBytes];
   crypto_aead_chacha20poly1305_ietf_keygen(key);
-  bool written = fchmod(fd, kKeyMode) == 0 && write_all(fd, key, sizeof key) && fsync(fd) == 0;
+  bool written = fchmod(fd, kKeyMode) == 0 && write_all(fd, key, sizeof key) && file_sync(fd) == 0;
   sodium_memzero(key, sizeof key);
   close(fd);
   bool linked = written && (link(temporary.c_str(), path.c_str()) == 0 || errno == EEXIST);
   unlink(temporary.c_str());
   if (!linked) return SECRETS_ERR_KEY_ACCESS;
   // The key must outlive a crash as surely as the passwords stored under it.
-  int directory = open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (directory >= 0) {
-    fsync(directory);
-    close(directory);
-  }
+  file_sync_directory_of(path.c_str());
   return 0;
 }
 

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "schedcli/platform/cmi.h"
+#include "schedcli/platform/codec.h"
 
 namespace cmi::wire {
 
@@ -50,17 +51,8 @@ struct Header {
   uint32_t payload_length = 0;
 };
 
-inline void put_u32(uint8_t *at, uint32_t value) {
-  at[0] = static_cast<uint8_t>(value >> 24);
-  at[1] = static_cast<uint8_t>(value >> 16);
-  at[2] = static_cast<uint8_t>(value >> 8);
-  at[3] = static_cast<uint8_t>(value);
-}
-
-inline uint32_t get_u32(const uint8_t *at) {
-  return static_cast<uint32_t>(at[0]) << 24 | static_cast<uint32_t>(at[1]) << 16 |
-         static_cast<uint32_t>(at[2]) << 8 | static_cast<uint32_t>(at[3]);
-}
+using bigendian::get_u32;
+using bigendian::put_u32;
 
 inline void encode(const Header &header, std::span<uint8_t, CMI_HEADER_SIZE> out) {
   uint8_t *bytes = out.data();

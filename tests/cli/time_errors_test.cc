@@ -1,4 +1,6 @@
 // The name rule, and the explanation of a refused time string for every code and form.
+#include <cstring>
+
 #include "cli_testing.h"
 
 namespace {
@@ -7,6 +9,22 @@ TEST(NameCheck, AlphanumericStartThenWordCharacters) {
   for (const char *name : {"a", "9", "a_-9", "backup-2_daily"}) EXPECT_EQ(sch_cli_check_name(name), 1) << name;
   for (const char *name : {"", "_a", "-a", "a.b", "a b", "a\n", "a;b"}) EXPECT_EQ(sch_cli_check_name(name), 0) << name;
   EXPECT_EQ(sch_cli_check_name(nullptr), 0);
+}
+
+TEST(NameCheck, ConfigWordIsAsciiAndEndsInsideItsField) {
+  for (const char *name : {"a", "9", "a_-9", "Z", "backup-2_daily"}) EXPECT_EQ(sch_name_is_config_word(name), 1) << name;
+  for (const char *name : {"", "_a", "-a", "a.b", "a b", "a\n", "a;b", "caf\xc3\xa9", "\xe9t\xe9", "a{", "a`"}) {
+    EXPECT_EQ(sch_name_is_config_word(name), 0) << name;
+  }
+  EXPECT_EQ(sch_name_is_config_word(nullptr), 0);
+  // A 32-byte field: 31 characters and the terminator fit; 32 characters leave none.
+  char field[SCH_NAME_SIZE + 1];
+  std::memset(field, 'x', sizeof field);
+  field[SCH_NAME_SIZE - 1] = '\0';
+  EXPECT_EQ(sch_name_is_config_word(field), 1);
+  field[SCH_NAME_SIZE - 1] = 'x';
+  field[SCH_NAME_SIZE] = '\0';
+  EXPECT_EQ(sch_name_is_config_word(field), 0);
 }
 
 TEST(TimeErrors, EveryCodeAndForm) {

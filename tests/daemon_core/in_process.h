@@ -84,7 +84,7 @@ class InProcessDaemon : public testing::Test {
     chosen.enable_feature = enable_feature;
     daemon_ = std::make_unique<schedd::Daemon>(chosen, clock_);
     error_.clear();
-    return daemon_->start(&error_, /*listen=*/false);
+    return daemon_->start(&error_, parts_);
   }
 
   // Stops the daemon; every tracked block it held must be back.
@@ -143,6 +143,8 @@ class InProcessDaemon : public testing::Test {
 
   std::unique_ptr<sch::testing::TempDir> directory_ = std::make_unique<sch::testing::TempDir>();
   schedd::ManualClock clock_{1'800'000'000};
+  // What start() brings up: no socket, and no runner unless a test wants one.
+  schedd::StartParts parts_{.socket = false, .runner = false, .wall_timer = false};
   std::unique_ptr<schedd::Daemon> daemon_;
   std::string error_;
 };

@@ -51,8 +51,9 @@ TEST_F(StoreCopies, SnapshotWritesTheStartupCounterpartsOfTheRunningStores) {
   for (pss2_handle handle : {config, debug_config, other}) pss2_close(handle);
 }
 
-// Each copy fails in turn until none is left to fail: a target is always wholly old or wholly new.
-TEST_F(StoreCopies, FailedSnapshotLeavesTheOldStartupStoresWhole) {
+// Each step fails in turn (the two copies, then the commit record) until none is left to fail: the
+// pair of targets is always wholly old or wholly new, and nothing is left beside them.
+TEST_F(StoreCopies, FailedSnapshotLeavesTheOldStartupPairWhole) {
   pss2_handle config = open_store(running("scheduler_runtime"), PSS2_MODE_CREATE);
   pss2_handle debug_config = open_store(running("scheduler_debug_runtime"), PSS2_MODE_CREATE);
   put(config, make_key(1, 0), "saved");
@@ -60,17 +61,20 @@ TEST_F(StoreCopies, FailedSnapshotLeavesTheOldStartupStoresWhole) {
   ASSERT_EQ(pss2_snapshot(config, debug_config), 0u);
   put(config, make_key(1, 0), "changed");
   put(debug_config, make_key(4, 0), "changed");
-  for (uint64_t nth = 1;; nth++) {
+  uint64_t nth = 1;
+  for (;; nth++) {
     pss2_fault_set(PSS2_FAULT_SNAPSHOT, nth, PSS2_ERR_IO, 0);
     uint32_t status = pss2_snapshot(config, debug_config);
-    EXPECT_EQ(contents(startup("scheduler_startup"))[0].second, nth > 1 ? "changed" : "saved");
-    EXPECT_EQ(contents(debug("scheduler_debug_startup"))[0].second, nth > 2 ? "changed" : "saved");
+    const char *expected = status == 0 ? "changed" : "saved";
+    EXPECT_EQ(contents(startup("scheduler_startup"))[0].second, expected) << nth;
+    EXPECT_EQ(contents(debug("scheduler_debug_startup"))[0].second, expected) << nth;
     expect_two_files_in("state/startup");
     expect_two_files_in("state/debug");
     if (status == 0) break;
     EXPECT_EQ(status, PSS2_ERR_IO);
-    ASSERT_LE(nth, 2u);
+    ASSERT_LE(nth, 3u);
   }
+  EXPECT_EQ(nth, 4u) << "two copies and the commit record, each failed once";
   pss2_close(config);
   pss2_close(debug_config);
 }

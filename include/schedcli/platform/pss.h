@@ -119,11 +119,33 @@ SCHED_EXPORT pss2_datum pss2_getvalue(pss2_handle handle, uint32_t *status);
  * "scheduler_runtime" under the running prefix goes to "scheduler_startup" under the startup
  * prefix (likewise "scheduler_debug_runtime" to "scheduler_debug_startup" under the debug
  * prefix); a store of any other name goes to the same name under the startup prefix. When
- * `debug_handle` is non-zero, that store is copied the same way too, after the first. The copy is
- * compacted, written beside the target, synced and renamed into place: a failure or a crash
- * leaves the old target whole. PSS2_ERR_NO_DIRECTORY when the prefixes are not set;
- * PSS2_ERR_BUSY when the target is open in this process. */
+ * `debug_handle` is non-zero, that store is copied the same way too, and both targets are replaced
+ * as one step (pss2_copy_stores, with its commit record "scheduler_copy_intent" under the startup
+ * prefix). Each copy is compacted, written beside its target and synced: a failure leaves every
+ * old target whole, and a crash leaves the old pair or, after pss2_startup_recover, the new pair.
+ * PSS2_ERR_NO_DIRECTORY when the prefixes are not set; PSS2_ERR_BUSY when a target is open in
+ * this process. */
 SCHED_EXPORT uint32_t pss2_snapshot(pss2_handle handle, pss2_handle debug_handle);
+
+/* Copies the store of each `sources[i]` to the path `targets[i]` (count 1 to 16, distinct paths),
+ * replacing every target as one step. Every copy is written beside its target and synced; then a
+ * commit record is made durable at the path `intent`, naming each rename; then the renames; then
+ * the record is removed. Returns 0 when every target is new. A failure before the record is in
+ * place removes the copies and leaves every target as it was; a failure after it (or a crash at
+ * any instant) leaves the record, and pss2_recover_copies (or the next pss2_copy_stores with the
+ * same `intent`) completes the renames. PSS2_ERR_BUSY when a target is open in this process. */
+SCHED_EXPORT uint32_t pss2_copy_stores(const pss2_handle *sources, const char *const *targets, uint32_t count,
+                                       const char *intent);
+/* Start-up side of pss2_copy_stores, to be called before any copy is made and while no other
+ * process copies into `directories`: completes the copy that the record at `intent` commits, if
+ * any, and removes the record; then removes every temporary file a crash left ("<name>.tmp.<pid>.
+ * <n>", other than this process's own) in `directories` and in the record's own directory. A record
+ * that is damaged, or names a target outside `directories`, is removed unused: PSS2_ERR_CORRUPT
+ * (the temporaries are removed all the same). Otherwise 0, or the status of the first failure. */
+SCHED_EXPORT uint32_t pss2_recover_copies(const char *intent, const char *const *directories, uint32_t count);
+/* pss2_recover_copies for the copies pss2_snapshot makes: the record under the startup prefix, and
+ * the running, startup and debug directories. PSS2_ERR_NO_DIRECTORY when the prefixes are not set. */
+SCHED_EXPORT uint32_t pss2_startup_recover(void);
 /* Reclaimable space in bytes (free pages times the page size), at most UINT32_MAX. */
 SCHED_EXPORT uint32_t pss_free_space(pss2_handle handle, uint32_t *free_bytes);
 /* Compacts the store in place (a copy beside it, synced, renamed over it) and returns the handle to
@@ -138,7 +160,8 @@ SCHED_EXPORT pss2_handle pss_shrink(pss2_handle handle, uint32_t *status);
  * them. Reads through the handle see the batch's changes. While a batch is open, changes through
  * other handles of the same store are refused with PSS2_ERR_BUSY. A failed change inside a batch
  * (other than a missing key) spoils the batch: later changes return that status and commit drops
- * the batch and returns it. */
+ * the batch and returns it. A change refused before it is written (a size or argument error, or
+ * the test hook) spoils the batch the same way. */
 SCHED_EXPORT uint32_t pss2_batch_begin(pss2_handle handle);
 SCHED_EXPORT uint32_t pss2_batch_commit(pss2_handle handle);
 SCHED_EXPORT uint32_t pss2_batch_abort(pss2_handle handle);
@@ -146,7 +169,8 @@ SCHED_EXPORT uint32_t pss2_batch_abort(pss2_handle handle);
 /* Test hook: the `nth` call (1 = the next) of `operation` fails with `status`, changing nothing;
  * `persistent` makes every later one fail too. nth = 0 disarms that operation's hook. SNAPSHOT and
  * SHRINK count file copies and fail a copy after it is written and synced but before it replaces
- * its target (a snapshot with a debug handle makes two copies). */
+ * its target; a copy of several stores counts its commit record as one more copy, after the stores
+ * (so a snapshot with a debug handle counts three). */
 typedef enum pss2_fault_operation {
   PSS2_FAULT_OPEN,
   PSS2_FAULT_STORE,

@@ -1,0 +1,443 @@
+// The runner: timers, fires, job runs and what each run leaves behind.
+#include "runner/runner.h"
+
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "config/database.h"
+#include "config/fields.h"
+#include "config/names.h"
+#include "core/debug.h"
+#include "core/syslog_lines.h"
+#include "runner/log_file.h"
+#include "runner/mail_message.h"
+#include "runner/run_log.h"
+#include "schedcli/platform/bitset.h"
+#include "schedcli/platform/sysmgr.h"
+
+namespace schedd {
+
+namespace {
+
+constexpr const char *kRunMarkerPrefix = "run-";
+constexpr std::time_t kDay = 86400;
+
+const sch_schedule_entry *find_schedule(const std::string &name) {
+  NameField field(name);
+  sch_schedule_entry *schedule = nullptr;
+  if (field.fits) sch_find_schedule(database(), field.text, &schedule);
+  return schedule;
+}
+
+// The assigned jobs that exist, in ascending id.
+std::vector<int> jobs_of(const sch_schedule_record &record) {
+  std::vector<int> jobs;
+  for (int id = bitset_next_bit(record.jobs, SCH_MAX_JOBS, -1); id >= 0; id = bitset_next_bit(record.jobs, SCH_MAX_JOBS, id)) {
+    if (database()->jobs[id].key) jobs.push_back(id);
+  }
+  return jobs;
+}
+
+bool has_time(const tminfo &time) {
+  switch (time.type) {
+    case SCH_TM_ONESHOT:
+    case SCH_TM_DAILY:
+    case SCH_TM_WEEKLY:
+    case SCH_TM_MONTHLY:
+    case SCH_TM_REPEAT:
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::string job_text(const sch_job_slot &job) {
+  size_t held = std::min<size_t>(g_list_length(job.fragments) * size_t{SCH_FRAGMENT_SIZE}, job.header->length);
+  std::string text(held, '\0');
+  sch_concat_fragments(job.fragments, text.data(), static_cast<int>(held));
+  return text;
+}
+
+std::string local_time(std::time_t instant) {
+  if (instant <= 0) return "-";
+  tm local{};
+  localtime_r(&instant, &local);
+  char text[64];
+  std::strftime(text, sizeof text, "%a %Y-%m-%d %H:%M:%S %Z", &local);
+  return text;
+}
+
+std::string duration(std::time_t seconds) {
+  if (seconds < 0) return "-";
+  std::ostringstream text;
+  if (seconds >= kDay) text << seconds / kDay << "d ";
+  if (seconds >= 3600) text << seconds % kDay / 3600 << "h ";
+  if (seconds >= 60) text << seconds % 3600 / 60 << "min ";
+  text << seconds % 60 << "s";
+  return text.str();
+}
+
+// The result of the schedule's latest fire, as the displays word it: the first job of that fire
+// that failed, else success; "-" before any run.
+std::string last_result(const sch_schedule_entry &schedule) {
+  const sch_schedule_record &record = *schedule.value;
+  if (record.execution_count == 0) return "-";
+  const sch_runtime_job_status *shown = nullptr;
+  for (int id : jobs_of(record)) {
+    for (GList *element = database()->jobs[id].run_results; element; element = element->next) {
+      auto *result = static_cast<const sch_runtime_job_status *>(element->data);
+      if (std::strncmp(result->schedule, schedule.key->name, SCH_NAME_SIZE) != 0) continue;
+      if (result->result[1] < record.last_execution) continue;  // of an earlier fire
+      if (!shown || (shown->result[0] == 0 && result->result[0] != 0)) shown = result;
+    }
+  }
+  return shown ? mail::result_text(static_cast<int>(shown->result[0])) : "-";
+}
+
+// A wait status for a run that never started, as a failed exit with `code`.
+int exit_status(int code) { return (code & 0xff) << 8; }
+
+}  // namespace
+
+Runner::Runner(Model &model, EventLoop &loop, const Clock &clock, RunnerSettings settings, NextRunFunction next_run)
+    : model_(model), loop_(loop), clock_(clock), settings_(std::move(settings)), timers_(clock, std::move(next_run)) {
+  mail::MailerSettings mail_settings;
+  mail_settings.ca_file = settings_.mail_ca_file;
+  mailer_ = std::make_unique<mail::Mailer>(mail_settings, loop_.context(), nullptr);
+  model_.add_listener(this);
+}
+
+Runner::~Runner() {
+  model_.remove_listener(this);
+  // A run still going is ended with its process group; its marker stays for the next start.
+  runs_.clear();
+  mailer_->stop();
+}
+
+bool Runner::start() {
+  if (settings_.wall_timer) {
+    wall_timer_ = std::make_unique<WallTimer>(loop_.context(), [this] { fire_due(); }, [this] { clock_changed(); });
+    if (!wall_timer_->open()) return false;
+  }
+  report_cut_short_runs();
+  report_missed_fires();
+  refresh_all();
+  return true;
+}
+
+ScheduleFacts Runner::facts_of(const std::string &name) const {
+  ScheduleFacts facts;
+  const sch_schedule_entry *schedule = find_schedule(name);
+  if (!schedule) return facts;
+  const sch_schedule_record &record = *schedule->value;
+  facts.time = record.time;
+  facts.last_execution = record.last_execution;
+  facts.runnable = scheduler_enabled && has_time(record.time) && !jobs_of(record).empty();
+  return facts;
+}
+
+void Runner::refresh(const std::string &name) {
+  if (find_schedule(name)) {
+    timers_.refresh(name, facts_of(name));
+  } else {
+    timers_.remove(name);
+  }
+}
+
+void Runner::refresh_all() {
+  std::vector<std::string> known;
+  for (const auto &[name, timer] : timers_.all()) known.push_back(name);
+  for (const std::string &name : known) {
+    if (!find_schedule(name)) timers_.remove(name);
+  }
+  for (GList *element = g_list_first(*database()->schedules); element; element = element->next) {
+    auto *schedule = static_cast<sch_schedule_entry *>(element->data);
+    refresh(std::string(field_text(schedule->key->name)));
+  }
+  arm_wall_timer();
+}
+
+void Runner::arm_wall_timer() {
+  if (wall_timer_) wall_timer_->arm(timers_.earliest());
+}
+
+void Runner::model_changed(const Change &change) {
+  switch (change.kind) {
+    case ChangeKind::schedule_added:
+    case ChangeKind::schedule_changed:
+    case ChangeKind::schedule_fired:
+    case ChangeKind::schedule_deleted:
+      refresh(change.name);
+      break;
+    case ChangeKind::feature_off:
+      // Everything configured went: so do the runs. Their records went with the configuration.
+      for (auto &[name, run] : runs_) std::filesystem::remove(marker_path(name, run.job_id));
+      runs_.clear();
+      refresh_all();
+      break;
+    case ChangeKind::feature_on:
+      refresh_all();
+      break;
+    default:
+      return;
+  }
+  arm_wall_timer();
+}
+
+void Runner::clock_changed() {
+  timers_.recompute_all([this](const std::string &name) { return facts_of(name); });
+  fire_due();
+}
+
+void Runner::fire_due() {
+  auto due = timers_.take_due([this](const std::string &name) { return facts_of(name); });
+  for (auto &[name, instant] : timers_.take_skipped()) {
+    log_line(LOG_WARNING, "SCHEDULE_SKIPPED",
+             "schedule " + name + ": the run at " + local_time(instant) + " is skipped, the previous run is still going");
+  }
+  for (auto &[name, instant] : due) fire(name, instant);
+  arm_wall_timer();
+}
+
+void Runner::fire(const std::string &name, std::time_t instant) {
+  const sch_schedule_entry *schedule = find_schedule(name);
+  if (!schedule) {
+    timers_.run_finished(name);
+    return;
+  }
+  Run run;
+  run.schedule = name;
+  run.user = std::string(field_text(schedule->value->user));
+  run.instant = instant;
+  run.jobs = jobs_of(*schedule->value);
+  if (uint32_t status = model_.record_fire(name, instant)) {
+    // The run goes ahead; after a restart the fire may be made again.
+    log_line(LOG_ERR, "SCHEDULE_FIRE_NOT_RECORDED", "schedule " + name + ": the fire could not be recorded (" +
+                                                        std::to_string(status) + ")");
+  }
+  log_line(LOG_INFO, "SCHEDULE_FIRED",
+           "schedule " + name + " fired at " + local_time(instant) + ": " + std::to_string(run.jobs.size()) +
+               " job(s) as user " + run.user);
+  auto [placed, inserted] = runs_.insert_or_assign(name, std::move(run));
+  start_next_job(placed->second);
+}
+
+std::string Runner::marker_path(const std::string &schedule, int job_id) const {
+  return std::string(sysmgr_runtime_dir()) + "/" + kRunMarkerPrefix + schedule + "-" + std::to_string(job_id);
+}
+
+void Runner::start_next_job(Run &run) {
+  while (run.next < run.jobs.size() && !database()->jobs[run.jobs[run.next]].key) run.next++;
+  if (run.next >= run.jobs.size()) {
+    std::string name = run.schedule;
+    runs_.erase(name);  // `run` is gone from here on
+    timers_.run_finished(name);
+    arm_wall_timer();
+    return;
+  }
+  run.job_id = run.jobs[run.next++];
+  const sch_job_slot &job = database()->jobs[run.job_id];
+  run.job_name = std::string(field_text(job.key->name));
+  run.job_started = clock_.wall_seconds();
+  // A marker while the job runs: a daemon that stops meanwhile reports the run at its next start.
+  std::ofstream(marker_path(run.schedule, run.job_id))
+      << run.schedule << '\n' << run.job_id << '\n' << run.job_name << '\n' << run.user << '\n' << run.job_started << '\n';
+  std::string command = job_text(job);
+  if (geteuid() != 0) {
+    spawn(run, command);
+    return;
+  }
+  // A user not local to the device runs only with a stored credential that PAM accepts.
+  std::string name = run.schedule;
+  run.credentials = runner::RunCredentials::check(
+      loop_.context(), &sch_uname_q, run.user, [this, name, command](const runner::CredentialVerdict &verdict) {
+        auto found = runs_.find(name);
+        if (found == runs_.end()) return;
+        if (verdict.passed) {
+          spawn(found->second, command);
+          return;
+        }
+        runner::JobOutcome refused;
+        refused.wait_status = exit_status(runner::kExitNoPermission);
+        refused.output = verdict.reason;
+        refused.started_at = refused.ended_at = clock_.wall_seconds();
+        job_ended(name, refused);
+      });
+  if (!run.credentials) {
+    runner::JobOutcome failed;
+    failed.wait_status = exit_status(runner::kExitSystem);
+    failed.output = "the credentials of user " + run.user + " could not be checked: no worker thread\n";
+    failed.started_at = failed.ended_at = clock_.wall_seconds();
+    loop_.post([this, name, failed] { job_ended(name, failed); });
+  }
+}
+
+void Runner::spawn(Run &run, const std::string &command) {
+  runner::JobSpec spec;
+  spec.job = run.job_name;
+  spec.schedule = run.schedule;
+  spec.user = run.user;
+  spec.command = command;
+  spec.interpreter = settings_.interpreter;
+  spec.time_limit = settings_.time_limit;
+  spec.grace = settings_.grace;
+  spec.output_limit = settings_.output_limit;
+  spec.clock = [this] { return static_cast<int64_t>(clock_.wall_seconds()); };
+  std::string name = run.schedule;
+  run.process = runner::JobProcess::start(loop_.context(), spec,
+                                          [this, name](const runner::JobOutcome &outcome) { job_ended(name, outcome); });
+}
+
+void Runner::job_ended(const std::string &name, const runner::JobOutcome &outcome) {
+  auto found = runs_.find(name);
+  if (found == runs_.end()) return;
+  Run &run = found->second;
+  std::string result = mail::result_text(outcome.wait_status);
+  std::time_t ended = outcome.ended_at ? outcome.ended_at : clock_.wall_seconds();
+  std::filesystem::remove(marker_path(name, run.job_id));
+
+  if (uint32_t status = model_.record_job_run(name, run.job_id, static_cast<uint32_t>(outcome.wait_status), ended)) {
+    log_line(LOG_ERR, "RUN_NOT_RECORDED", "job " + run.job_name + " of schedule " + name +
+                                              ": the result could not be recorded (" + std::to_string(status) + ")");
+  }
+  runner::RunLogEntry entry{run.job_name, name, run.user, static_cast<uint32_t>(outcome.wait_status),
+                            static_cast<int32_t>(ended), outcome.output};
+  runner::RunLogState state;
+  append_run_log_entry(log_file_location(stored_log_path(sch_log_file)), sch_log_file.size_limit, entry, &state);
+
+  bool failed = outcome.wait_status != 0;
+  if (!outcome.started || outcome.setup_failed) {
+    emit(syslog_msg_SCH_SYSLOG_USER_ERR, run.user.c_str(), WIFEXITED(outcome.wait_status) ? WEXITSTATUS(outcome.wait_status) : -1);
+  }
+  log_line(failed ? LOG_WARNING : LOG_INFO, "JOB_RUN",
+           "job " + run.job_name + " of schedule " + name + " as user " + run.user + ": " + result +
+               (outcome.timed_out ? ", ended by its time limit" : "") + " after " +
+               duration(ended - (outcome.started_at ? outcome.started_at : run.job_started)));
+
+  // Mail goes out when the schedule has addresses and a server is set.
+  sch_schedule_email_entry *emails = nullptr;
+  NameField field(name);
+  sch_find_schedule_email_entry(&sch_schedule_email_list, field.text, &emails);
+  if (emails && email_transport_conf.smtp_server[0]) {
+    mail::MailRequest request;
+    request.run = mail::RunReport{name, run.job_name, run.user, outcome.wait_status, "",
+                                  static_cast<std::time_t>(outcome.started_at), ended, outcome.output, outcome.truncated};
+    for (const sch_email_slot &slot : emails->slots) {
+      if (slot.in_use) request.recipients.emplace_back(field_text(slot.address));
+    }
+    const sch_email_transport_conf &conf = email_transport_conf;
+    request.transport = mail::Transport{std::string(field_text(conf.smtp_server)), conf.smtp_port,
+                                        std::string(field_text(conf.from)), std::string(field_text(conf.reply_to)),
+                                        std::string(field_text(conf.vrf))};
+    mailer_->submit(request);
+  }
+
+  // The next job starts from the loop, not from within the ended one's report.
+  loop_.post([this, name] {
+    auto next = runs_.find(name);
+    if (next != runs_.end()) start_next_job(next->second);
+  });
+}
+
+void Runner::report_cut_short_runs() {
+  std::error_code error;
+  for (const auto &file : std::filesystem::directory_iterator(sysmgr_runtime_dir(), error)) {
+    std::string base = file.path().filename();
+    if (base.rfind(kRunMarkerPrefix, 0) != 0) continue;
+    std::ifstream in(file.path());
+    std::string schedule, job, user;
+    int job_id = -1;
+    long started = 0;
+    std::getline(in, schedule);
+    in >> job_id;
+    in.ignore();
+    std::getline(in, job);
+    std::getline(in, user);
+    in >> started;
+    std::filesystem::remove(file.path(), error);
+    if (schedule.empty() || job_id < 0) continue;
+    std::time_t now = clock_.wall_seconds();
+    int killed = SIGKILL;  // as a wait status: ended by a signal
+    model_.record_job_run(schedule, job_id, static_cast<uint32_t>(killed), now);
+    runner::RunLogEntry entry{job, schedule, user, static_cast<uint32_t>(killed), static_cast<int32_t>(now),
+                              "the run was cut short: the scheduler stopped while the job ran (started " +
+                                  local_time(started) + ")\n"};
+    runner::RunLogState state;
+    append_run_log_entry(log_file_location(stored_log_path(sch_log_file)), sch_log_file.size_limit, entry, &state);
+    log_line(LOG_WARNING, "RUN_CUT_SHORT",
+             "job " + job + " of schedule " + schedule + " as user " + user + " was cut short by a stop of the scheduler");
+  }
+}
+
+void Runner::report_missed_fires() {
+  if (!scheduler_enabled) return;
+  std::time_t now = clock_.wall_seconds();
+  for (GList *element = g_list_first(*database()->schedules); element; element = element->next) {
+    auto *schedule = static_cast<sch_schedule_entry *>(element->data);
+    const sch_schedule_record &record = *schedule->value;
+    std::string name(field_text(schedule->key->name));
+    if (jobs_of(record).empty()) continue;
+    const tminfo &time = record.time;
+    uint32_t missed = 0;
+    switch (time.type) {
+      case SCH_TM_ONESHOT:
+        missed = record.last_execution == 0 && !library_next_run(time) ? 1 : 0;
+        break;
+      case SCH_TM_REPEAT: {
+        uint32_t delta = 0;
+        sch_compute_delta(&time, &delta);
+        if (delta == 0 || time.last_time < time.start_time || time.last_time + int64_t{delta} >= now) break;
+        missed = static_cast<uint32_t>((now - time.last_time) / delta);
+        // The repeat goes on from the latest instant it would have run at.
+        model_.skip_missed_repeats(name, static_cast<int32_t>(time.last_time + int64_t{missed} * delta));
+        break;
+      }
+      case SCH_TM_DAILY:
+      case SCH_TM_WEEKLY:
+      case SCH_TM_MONTHLY: {
+        std::time_t period = time.type == SCH_TM_DAILY ? kDay : time.type == SCH_TM_WEEKLY ? 7 * kDay : 31 * kDay;
+        if (record.last_execution != 0 && now - static_cast<std::time_t>(record.last_execution) > period) {
+          missed = static_cast<uint32_t>((now - record.last_execution) / period);
+        }
+        break;
+      }
+      default:
+        break;
+    }
+    if (missed == 0) continue;
+    timers_.note_missed(name, missed);
+    log_line(LOG_WARNING, "SCHEDULE_MISSED",
+             "schedule " + name + ": " + std::to_string(missed) +
+                 " run(s) missed while the scheduler was not running; they are not replayed");
+  }
+}
+
+std::string Runner::timers_text() const {
+  std::ostringstream text;
+  char line[512];
+  std::snprintf(line, sizeof line, "%-20s %-8s %-28s %-14s %-28s %-13s %6s %7s\n", "Schedule", "State", "Next run",
+                "Left", "Last run", "Last result", "Missed", "Skipped");
+  text << line;
+  std::time_t now = clock_.wall_seconds();
+  for (const auto &[name, timer] : timers_.all()) {
+    const sch_schedule_entry *schedule = find_schedule(name);
+    std::time_t last = schedule ? static_cast<std::time_t>(schedule->value->last_execution) : 0;
+    std::string result = schedule ? last_result(*schedule) : "-";
+    bool armed = timer.state == TimerState::armed;
+    std::snprintf(line, sizeof line, "%-20s %-8s %-28s %-14s %-28s %-13s %6u %7u\n", name.c_str(),
+                  timer_state_name(timer.shown()), armed ? local_time(timer.next).c_str() : "-",
+                  armed ? duration(timer.next - now).c_str() : "-", local_time(last).c_str(),
+                  result.c_str(), timer.missed, timer.skipped);
+    text << line;
+  }
+  return text.str();
+}
+
+}  // namespace schedd

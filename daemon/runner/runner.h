@@ -1,0 +1,98 @@
+// The runner: hears of every change the model announces, keeps each schedule's timer, fires
+// schedules when their instant comes, runs their jobs one after another as the schedule's user,
+// records each result, appends it to the run log and hands it to the mailer.
+#ifndef SCHEDD_RUNNER_RUNNER_H
+#define SCHEDD_RUNNER_RUNNER_H
+
+#include <chrono>
+#include <ctime>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "config/model.h"
+#include "core/clock.h"
+#include "core/event_loop.h"
+#include "runner/job_process.h"
+#include "runner/mailer.h"
+#include "runner/run_credentials.h"
+#include "runner/schedule_timers.h"
+#include "runner/wall_timer.h"
+
+namespace schedd {
+
+struct RunnerSettings {
+  std::string interpreter = runner::kDefaultInterpreter;
+  std::chrono::milliseconds time_limit{std::chrono::hours(1)};
+  std::chrono::milliseconds grace{std::chrono::seconds(5)};
+  size_t output_limit = 64 * 1024;
+  std::string mail_ca_file;
+  // Off in tests that drive the clock themselves and call fire_due().
+  bool wall_timer = true;
+};
+
+class Runner final : public ModelListener {
+ public:
+  Runner(Model &model, EventLoop &loop, const Clock &clock, RunnerSettings settings,
+         NextRunFunction next_run = library_next_run);
+  Runner(const Runner &) = delete;
+  Runner &operator=(const Runner &) = delete;
+  // Runs still going are ended; their records say so at the next start.
+  ~Runner() override;
+
+  // Reports runs that a stop of the daemon cut short and fires missed while it was down, then
+  // arms every schedule. False when the wall-clock timer could not be had.
+  bool start();
+
+  void model_changed(const Change &change) override;
+
+  // Fires every schedule whose instant has come (the wall timer calls it).
+  void fire_due();
+  // The clock was set or the zone changed: every schedule is computed again.
+  void clock_changed();
+
+  // One line per schedule: next run, time left, last run and result, missed and skipped fires.
+  std::string timers_text() const;
+  const ScheduleTimers &timers() const { return timers_; }
+  bool running(const std::string &schedule) const { return runs_.count(schedule) != 0; }
+
+ private:
+  struct Run {
+    std::string schedule;
+    std::string user;
+    std::time_t instant = 0;
+    std::vector<int> jobs;  // ascending ids, taken at the fire
+    size_t next = 0;
+    int job_id = -1;        // the job now running
+    std::string job_name;
+    std::time_t job_started = 0;
+    std::unique_ptr<runner::RunCredentials> credentials;
+    std::unique_ptr<runner::JobProcess> process;
+  };
+
+  ScheduleFacts facts_of(const std::string &schedule) const;
+  void refresh(const std::string &schedule);
+  void refresh_all();
+  void arm_wall_timer();
+  void fire(const std::string &schedule, std::time_t instant);
+  void start_next_job(Run &run);
+  void spawn(Run &run, const std::string &command);
+  void job_ended(const std::string &schedule, const runner::JobOutcome &outcome);
+  void report_cut_short_runs();
+  void report_missed_fires();
+  std::string marker_path(const std::string &schedule, int job_id) const;
+
+  Model &model_;
+  EventLoop &loop_;
+  const Clock &clock_;
+  RunnerSettings settings_;
+  ScheduleTimers timers_;
+  std::unique_ptr<WallTimer> wall_timer_;
+  std::unique_ptr<mail::Mailer> mailer_;
+  std::map<std::string, Run> runs_;
+};
+
+}  // namespace schedd
+
+#endif
