@@ -1,5 +1,6 @@
 // schedd, the scheduler daemon: start-up, serving until told to stop, and shutdown.
 #include <signal.h>
+#include <sys/stat.h>
 #include <syslog.h>
 
 #include <cctype>
@@ -81,5 +82,8 @@ int main(int argc, char **argv) {
   openlog("schedd", LOG_PID, LOG_DAEMON);
   // Replies to a client that has gone must not end the daemon.
   signal(SIGPIPE, SIG_IGN);
+  // Stores, keys, logs and lock files are the daemon's own, whatever umask it was started with;
+  // job processes set their own.
+  umask(077);
   return serve(options);
 }

@@ -65,9 +65,9 @@ int main(int argc, char **argv) {
     std::cerr << "schedsh: no default directory for the daemon: give --runtime-dir and --state-dir\n";
     return 1;
   }
-  // Encrypted passwords are made here, in the shell, with the daemon's device key.
-  secrets_device_key_path_set((state_dir + "/" SECRETS_DEVICE_KEY_NAME).c_str());
   std::string socket_path = runtime_dir + "/" CMI_SOCKET_NAME;
+  // Only the daemon reads the device key: it encrypts and decrypts passwords for this shell.
+  secrets_daemon_socket_set(socket_path.c_str());
   cmi_session *session = cmi_session_open(socket_path.c_str());
   if (!session) {
     std::cerr << "schedsh: cannot use the daemon's socket path " << socket_path << "\n";

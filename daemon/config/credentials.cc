@@ -3,6 +3,7 @@
 #include "config/deleters.h"
 #include "config/fields.h"
 #include "config/model.h"
+#include "config/text_rules.h"
 #include "db/alloc_kinds.h"
 #include "schedcli/diag.h"
 #include "schedcli/platform/mtrack.h"
@@ -25,6 +26,8 @@ uint32_t Model::store_credential(std::string_view user, std::string_view encrypt
     return SCH_STATUS_BAD_REQUEST;
   }
   if (encrypted_password.empty()) return SCH_STATUS_NO_CREDENTIAL;
+  // Both are words of the "username ... password 7 ..." line.
+  if (!plain_word(user) || !plain_word(encrypted_password)) return SCH_STATUS_BAD_TEXT;
   if (sch_user_element *element = find_user(user)) {
     sch_user_config_record record = element->record;
     copy_text(record.password, encrypted_password);

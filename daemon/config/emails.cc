@@ -1,6 +1,4 @@
 // The model's email addresses of schedules: add one, remove one.
-#include <algorithm>
-#include <cctype>
 #include <cstring>
 
 #include "config/database.h"
@@ -8,6 +6,7 @@
 #include "config/fields.h"
 #include "config/model.h"
 #include "config/names.h"
+#include "config/text_rules.h"
 #include "schedcli/platform/mtrack.h"
 #include "schedcli/status.h"
 
@@ -46,10 +45,7 @@ uint32_t Model::add_email(std::string_view schedule_name, std::string_view addre
   if (schedule.fits) sch_find_schedule(database(), schedule.text, &found);
   if (!found) return SCH_STATUS_NO_SUCH_SCHEDULE;
   if (address.empty() || address.size() >= SCH_EMAIL_SIZE) return SCH_STATUS_BAD_REQUEST;
-  // The address becomes a word of the configuration text: a blank or a control character would
-  // break its line when the text is pasted back.
-  auto printable = [](char c) { return std::isgraph(static_cast<unsigned char>(c)) != 0; };
-  if (!std::all_of(address.begin(), address.end(), printable)) return SCH_STATUS_BAD_REQUEST;
+  if (!address_travels(address)) return SCH_STATUS_BAD_ADDRESS;
   char address_field[SCH_EMAIL_SIZE];
   copy_text(address_field, address);
 

@@ -8,6 +8,7 @@
 #include "config/fields.h"
 #include "config/model.h"
 #include "config/names.h"
+#include "config/text_rules.h"
 #include "cli/request.h"
 #include "db/alloc_kinds.h"
 #include "schedcli/diag.h"
@@ -77,6 +78,7 @@ uint32_t Model::create_job(std::string_view name) {
 
 uint32_t Model::define_job(std::string_view name, std::span<const uint8_t> text) {
   if (text.size() > SCH_JOB_TEXT_MAX) return SCH_STATUS_TEXT_TOO_LONG;
+  if (!job_text_travels(text)) return SCH_STATUS_BAD_TEXT;
   NameField field(name);
   sch_job_slot *slot = nullptr;
   if (!field.fits || sch_find_job(database(), field.text, &slot) < 0) return SCH_STATUS_NO_SUCH_JOB;

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -68,6 +69,11 @@ class Model {
   uint32_t delete_job(std::string_view name);
 
   bool has_schedule(std::string_view name) const;
+  // Who answers for what: the user a schedule runs as (nullopt: no such schedule), and the users of
+  // every schedule a job is assigned to, one entry a schedule (nullopt: no such job).
+  std::optional<std::string> schedule_user(std::string_view schedule) const;
+  std::optional<std::vector<std::string>> job_schedule_users(std::string_view job) const;
+
   uint32_t create_schedule(std::string_view name, std::string_view user);
   // `code` is the time kind the request names (SCH_MODIFY_*); `user` becomes the schedule's user.
   uint32_t set_schedule_time(std::string_view name, uint32_t code, const tminfo &time, std::string_view user);

@@ -7,6 +7,7 @@
 #include "config/database.h"
 #include "config/fields.h"
 #include "config/model.h"
+#include "config/text_rules.h"
 #include "schedcli/protocol.h"
 #include "schedcli/status.h"
 
@@ -78,11 +79,13 @@ uint32_t Model::set_transport(TransportPart part, const sch_email_transport_conf
   sch_email_transport_conf conf = email_transport_conf;
   switch (part) {
     case TransportPart::sender:
-      if (!one_word(asked.from)) return SCH_STATUS_BAD_REQUEST;
+      if (!terminated(asked.from) || !address_travels(field_text(asked.from))) return SCH_STATUS_BAD_ADDRESS;
       copy_text(conf.from, field_text(asked.from));
       break;
     case TransportPart::reply_to:
-      if (!one_word(asked.reply_to)) return SCH_STATUS_BAD_REQUEST;
+      if (!terminated(asked.reply_to) || !address_travels(field_text(asked.reply_to))) {
+        return SCH_STATUS_BAD_ADDRESS;
+      }
       copy_text(conf.reply_to, field_text(asked.reply_to));
       copy_text(conf.reply_to_copy, field_text(asked.reply_to));
       break;

@@ -22,6 +22,7 @@
 #include "schedcli/platform/pss.h"
 #include "schedcli/protocol.h"
 #include "schedcli/platform/sdwrap.h"
+#include "schedcli/platform/secrets.h"
 #include "schedcli/platform/syserr.h"
 #include "schedcli/platform/syslog.h"
 #include "schedcli/platform/sysmgr.h"
@@ -151,6 +152,8 @@ bool Daemon::set_directories(std::string *error) {
     return false;
   }
   if (!store_paths_fit(error)) return false;
+  // The device key is the daemon's alone: other processes have their passwords made and read here.
+  secrets_use_device_key(1);
   for (int level : options_.debug_levels) sdwrap_debug_level_set(level, 1);
   return true;
 }
@@ -178,7 +181,7 @@ void Daemon::close_debug_output() {
 // Two daemons must never open the same stores: the lock is taken before any store is.
 bool Daemon::lock_instance(std::string *error) {
   std::string path = runtime_path(kLockName);
-  lock_fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640);
+  lock_fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (lock_fd_ < 0) {
     *error = "cannot open " + path + ": " + std::strerror(errno);
     return false;

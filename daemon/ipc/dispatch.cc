@@ -7,6 +7,7 @@
 #include "schedcli/db.h"
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/feature.h"
+#include "schedcli/platform/secrets.h"
 #include "schedcli/wire.h"
 
 namespace schedd {
@@ -92,6 +93,7 @@ bool credential_fetch(RequestBytes request) {
 Reply dispatch(uint32_t service, uint32_t opcode, RequestBytes request, const RequestContext &context) {
   if (service == FM_SERVICE) return feature_request(opcode, request, context);
   if (service == ACFG_SERVICE) return configuration_request(opcode, request, context);
+  if (service == SECRETS_SERVICE) return secret_request(opcode, request, context);
   bool standby = context.standby;
   sch_request_header header;
   if (sch_wire_decode(SCH_WIRE_REQUEST_HEADER, request.data(), request.size(), &header) != 0) {

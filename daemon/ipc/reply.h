@@ -2,6 +2,8 @@
 #ifndef SCHEDD_IPC_REPLY_H
 #define SCHEDD_IPC_REPLY_H
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -17,7 +19,9 @@ namespace schedd {
 struct Caller {
   uint32_t uid = 0;
   std::string user;  // the account's name, or the uid in decimal when the account has none
-  bool privileged() const { return uid == 0; }
+  // Root administers the scheduler. A daemon that runs as another account (a developer's) serves
+  // that account as its administrator too: nobody else can reach its socket's state.
+  bool privileged() const { return uid == 0 || uid == geteuid(); }
 };
 
 // The next message of a reply stream, or nothing when the stream is complete.

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <glib-unix.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,10 +15,6 @@
 namespace schedd {
 
 namespace {
-
-// Beyond this many open connections new ones wait in the socket's backlog until one closes, so
-// that a runaway client cannot take every descriptor of the daemon.
-constexpr size_t kMaxClients = 64;
 
 // Parts of a reply stream: well below a message's limit, so that a client's socket takes a part
 // as soon as the client has read some.
@@ -36,6 +33,15 @@ struct StallTarget {
   int fd;
 };
 
+// The connection's peer as the kernel knows it; false when it cannot say.
+bool peer_of(int fd, cmi_peer *peer) {
+  ucred credentials{};
+  socklen_t length = sizeof credentials;
+  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) return false;
+  *peer = cmi_peer{credentials.pid, credentials.uid, credentials.gid};
+  return true;
+}
+
 // A payload cut into parts: well below a message's limit each, so that a client's socket takes a
 // part as soon as the client has read some.
 PartSource parts_of(std::vector<uint8_t> payload) {
@@ -51,13 +57,15 @@ PartSource parts_of(std::vector<uint8_t> payload) {
 
 }  // namespace
 
-Server::Server(EventLoop &loop, RequestHandler handler) : loop_(loop), handler_(std::move(handler)) {}
+Server::Server(EventLoop &loop, RequestHandler handler, ServerLimits limits)
+    : loop_(loop), handler_(std::move(handler)), limits_(limits) {}
 
 Server::~Server() {
   watch_listener(false);
   for (auto &[fd, client] : clients_) {
     g_source_remove(client.watch);
     disarm_stall_timer(client);
+    disarm_idle_timer(client);
     close(fd);
   }
   if (listen_fd_ >= 0) {
@@ -88,15 +96,35 @@ void Server::watch_listener(bool watched) {
   }
 }
 
+size_t Server::administrator_clients() const {
+  return static_cast<size_t>(std::count_if(clients_.begin(), clients_.end(),
+                                           [](const auto &entry) { return entry.second.caller.privileged(); }));
+}
+
 void Server::accept_clients() {
   int fd = -1;
-  while (clients_.size() < kMaxClients && cmi_server_accept(listen_fd_, &fd) == 0) {
+  while (clients_.size() < limits_.max_clients && cmi_server_accept(listen_fd_, &fd) == 0) {
+    cmi_peer peer{};
+    if (!peer_of(fd, &peer)) {
+      close(fd);
+      continue;
+    }
+    Caller caller = caller_of(peer);
+    size_t others = clients_.size() - administrator_clients();
+    if (!caller.privileged() && others + limits_.administrator_reserve >= limits_.max_clients) {
+      debug(kDebugRequest, "%zu connections of users: %s refused, the rest is kept for root", others,
+            caller.user.c_str());
+      close(fd);
+      continue;
+    }
     set_nonblocking(fd);
     Client &client = clients_[fd];
     client.fd = fd;
+    client.caller = std::move(caller);
+    client.caller_known = true;
     watch_requests(client);
   }
-  if (clients_.size() >= kMaxClients) {
+  if (clients_.size() >= limits_.max_clients) {
     debug(kDebugRequest, "%zu clients: new connections wait", clients_.size());
     watch_listener(false);
   }
@@ -104,6 +132,7 @@ void Server::accept_clients() {
 
 void Server::watch_requests(Client &client) {
   client.watch = g_unix_fd_add(client.fd, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR), on_client, this);
+  arm_idle_timer(client);
 }
 
 gboolean Server::on_client(gint fd, GIOCondition, gpointer self) {
@@ -113,8 +142,10 @@ gboolean Server::on_client(gint fd, GIOCondition, gpointer self) {
   Client &client = found->second;
   switch (server->serve_one(client)) {
     case Served::next:
+      server->arm_idle_timer(client);  // its time starts again with each request answered
       return G_SOURCE_CONTINUE;
     case Served::streaming:
+      disarm_idle_timer(client);
       // No further request is taken from this client until its stream has gone out.
       client.watch =
           g_unix_fd_add(fd, static_cast<GIOCondition>(G_IO_OUT | G_IO_HUP | G_IO_ERR), on_client_writable, server);
@@ -170,6 +201,30 @@ void Server::arm_stall_timer(Client &client) {
 void Server::disarm_stall_timer(Client &client) {
   if (client.stall_timer) g_source_remove(client.stall_timer);
   client.stall_timer = 0;
+}
+
+gboolean Server::on_idle(gpointer target) {
+  auto [server, fd] = *static_cast<StallTarget *>(target);
+  auto found = server->clients_.find(fd);
+  if (found == server->clients_.end()) return G_SOURCE_REMOVE;
+  debug(kDebugRequest, "a connection of %s sent no request for %u ms: closed", found->second.caller.user.c_str(),
+        server->limits_.idle_ms);
+  found->second.idle_timer = 0;  // this very source, removed by the return below
+  g_source_remove(found->second.watch);
+  server->drop(fd);
+  return G_SOURCE_REMOVE;
+}
+
+void Server::arm_idle_timer(Client &client) {
+  disarm_idle_timer(client);
+  client.idle_timer =
+      g_timeout_add_full(G_PRIORITY_DEFAULT, limits_.idle_ms, on_idle, new StallTarget{this, client.fd},
+                         [](gpointer target) { delete static_cast<StallTarget *>(target); });
+}
+
+void Server::disarm_idle_timer(Client &client) {
+  if (client.idle_timer) g_source_remove(client.idle_timer);
+  client.idle_timer = 0;
 }
 
 Server::Served Server::serve_one(Client &client) {
@@ -233,10 +288,13 @@ Server::Sent Server::send_stream(Client &client) {
 }
 
 void Server::drop(int fd) {
-  if (auto found = clients_.find(fd); found != clients_.end()) disarm_stall_timer(found->second);
+  if (auto found = clients_.find(fd); found != clients_.end()) {
+    disarm_stall_timer(found->second);
+    disarm_idle_timer(found->second);
+  }
   close(fd);
   clients_.erase(fd);
-  if (listen_fd_ >= 0 && clients_.size() < kMaxClients) watch_listener(true);
+  if (listen_fd_ >= 0 && clients_.size() < limits_.max_clients) watch_listener(true);
 }
 
 }  // namespace schedd

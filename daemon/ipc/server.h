@@ -21,9 +21,23 @@ namespace schedd {
 using RequestHandler =
     std::function<Reply(uint32_t service, uint32_t opcode, RequestBytes request, const Caller &caller)>;
 
+// How many clients are served at once and how long one may keep its connection without a request.
+struct ServerLimits {
+  // Beyond this many connections new ones wait in the socket's backlog until one closes, so that a
+  // runaway client cannot take every descriptor of the daemon.
+  size_t max_clients = 64;
+  // Of them, this many are kept for the administrator (root): a connection of another user beyond
+  // max_clients - administrator_reserve of theirs is closed at once, so root always gets in.
+  size_t administrator_reserve = 8;
+  // A connection that has nothing being answered and sends no request for this long is closed.
+  // Messages are whole packets (SOCK_SEQPACKET): a request arrives complete or not at all, so a
+  // connection that has sent part of one is a silent connection and goes after the same time.
+  guint idle_ms = 10000;
+};
+
 class Server {
  public:
-  Server(EventLoop &loop, RequestHandler handler);
+  Server(EventLoop &loop, RequestHandler handler, ServerLimits limits = {});
   Server(const Server &) = delete;
   Server &operator=(const Server &) = delete;
   // Drops every client, stops listening and removes the socket.
@@ -47,6 +61,7 @@ class Server {
     int fd = -1;
     guint watch = 0;  // for requests, or for room to send while a stream is out
     guint stall_timer = 0;  // while a stream is out: drops a client that stopped reading
+    guint idle_timer = 0;   // while waiting for a request: drops a client that sends none
     bool caller_known = false;
     Caller caller;
     std::optional<Stream> stream;
@@ -59,8 +74,13 @@ class Server {
   static gboolean on_client(gint fd, GIOCondition condition, gpointer self);
   static gboolean on_client_writable(gint fd, GIOCondition condition, gpointer self);
   static gboolean on_stream_stalled(gpointer target);
+  static gboolean on_idle(gpointer target);
   void arm_stall_timer(Client &client);
   static void disarm_stall_timer(Client &client);
+  void arm_idle_timer(Client &client);
+  static void disarm_idle_timer(Client &client);
+  // Administrator connections, and those of everyone else.
+  size_t administrator_clients() const;
   void watch_listener(bool watched);
   void accept_clients();
   void watch_requests(Client &client);
@@ -72,6 +92,7 @@ class Server {
 
   [[maybe_unused]] EventLoop &loop_;
   RequestHandler handler_;
+  const ServerLimits limits_;
   std::string socket_path_;
   int listen_fd_ = -1;
   guint listen_watch_ = 0;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "config/database.h"
+#include "requests/permissions.h"
 #include "requests/requests.h"
 #include "schedcli/acfg.h"
 #include "schedcli/diag.h"
@@ -36,14 +37,17 @@ bool startup_feature_enabled() {
 
 // The configuration's text goes back in parts of a stream: with 256 full jobs it is larger than
 // one message. A configuration whose feature is off contributes no text.
-Reply configuration_text(std::span<const uint8_t> payload) {
+Reply configuration_text(std::span<const uint8_t> payload, const RequestContext &context) {
   Reply reply;
   reply.streamed = true;
   if (payload.size() != 2 || (payload[0] != ACFG_CFG_RUNNING && payload[0] != ACFG_CFG_STARTUP)) {
     reply.status = SCH_STATUS_BAD_REQUEST;
     return reply;
   }
-  acfg_message message{payload[0], payload[1], nullptr, nullptr, nullptr, 0};
+  // Passwords are shown to root alone: a user gets the text with every password removed.
+  uint8_t filter = payload[1];
+  if (!context.caller.privileged()) filter |= ACFG_FILTER_HIDE_PASSWORDS;
+  acfg_message message{payload[0], filter, nullptr, nullptr, nullptr, 0};
   uint32_t status = 0;
   if (message.cfg_type == ACFG_CFG_RUNNING) {
     if (!scheduler_enabled) return reply;
@@ -73,6 +77,7 @@ Reply configuration_text(std::span<const uint8_t> payload) {
 Reply copy_to_startup(std::span<const uint8_t> payload, const RequestContext &context) {
   if (payload.size() != 1) return status_reply(SCH_STATUS_BAD_REQUEST);
   if (context.standby) return status_reply(SCH_STATUS_STANDBY);
+  if (uint32_t refused = may_administer(context)) return status_reply(refused);
   return status_reply(context.model.copy_to_startup());
 }
 
@@ -103,6 +108,7 @@ Reply logging_level(std::span<const uint8_t> payload, const RequestContext &cont
   }
   if (std::strcmp(facility, syslog_fac_LOG_SCHEDULER.name) != 0) return status_reply(SCH_STATUS_NO_SUCH_FACILITY);
   if (context.standby) return status_reply(SCH_STATUS_STANDBY);
+  if (uint32_t refused = may_administer(context)) return status_reply(refused);
   if (!scheduler_enabled) return status_reply(SCH_STATUS_FEATURE_DISABLED);
   return status_reply(context.model.set_logging_level(level == ACFG_LEVEL_DEFAULT ? SCH_LOGGING_LEVEL_DEFAULT : level));
 }
@@ -112,7 +118,7 @@ Reply logging_level(std::span<const uint8_t> payload, const RequestContext &cont
 Reply configuration_request(uint32_t opcode, std::span<const uint8_t> payload, const RequestContext &context) {
   switch (opcode) {
     case ACFG_OP_CONFIG_TEXT:
-      return configuration_text(payload);
+      return configuration_text(payload, context);
     case ACFG_OP_COPY_STARTUP:
       return copy_to_startup(payload, context);
     case ACFG_OP_MEMORY_STATS:

@@ -1,4 +1,5 @@
 // The request that adds or removes an email address of a schedule (type 20).
+#include "requests/permissions.h"
 #include "requests/requests.h"
 #include "schedcli/wire.h"
 
@@ -13,6 +14,7 @@ Reply schedule_email(RequestBytes bytes, const RequestContext &context) {
   }
   std::string_view schedule = field_text(request.schedule);
   std::string_view address = field_text(request.address);
+  if (uint32_t refused = may_change_schedule(context, schedule)) return status_reply(refused);
   return status_reply(request.operation == SCH_EMAIL_ADD ? context.model.add_email(schedule, address)
                                                          : context.model.remove_email(schedule, address));
 }

@@ -2,6 +2,7 @@
 // everything configured under it.
 #include <cstring>
 
+#include "requests/permissions.h"
 #include "requests/requests.h"
 #include "schedcli/platform/feature.h"
 
@@ -22,6 +23,8 @@ Reply feature_request(uint32_t opcode, std::span<const uint8_t> payload, const R
   }
   if (std::strcmp(name, kFeatureName) != 0) return status_reply(SCH_STATUS_NO_SUCH_FEATURE);
   if (context.standby) return status_reply(SCH_STATUS_STANDBY);
+  // Turning the feature off removes every user's configuration and credentials.
+  if (uint32_t refused = may_administer(context)) return status_reply(refused);
   return status_reply(action == FM_FEATURE_ENABLE ? context.model.enable_feature() : context.model.disable_feature());
 }
 

@@ -1,6 +1,7 @@
 // Requests on the run log: its size limit (type 9), its name (type 10), clearing it (type 11), and
 // the size for display (type 12).
 #include "config/database.h"
+#include "requests/permissions.h"
 #include "requests/requests.h"
 #include "runner/log_file.h"
 #include "schedcli/wire.h"
@@ -19,12 +20,14 @@ bool decode_log_file_request(RequestBytes bytes, sch_log_file_request *request) 
 Reply log_file_size(RequestBytes bytes, const RequestContext &context) {
   sch_log_file_request request;
   if (!decode_log_file_request(bytes, &request)) return status_reply(SCH_STATUS_BAD_REQUEST);
+  if (uint32_t refused = may_administer(context)) return status_reply(refused);
   return status_reply(context.model.set_log_file_size(request.no_flag ? SCH_LOG_FILE_SIZE_DEFAULT : request.size));
 }
 
 Reply log_file_name(RequestBytes bytes, const RequestContext &context) {
   sch_log_file_request request;
   if (!decode_log_file_request(bytes, &request)) return status_reply(SCH_STATUS_BAD_REQUEST);
+  if (uint32_t refused = may_administer(context)) return status_reply(refused);
   // The no form names the default file whatever the request carries.
   return status_reply(context.model.rename_log_file(request.no_flag ? kDefaultLogFileName : field_text(request.path)));
 }
@@ -32,6 +35,7 @@ Reply log_file_name(RequestBytes bytes, const RequestContext &context) {
 Reply log_file_clear(RequestBytes bytes, const RequestContext &context) {
   sch_log_file_request request;
   if (!decode_log_file_request(bytes, &request)) return status_reply(SCH_STATUS_BAD_REQUEST);
+  if (uint32_t refused = may_administer(context)) return status_reply(refused);
   return status_reply(context.model.clear_log_file());
 }
 

@@ -1,4 +1,5 @@
 // Requests that create, modify and delete schedules (types 3, 4, 5).
+#include "requests/permissions.h"
 #include "requests/requests.h"
 #include "schedcli/wire.h"
 
@@ -25,7 +26,7 @@ Reply modify_schedule(RequestBytes bytes, const RequestContext &context) {
   if (!holds_text(request.schedule) || !terminated(request.job)) return status_reply(SCH_STATUS_BAD_REQUEST);
   std::string_view schedule = field_text(request.schedule);
   Model &model = context.model;
-  if (!model.has_schedule(schedule)) return status_reply(SCH_STATUS_NO_SUCH_SCHEDULE);
+  if (uint32_t refused = may_change_schedule(context, schedule)) return status_reply(refused);
   switch (request.code) {
     case SCH_MODIFY_ONESHOT:
     case SCH_MODIFY_DAILY:
@@ -35,6 +36,11 @@ Reply modify_schedule(RequestBytes bytes, const RequestContext &context) {
       if (request.no_flag) return status_reply(SCH_STATUS_BAD_REQUEST);
       return status_reply(model.set_schedule_time(schedule, request.code, request.time, context.caller.user));
     case SCH_MODIFY_JOB:
+      // A job goes onto a schedule only when its user may change the job: otherwise a user could
+      // take another's job out of that user's hands by putting it on a schedule of their own.
+      if (!request.no_flag) {
+        if (uint32_t refused = may_change_job(context, field_text(request.job))) return status_reply(refused);
+      }
       return status_reply(model.assign_job(schedule, field_text(request.job), request.no_flag == 0));
     case SCH_MODIFY_JOB_NO_NAME:
       // "no job" with no name takes every job off the schedule; the positive form names none.
@@ -48,6 +54,7 @@ Reply modify_schedule(RequestBytes bytes, const RequestContext &context) {
 Reply delete_schedule(RequestBytes bytes, const RequestContext &context) {
   sch_schedule_request request;
   if (!decode_schedule_request(bytes, &request)) return status_reply(SCH_STATUS_BAD_REQUEST);
+  if (uint32_t refused = may_change_schedule(context, field_text(request.name))) return status_reply(refused);
   return status_reply(context.model.delete_schedule(field_text(request.name)));
 }
 

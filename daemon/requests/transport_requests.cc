@@ -1,6 +1,7 @@
 // The email transport of job output: sender, reply-to address and SMTP server (types 13 to 18),
 // and the whole transport for display (type 19).
 #include "config/database.h"
+#include "requests/permissions.h"
 #include "requests/requests.h"
 #include "schedcli/wire.h"
 
@@ -9,6 +10,7 @@ namespace schedd {
 Reply email_transport(RequestBytes bytes, const RequestContext &context) {
   sch_transport_request request;
   sch_wire_decode(SCH_WIRE_TRANSPORT_REQUEST, bytes.data(), bytes.size(), &request);
+  if (uint32_t refused = may_administer(context)) return status_reply(refused);
   Model &model = context.model;
   switch (request.header.type) {
     case SCH_REQ_EMAIL_FROM:

@@ -30,5 +30,8 @@
 #define SCH_STATUS_LOG_FILE_PLACE 0x40bd002fu      /* log file outside the state and runtime directories */
 #define SCH_STATUS_LOG_FILE_IO 0x40bd0030u         /* the log file could not be created, moved or emptied */
 #define SCH_STATUS_COPY_FAILED 0x40bd0031u         /* running to startup copy failed */
+#define SCH_STATUS_NOT_PERMITTED 0x40bd0032u       /* the caller may not make this change */
+#define SCH_STATUS_BAD_ADDRESS 0x40bd0033u         /* not one local@domain address */
+#define SCH_STATUS_BAD_TEXT 0x40bd0034u            /* text that configuration text cannot carry */
 
 #endif

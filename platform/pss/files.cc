@@ -40,12 +40,8 @@ uint32_t sync_directory_of(const std::string &path) {
 
 uint32_t copy_write(Environment &environment, const std::string &target, pss2_fault_operation operation,
                     PendingCopy *out) {
-  mode_t mode = 0660;
-  int source_fd = -1;
-  struct stat source;
-  if (mdb_env_get_fd(environment.env, &source_fd) == 0 && fstat(source_fd, &source) == 0) {
-    mode = source.st_mode & 0777;
-  }
+  // A copy is the daemon's alone, as every store is.
+  constexpr mode_t mode = 0600;
   std::string temporary = temporary_name_for(target);
   unlink(temporary.c_str());
   int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);

@@ -28,7 +28,7 @@ constexpr std::array<unsigned char, 8> kMagic = {'S', 'C', 'H', 'E', 'D', 'P', '
 constexpr uint32_t kFormatVersion = 1;
 constexpr size_t kAttributesRecordSize = 32;
 constexpr unsigned int kOpenFlags = MDB_NOSUBDIR | MDB_NOTLS;  // read snapshots live on handles
-constexpr mode_t kFileMode = 0660;
+constexpr mode_t kFileMode = 0600;  // the daemon's alone: users change records through it
 
 using bigendian::get_u32;
 using bigendian::put_u32;
@@ -137,8 +137,17 @@ Environment *find_identity(dev_t device, ino_t inode) {
 uint32_t open_lmdb(const std::string &path, unsigned int flags, EnvPointer *out) {
   int rc = new_environment(out);
   if (rc == 0) rc = mdb_env_open(out->get(), path.c_str(), flags, kFileMode);
-  if (rc != 0) out->reset();
-  return rc;
+  if (rc != 0) {
+    out->reset();
+    return rc;
+  }
+  // Stores made by earlier versions were open to the group: they are closed to it when next opened
+  // for writing (a reader may not own them).
+  if ((flags & MDB_RDONLY) == 0) {
+    chmod(path.c_str(), kFileMode);
+    chmod(lock_file_of(path).c_str(), kFileMode);
+  }
+  return 0;
 }
 
 }  // namespace

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr mode_t kKeyMode = 0640;
+constexpr mode_t kKeyMode = 0600;
 
 struct KeySetting {
   std::mutex mutex;

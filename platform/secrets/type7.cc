@@ -35,9 +35,9 @@ struct DeviceKey {
 
 }  // namespace
 
-extern "C" {
+namespace secrets {
 
-uint32_t security_conf_encrypt(const char *clear, int type, int, int, char **encrypted, uint32_t *encrypted_length) {
+uint32_t encrypt_with_key(const char *clear, int type, char **encrypted, uint32_t *encrypted_length) {
   if (encrypted) *encrypted = nullptr;
   if (encrypted_length) *encrypted_length = 0;
   if (!clear || !encrypted || !encrypted_length) return SECRETS_ERR_BAD_ARGUMENT;
@@ -66,8 +66,7 @@ uint32_t security_conf_encrypt(const char *clear, int type, int, int, char **enc
   return 0;
 }
 
-uint32_t security_conf_decrypt(const char *encrypted, uint32_t length, int type, int, int, char **clear,
-                               uint32_t *clear_length) {
+uint32_t decrypt_with_key(const char *encrypted, uint32_t length, int type, char **clear, uint32_t *clear_length) {
   if (clear) *clear = nullptr;
   if (clear_length) *clear_length = 0;
   if (!encrypted || !clear || !clear_length) return SECRETS_ERR_BAD_ARGUMENT;
@@ -104,4 +103,4 @@ uint32_t security_conf_decrypt(const char *encrypted, uint32_t length, int type,
   return 0;
 }
 
-}  // extern "C"
+}  // namespace secrets

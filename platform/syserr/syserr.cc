@@ -115,6 +115,13 @@ constexpr CodeText kTexts[] = {
      "Log file must be inside the scheduler's state or runtime directory (use logs:, bootflash: or volatile:)"},
     {SCH_STATUS_LOG_FILE_IO, "Log file could not be created, moved or emptied (see the daemon's log)"},
     {SCH_STATUS_COPY_FAILED, "Copy of the running configuration to the startup configuration failed"},
+    {SCH_STATUS_NOT_PERMITTED,
+     "Permission denied: only root administers the scheduler; a user changes only the schedules that run as that "
+     "user and the jobs that only those schedules run"},
+    {SCH_STATUS_BAD_ADDRESS, "Invalid email address: one local@domain, without blanks or control characters"},
+    {SCH_STATUS_BAD_TEXT,
+     "Text refused: it holds a control character or a blank where none may be, or a job line that reads as "
+     "end-job, and could not be read back from the configuration"},
 };
 
 // Two texts for one code would make the second unreachable: every family keeps to its own range.

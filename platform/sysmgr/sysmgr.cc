@@ -49,6 +49,8 @@ int make_directories(const std::string &path, std::vector<std::string> *made) {
     std::string prefix = path.substr(0, end);
     if (mkdir(prefix.c_str(), kDirectoryMode) == 0) {
       made->push_back(prefix);
+      // The daemon runs under umask 077; its group must still reach the socket.
+      chmod(prefix.c_str(), kDirectoryMode);
       continue;
     }
     struct stat existing;

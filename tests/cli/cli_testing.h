@@ -29,8 +29,11 @@ class CliTest : public ::testing::Test {
     std::ofstream(directory + "/passwd") << kLocalUser << ":x:1000:1000::/home/alice:/bin/sh\n";
     ASSERT_EQ(auth_local_passwd_file_set((directory + "/passwd").c_str()), 0u);
     ASSERT_EQ(secrets_device_key_path_set((directory + "/device.key").c_str()), 0u);
+    // The handlers' encryption runs here, as in the daemon, rather than against the stand-in daemon.
+    secrets_use_device_key(1);
   }
   void TearDown() override {
+    secrets_use_device_key(0);
     auth_local_passwd_file_set(nullptr);
     secrets_device_key_path_set(nullptr);
   }

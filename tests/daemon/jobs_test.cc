@@ -50,7 +50,7 @@ TEST_F(DaemonJobs, TextIsReplacedWholeAcrossFragmentBoundaries) {
   for (size_t length : {1024u, 1025u, 2049u, 8182u, 3u, 0u}) {
     std::string text(length, 'a');
     for (size_t i = 0; i < length; i += 7) text[i] = static_cast<char>('0' + i % 10);
-    if (length) text.back() = '\n';
+    if (length > 0) text.back() = '\n';  // the last line ends, as every stored job line does
     ASSERT_TRUE(answered(define("j", text), 0)) << length;
     EXPECT_EQ(job_text("j"), text) << length;
   }
@@ -64,11 +64,11 @@ TEST_F(DaemonJobs, TextIsReplacedWholeAcrossFragmentBoundaries) {
 // back: an unended last line, a line ending in a carriage return, a line reading end-job.
 TEST_F(DaemonJobs, TextMustBeLinesAsTheShellGathersThem) {
   ASSERT_TRUE(answered(create("j"), 0));
-  for (std::string bad : {"echo done", "a\nb", "a\r\n", "end-job\n", "a\n  end-job\t\nb\n"}) {
-    EXPECT_TRUE(answered(define("j", bad), SCH_STATUS_BAD_REQUEST)) << "'" << bad << "'";
+  for (std::string bad : {"echo done", "a\nb", "a\r\n", "end-job\n", "a\n  end-job\t\nb\n", " ?\n"}) {
+    EXPECT_TRUE(answered(define("j", bad), SCH_STATUS_BAD_TEXT)) << "'" << bad << "'";
   }
   EXPECT_EQ(job_text("j"), "");
-  for (std::string good : {"a\rb\n", "end-jobs\n\n", "echo end-job\n", "\n"}) {
+  for (std::string good : {"a\tb\n", "end-jobs\n\n", "echo end-job\n", "\n", "echo ?\n"}) {
     EXPECT_TRUE(answered(define("j", good), 0)) << "'" << good << "'";
     EXPECT_EQ(job_text("j"), good);
   }

@@ -95,7 +95,7 @@ TEST_F(DaemonSchedules, AddressesAreRemovedByExactNameAndGoWithTheirSchedule) {
   EXPECT_TRUE(answered(email(SCH_EMAIL_ADD, ""), SCH_STATUS_BAD_REQUEST));
   // An address is one word of the configuration text.
   for (const char *broken : {"z /etc", "a@b\n", "a\t@b", "\x7f@b"}) {
-    EXPECT_TRUE(answered(email(SCH_EMAIL_ADD, broken), SCH_STATUS_BAD_REQUEST)) << broken;
+    EXPECT_TRUE(answered(email(SCH_EMAIL_ADD, broken), SCH_STATUS_BAD_ADDRESS)) << broken;
   }
 
   ASSERT_TRUE(answered(email(SCH_EMAIL_ADD, "ops@example.com"), 0));

@@ -74,9 +74,9 @@ TEST_F(DaemonTransport, ServerWithoutVrfUsesTheDefaultOneAndBadPartsAreRefused) 
   }
   EXPECT_TRUE(answered(send(SCH_REQ_EMAIL_SMTP, server("192.0.2.1", 1, 0)), SCH_STATUS_OUT_OF_RANGE));
   EXPECT_TRUE(answered(send(SCH_REQ_EMAIL_SMTP, server("192.0.2.1", 1, 65536)), SCH_STATUS_OUT_OF_RANGE));
-  EXPECT_TRUE(answered(send(SCH_REQ_EMAIL_FROM, addresses("", "")), SCH_STATUS_BAD_REQUEST));
-  EXPECT_TRUE(answered(send(SCH_REQ_EMAIL_FROM, addresses("a@b.c\nscheduler job name x", "")), SCH_STATUS_BAD_REQUEST));
-  EXPECT_TRUE(answered(send(SCH_REQ_EMAIL_REPLY_TO, addresses("", std::string(64, 'r'))), SCH_STATUS_BAD_REQUEST));
+  EXPECT_TRUE(answered(send(SCH_REQ_EMAIL_FROM, addresses("", "")), SCH_STATUS_BAD_ADDRESS));
+  EXPECT_TRUE(answered(send(SCH_REQ_EMAIL_FROM, addresses("a@b.c\nscheduler job name x", "")), SCH_STATUS_BAD_ADDRESS));
+  EXPECT_TRUE(answered(send(SCH_REQ_EMAIL_REPLY_TO, addresses("", std::string(64, 'r'))), SCH_STATUS_BAD_ADDRESS));
   EXPECT_EQ(shown(), "|||mail.example.com|16|25|management") << "nothing refused was applied";
 }
 

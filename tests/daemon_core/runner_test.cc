@@ -63,7 +63,8 @@ class RunnerTest : public InProcessDaemon {
   }
   void job(const std::string &name, const std::string &text) {
     ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, name)), 0u);
-    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, name, text)), 0u);
+    // Each stored job line ends with its newline, as the shell sends it.
+    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, name, text + "\n")), 0u);
   }
   void schedule(const std::string &name, uint32_t code, const tminfo &time, const std::vector<std::string> &jobs) {
     ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, name)), 0u);

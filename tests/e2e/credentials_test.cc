@@ -37,6 +37,7 @@ class Credentials : public ::testing::Test {
   // A type-7 text under the device key that the shell uses.
   std::string encrypted(const char *password) {
     secrets_device_key_path_set((daemon.directory() + "/state/" SECRETS_DEVICE_KEY_NAME).c_str());
+    secrets_use_device_key(1);
     char *text = nullptr;
     uint32_t length = 0;
     EXPECT_EQ(security_conf_encrypt(password, SECRETS_TYPE7, 0, 0, &text, &length), 0u);

@@ -22,8 +22,10 @@ class Type7 : public ::testing::Test {
     directory_ = pattern;
     key_ = directory_ + "/device.key";
     ASSERT_EQ(secrets_device_key_path_set(key_.c_str()), 0u);
+    secrets_use_device_key(1);
   }
   void TearDown() override {
+    secrets_use_device_key(0);
     secrets_device_key_path_set(nullptr);
     std::filesystem::remove_all(directory_);
   }
@@ -84,7 +86,7 @@ TEST_F(Type7, KeyIsMadeOnFirstUseAndKept) {
   std::string text = encrypt("s3cret");
   struct stat key_file;
   ASSERT_EQ(stat(key_.c_str(), &key_file), 0);
-  EXPECT_EQ(key_file.st_mode & 07777, 0640u);
+  EXPECT_EQ(key_file.st_mode & 07777, 0600u) << "the daemon alone reads the key";
   EXPECT_EQ(key_file.st_size, 32);
   encrypt("again");
   EXPECT_EQ(decrypt(text), "s3cret") << "the key was kept, not made again";

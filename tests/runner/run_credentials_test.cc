@@ -32,11 +32,13 @@ class RunCredentialsTest : public ::testing::Test {
     std::ofstream(directory_ + "/passwd") << "alice:x:1000:1000::/home/alice:/bin/sh\n";
     ASSERT_EQ(auth_local_passwd_file_set((directory_ + "/passwd").c_str()), 0u);
     ASSERT_EQ(secrets_device_key_path_set((directory_ + "/device.key").c_str()), 0u);
+    secrets_use_device_key(1);
     context_ = g_main_context_new();
   }
   void TearDown() override {
     g_main_context_unref(context_);
     auth_local_passwd_file_set(nullptr);
+    secrets_use_device_key(0);
     secrets_device_key_path_set(nullptr);
     std::filesystem::remove_all(directory_);
   }

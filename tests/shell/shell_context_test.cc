@@ -162,6 +162,10 @@ TEST_F(Contexts, CredentialParametersCarryTheirKinds) {
 TEST_F(Contexts, ACredentialTheDaemonDidNotKeepIsAnError) {
   std::string key = ::testing::TempDir() + "schedsh_key_" + std::to_string(getpid());
   ASSERT_EQ(secrets_device_key_path_set(key.c_str()), 0u);
+  secrets_use_device_key(1);  // as the daemon would, without one
+  struct Restore {
+    ~Restore() { secrets_use_device_key(0); }
+  } restore;
   char *encrypted = nullptr;
   uint32_t length = 0;
   ASSERT_EQ(security_conf_encrypt("secret", 7, 0, 0, &encrypted, &length), 0u);

@@ -1,0 +1,278 @@
+// Two real users of the daemon's group against a daemon run by root: what each may do, what is
+// refused, what root sees, the password filter, decryption through the platform call, and root's
+// reserve of connections. The users are made here (useradd) and removed afterwards.
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "cli/request.h"
+#include "gtest/gtest.h"
+#include "processes.h"
+#include "schedcli/platform/cmi.h"
+#include "schedcli/platform/feature.h"
+#include "schedcli/platform/secrets.h"
+#include "schedcli/platform/syserr.h"
+#include "schedcli/status.h"
+#include "support/wire_images.h"
+
+namespace e2e {
+namespace {
+
+using wire_images::Bytes;
+
+const char *const kGroup = "schedsec";
+const char *const kAlice = "schedsec-alice";
+const char *const kBob = "schedsec-bob";
+
+int run(const std::string &command) { return std::system((command + " >/dev/null 2>&1").c_str()); }
+
+struct Account {
+  uid_t uid;
+  gid_t gid;
+};
+
+Account account(const char *name) {
+  passwd *entry = getpwnam(name);
+  return entry ? Account{entry->pw_uid, entry->pw_gid} : Account{0, 0};
+}
+
+// Runs `work` in a child that has become `name` and hands back its 32-bit answer.
+uint32_t as_user(const char *name, const std::function<uint32_t()> &work) {
+  Account user = account(name);
+  int answer[2];
+  if (pipe(answer) != 0) return ~0u;
+  pid_t child = fork();
+  if (child == 0) {
+    close(answer[0]);
+    if (initgroups(name, user.gid) != 0 || setgid(user.gid) != 0 || setuid(user.uid) != 0) _exit(1);
+    uint32_t result = work();
+    (void)!write(answer[1], &result, sizeof result);
+    _exit(0);
+  }
+  close(answer[1]);
+  uint32_t result = ~0u;
+  if (read(answer[0], &result, sizeof result) != sizeof result) result = ~0u;
+  close(answer[0]);
+  waitpid(child, nullptr, 0);
+  return result;
+}
+
+class Users : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    if (geteuid() != 0) return;
+    for (const char *user : {kAlice, kBob}) run(std::string("userdel ") + user);
+    run(std::string("groupdel ") + kGroup);
+    made_ = run(std::string("groupadd ") + kGroup) == 0 &&
+            run(std::string("useradd -M -N -s /bin/sh -g ") + kGroup + " " + kAlice) == 0 &&
+            run(std::string("useradd -M -N -s /bin/sh -g ") + kGroup + " " + kBob) == 0;
+  }
+  static void TearDownTestSuite() {
+    if (geteuid() != 0) return;
+    for (const char *user : {kAlice, kBob}) run(std::string("userdel ") + user);
+    run(std::string("groupdel ") + kGroup);
+  }
+
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to create users (CI runs as root)";
+    ASSERT_TRUE(made_) << "useradd or groupadd failed";
+    ASSERT_TRUE(daemon_.start(&why_)) << why_;
+    ASSERT_TRUE(daemon_.enable_feature(&why_)) << why_;
+    // The daemon's group is the users' group: it may reach the socket, nothing else.
+    gid_t group = getgrnam(kGroup)->gr_gid;
+    chmod(daemon_.directory().c_str(), 0711);
+    ASSERT_EQ(chown(run_dir().c_str(), 0, group), 0);
+    ASSERT_EQ(chown(socket_path().c_str(), 0, group), 0);
+  }
+
+  std::string run_dir() const { return daemon_.directory() + "/run"; }
+  std::string socket_path() const { return run_dir() + "/" CMI_SOCKET_NAME; }
+
+  // The shell as `user` with `input`; its standard error and exit status.
+  ShellRun shell_as(const char *user, const std::string &input) {
+    std::string base = daemon_.directory() + "/shell-" + user;
+    write_file(base + ".in", input);
+    pid_t child = fork();
+    if (child == 0) {
+      Account account_of = account(user);
+      int in = open((base + ".in").c_str(), O_RDONLY);
+      int out = open((base + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+      int err = open((base + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+      dup2(in, 0);
+      dup2(out, 1);
+      dup2(err, 2);
+      if (initgroups(user, account_of.gid) != 0 || setgid(account_of.gid) != 0 || setuid(account_of.uid) != 0) _exit(99);
+      execl(E2E_SCHEDSH, E2E_SCHEDSH, "--state-dir", (daemon_.directory() + "/state").c_str(), "--runtime-dir",
+            run_dir().c_str(), static_cast<char *>(nullptr));
+      _exit(127);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return ShellRun{read_file(base + ".out"), read_file(base + ".err"), WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+  }
+
+  // One request record straight to the socket, as `user`.
+  uint32_t request_as(const char *user, uint32_t service, uint32_t opcode, const Bytes &request) {
+    std::string path = socket_path();
+    return as_user(user, [&] {
+      cmi_session *session = cmi_session_open(path.c_str());
+      void *reply = nullptr;
+      auto length = static_cast<uint32_t>(request.size());
+      uint32_t status = cmi_req_resp(service, opcode, request.data(), &reply, &length, nullptr, nullptr, 0, session, 0);
+      std::free(reply);
+      cmi_session_close(session);
+      return status;
+    });
+  }
+
+  static std::string refusal(uint32_t code) { return syserr2str(code); }
+
+  static inline bool made_ = false;
+  Daemon daemon_;
+  std::string why_;
+};
+
+TEST_F(Users, EachManagesHisOwnAndRootAdministersEverything) {
+  ShellRun alice = shell_as(kAlice,
+                            "configure terminal\nscheduler job name aj\necho a\nend-job\n"
+                            "scheduler schedule name as\njob name aj\ntime daily 02:00\nemail-addr alice@example.com\n");
+  EXPECT_EQ(alice.err, "");
+  EXPECT_EQ(alice.status, 0);
+
+  // Bob can change nothing of hers: her schedule, her job, nor the scheduler.
+  for (std::string lines : {"scheduler schedule name as\ntime daily 03:00\n",
+                                   "scheduler schedule name as\nemail-addr bob@example.com\n",
+                                   "no scheduler schedule name as\n", "no scheduler job name aj\n",
+                                   "no feature scheduler\n", "scheduler transport email from bob@example.com\n",
+                                   "scheduler logfile size 64\n"}) {
+    ShellRun bob = shell_as(kBob, "configure terminal\n" + lines);
+    EXPECT_NE(bob.err.find(refusal(SCH_STATUS_NOT_PERMITTED)), std::string::npos) << lines << bob.err;
+    EXPECT_NE(bob.status, 0) << lines;
+  }
+  EXPECT_NE(shell_as(kBob, "copy running-config startup-config\n").err.find(refusal(SCH_STATUS_NOT_PERMITTED)),
+            std::string::npos);
+  // Nor straight to the socket: the job's text, or the feature off (which would wipe every credential).
+  EXPECT_EQ(request_as(kBob, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG,
+                       wire_images::job_request(SCH_REQ_DEFINE_JOB, "aj", "id\n")),
+            SCH_STATUS_NOT_PERMITTED);
+  Bytes off{FM_FEATURE_DISABLE};
+  for (char c : std::string("scheduler")) off.push_back(static_cast<uint8_t>(c));
+  off.push_back(0);
+  EXPECT_EQ(request_as(kBob, FM_SERVICE, FM_FEATURE_DISABLE, off), SCH_STATUS_NOT_PERMITTED);
+
+  // Bob manages his own.
+  ShellRun bob = shell_as(kBob, "configure terminal\nscheduler job name bj\nid\nend-job\n"
+                                "scheduler schedule name bs\njob name bj\ntime daily 04:00\n");
+  EXPECT_EQ(bob.err, "");
+
+  // Root sees and changes everything: it takes alice's job onto a schedule of its own, after which
+  // only root may change the job.
+  ShellRun root = daemon_.shell("configure terminal\nscheduler schedule name bs\ntime daily 05:00\n"
+                                "scheduler schedule name rs\njob name aj\nend\nshow running-config\n");
+  EXPECT_EQ(root.err, "");
+  EXPECT_NE(root.out.find("scheduler schedule name as\n  job name aj\n"), std::string::npos) << root.out;
+  EXPECT_NE(root.out.find("scheduler schedule name rs\n  job name aj\n"), std::string::npos) << root.out;
+  EXPECT_EQ(request_as(kAlice, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG,
+                       wire_images::job_request(SCH_REQ_DEFINE_JOB, "aj", "id\n")),
+            SCH_STATUS_NOT_PERMITTED);
+  EXPECT_EQ(shell_as(kAlice, "configure terminal\nno scheduler schedule name as\n").err, "");
+}
+
+TEST_F(Users, PasswordsAreRemovedForUsersAndTheirDecryptionRefused) {
+  // Root stores a credential for another user (alice's name does not matter to the daemon).
+  std::string text;
+  {
+    secrets_daemon_socket_set(socket_path().c_str());
+    char *made = nullptr;
+    uint32_t length = 0;
+    ASSERT_EQ(security_conf_encrypt("root-only", SECRETS_TYPE7, 0, 0, &made, &length), 0u);
+    text = made;
+    std::free(made);
+  }
+  ASSERT_EQ(request_as("root", SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG,
+                       wire_images::credential_request(SCH_CREDENTIAL_STORE, "carol", text)),
+            0u);
+  EXPECT_NE(daemon_.shell("show running-config\n").out.find("password 7 " + text), std::string::npos);
+  ShellRun shown = shell_as(kAlice, "show running-config\n");
+  EXPECT_NE(shown.out.find("scheduler aaa-authentication username carol password 7 <removed>\n"), std::string::npos)
+      << shown.out;
+  EXPECT_EQ(shown.out.find(text), std::string::npos);
+
+  // Through the platform call, as the shell makes it: alice's own text reads back, root's does not.
+  std::string path = socket_path();
+  auto decrypts = [&](const std::string &encrypted) {
+    return [path, encrypted] {
+      secrets_daemon_socket_set(path.c_str());
+      char *clear = nullptr;
+      uint32_t length = 0;
+      uint32_t status = security_conf_decrypt(encrypted.c_str(), static_cast<uint32_t>(encrypted.size() + 1),
+                                              SECRETS_TYPE7, 0, 0, &clear, &length);
+      std::free(clear);
+      return status;
+    };
+  };
+  EXPECT_EQ(as_user(kAlice, decrypts(text)), SCH_STATUS_NOT_PERMITTED);
+  EXPECT_EQ(as_user(kAlice,
+                    [&] {
+                      secrets_daemon_socket_set(path.c_str());
+                      char *made = nullptr;
+                      uint32_t length = 0;
+                      if (uint32_t status = security_conf_encrypt("mine", SECRETS_TYPE7, 0, 0, &made, &length)) {
+                        return status;
+                      }
+                      uint32_t status = decrypts(made)();
+                      std::free(made);
+                      return status;
+                    }),
+            0u);
+  // The key and the stores are the daemon's alone.
+  struct stat key;
+  ASSERT_EQ(stat((daemon_.directory() + "/state/" SECRETS_DEVICE_KEY_NAME).c_str(), &key), 0);
+  EXPECT_EQ(key.st_mode & 0777, 0600u);
+  struct stat store;
+  ASSERT_EQ(stat((run_dir() + "/scheduler_runtime").c_str(), &store), 0);
+  EXPECT_EQ(store.st_mode & 0777, 0600u);
+}
+
+TEST_F(Users, SixtyFourSilentConnectionsLeaveRootServed) {
+  std::string path = socket_path();
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  pid_t holder = fork();
+  if (holder == 0) {
+    Account bob = account(kBob);
+    if (initgroups(kBob, bob.gid) != 0 || setgid(bob.gid) != 0 || setuid(bob.uid) != 0) _exit(1);
+    for (int i = 0; i < 64; i++) {
+      int fd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+      sockaddr_un address{};
+      address.sun_family = AF_UNIX;
+      std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+      if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) _exit(2);
+    }
+    (void)!write(ready[1], "x", 1);
+    pause();
+    _exit(0);
+  }
+  close(ready[1]);
+  char byte = 0;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1) << "bob could not open his connections";
+  close(ready[0]);
+  ShellRun root = daemon_.shell("show running-config\n", {"--timeout", "5"});
+  EXPECT_EQ(root.status, 0) << root.err;
+  EXPECT_NE(root.out.find("feature scheduler"), std::string::npos) << root.out;
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+}
+
+}  // namespace
+}  // namespace e2e
