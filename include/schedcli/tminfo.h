@@ -97,7 +97,8 @@ SCHED_EXPORT int get_val(const char *text, const char *const *names, int count, 
 
 /* Range check of a record by its type (types 1, 3, 4, 5 and 7; others pass). Returns 0,
  * -(int)SCH_STATUS_OUT_OF_RANGE for a bad hour, minute, day, month or year (for a one-shot also
- * a day beyond the month), or -(int)SCH_STATUS_TIME_IN_PAST when a one-shot time or a type-7
+ * a day beyond the month, or a date the system's time values cannot hold: past January 2038
+ * where they are 32-bit), or -(int)SCH_STATUS_TIME_IN_PAST when a one-shot time or a type-7
  * start lies before the current second. Reads the clock; never writes. */
 SCHED_EXPORT int sch_verify_tminfo(const tminfo *t);
 
@@ -117,7 +118,8 @@ SCHED_EXPORT int normalize_day_of_month(int year, unsigned int month, int day);
 /* Carries overflowing minute, hour, day_of_month and month of a completed record into the larger
  * words (75 minutes into the next hour, day 32 into the next month). The fields are read as
  * standard time, so the hour moves on by the daylight-saving shift while it is in force.
- * day_of_week is left alone. */
+ * day_of_week is left alone. A date the system's time values cannot hold (past January 2038
+ * where they are 32-bit) is left uncarried. */
 SCHED_EXPORT void normalize_incremental_time(tminfo *t);
 
 /* Seconds since the epoch of a completed record's date and time at second 0, the fields read as
@@ -139,7 +141,8 @@ SCHED_EXPORT int sch_compute_delta(const tminfo *t, uint32_t *seconds);
  * when the run lies in the past (interval set to { 0, 0 }, next untouched) or the type has no
  * schedule kind (both untouched). Daily, weekly and monthly times equal to the current second go
  * to the next period, and are read with the daylight-saving flag in force now; type 7 never
- * catches up on missed runs, and its sums wrap at 32 bits like the record's words. */
+ * catches up on missed runs, and a type-7 run that does not fit the record's signed 32-bit
+ * seconds (past January 2038) is no run (-1, interval { 0, 0 }). */
 SCHED_EXPORT int sch_compute_timer_interval(const tminfo *t, struct timeval *interval,
                                             time_t *next);
 

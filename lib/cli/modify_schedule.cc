@@ -9,6 +9,7 @@
 #include "diag/trace.h"
 #include "schedcli/status.h"
 #include "schedcli/tminfo.h"
+#include "time/int32_wrap.h"
 
 using namespace sch::cli;
 
@@ -88,11 +89,11 @@ Refusal read_oneshot(const char *text, tminfo *t, const Now &now) {
 // Start and repeat. `*announced_start` is set when no start was given and it is taken as now
 // plus the delay.
 Refusal read_start_repeat(const sch_cli_context *context, tminfo *t, const Now &now, time_t *announced_start) {
-  time_t start;
+  int64_t start;
   const char *repeat;
   if (context->param_count == 2) {
-    start = now.seconds + kDefaultStartDelay;
-    *announced_start = start;
+    start = int64_t{now.seconds} + kDefaultStartDelay;
+    *announced_start = static_cast<time_t>(start);
     repeat = param_string(context, 1);
   } else {
     if (uint32_t code = complete_start(param_string(context, 1), t, now)) return {code, SCH_MODIFY_ONESHOT};
@@ -104,6 +105,8 @@ Refusal read_start_repeat(const sch_cli_context *context, tminfo *t, const Now &
   t->day_of_week = t->hour = 0;
   if (parse(repeat, t)) return {SCH_STATUS_TIME_FORMAT, SCH_MODIFY_START_REPEAT};
   t->type = SCH_TM_REPEAT;
+  // The record holds signed 32-bit seconds: a start past January 2038 is refused, not cut.
+  if (!sch::fits_time_word(start)) return {SCH_STATUS_OUT_OF_RANGE, SCH_MODIFY_START_REPEAT};
   t->start_time = static_cast<int32_t>(start);
   // Whatever the checker found, the operator is told the value is out of range.
   if (verify(t)) return {SCH_STATUS_OUT_OF_RANGE, SCH_MODIFY_START_REPEAT};

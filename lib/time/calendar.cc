@@ -51,6 +51,9 @@ void normalize_incremental_time(tminfo *t) {
   // Read as standard time, shown as local time: in summer the hour moves on by the shift. Kept,
   // so that a relative start agrees with mktime_from_tminfo.
   time_t seconds = mktime(&fields);
+  // A time the system cannot represent (past January 2038 with 32-bit time values) is left
+  // uncarried, for the one-shot check to refuse, rather than read back as 1969.
+  if (seconds == -1) return;
   localtime_r(&seconds, &fields);
   t->minute = fields.tm_min;
   t->hour = fields.tm_hour;

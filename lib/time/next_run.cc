@@ -74,18 +74,23 @@ time_t monthly(const tminfo *t, struct tm *next, const struct tm &today_tm, time
   return mktime(next);
 }
 
-// Start, last run and interval are 32-bit words of the stored record, and the sums wrap at 32
-// bits as the target's time values do. No catching up: a run missed while the daemon was down
-// leaves the schedule without a timer, and a start that passed before the first run moves the
-// first run one interval after now.
-time_t repeat(const tminfo *t, time_t now) {
+// Start, last run and interval are 32-bit words of the stored record. No catching up: a run
+// missed while the daemon was down leaves the schedule without a timer, and a start that passed
+// before the first run moves the first run one interval after now. Returns false when the next
+// run does not fit the record's 32-bit seconds (past January 2038), which the daemon could not
+// keep as the last run: no timer then, rather than one wrapped to another date.
+bool repeat(const tminfo *t, time_t now, time_t *next) {
   uint32_t delta = 0;
   sch_compute_delta(t, &delta);
-  int32_t start = t->start_time;
-  int32_t last = t->last_time;
-  if (last >= start) return static_cast<int32_t>(static_cast<uint32_t>(last) + delta);
-  if (start > now) return start;
-  return static_cast<int32_t>(static_cast<uint32_t>(now) + delta);
+  // The interval is a 32-bit word as on the target, where a "negative" one (a damaged record)
+  // counts backwards.
+  int64_t interval = static_cast<int32_t>(delta);
+  int64_t start = t->start_time;
+  int64_t last = t->last_time;
+  int64_t result = last >= start ? last + interval : start > now ? start : now + interval;
+  if (!sch::fits_time_word(result)) return false;
+  *next = static_cast<time_t>(result);
+  return true;
 }
 
 void trace_time(const char *label, time_t value) {
@@ -127,7 +132,11 @@ int sch_compute_timer_interval(const tminfo *t, struct timeval *interval, time_t
       result = monthly(t, &next_tm, now_tm, now);
       break;
     case SCH_TM_REPEAT:
-      result = repeat(t, now);
+      if (!repeat(t, now, &result)) {
+        sch::trace(sch::kTraceRecord, "next run beyond 32-bit time");
+        *interval = {};
+        return -1;
+      }
       break;
     default:
       return -1;  // no schedule kind: outputs untouched

@@ -21,8 +21,12 @@ int check_one_shot(const tminfo *t, time_t now) {
           t->day_of_month) {
     return sch::kTimeOutOfRange;
   }
+  time_t when = mktime_from_tminfo(t);
+  // A date the system's time values cannot hold (past January 2038 where they are 32-bit) is out
+  // of range rather than taken for mktime's -1, a second in 1969.
+  if (when == -1) return sch::kTimeOutOfRange;
   // The current second itself is still acceptable.
-  return now <= mktime_from_tminfo(t) ? 0 : sch::kTimeInPast;
+  return now <= when ? 0 : sch::kTimeInPast;
 }
 
 }  // namespace

@@ -17,10 +17,14 @@
 
 namespace pss {
 
-// Address space reserved per store; the file itself grows only as pages are written.
-inline constexpr size_t kMapSize = size_t{1} << 30;
 inline constexpr uint32_t kMaxKeySize = 511;  // LMDB's key limit in its default build
 inline constexpr uint32_t kMaxValueSize = 64u << 20;
+// Address space reserved per store; the file itself grows only as pages are written. A 32-bit
+// process has at most 4 GiB of address space, and the daemon holds its running, startup and
+// debug stores and their snapshot copies open at once, so there each store gets a quarter of
+// 1 GiB: still room to rewrite a value of the largest size beside its old pages.
+inline constexpr size_t kMapSize = sizeof(void *) > 4 ? size_t{1} << 30 : size_t{256} << 20;
+static_assert(kMapSize >= 3 * size_t{kMaxValueSize}, "a largest value and its rewrite fit the map");
 inline constexpr uint32_t kMaxHandles = 255;
 
 // One LMDB environment per store file in this process, shared by every handle on that file:

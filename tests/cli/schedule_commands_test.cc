@@ -113,6 +113,8 @@ TEST_F(ScheduleCommands, RefusedTimeStringsAreExplainedAndNotSent) {
       {1, {"nightly", "soon"}, "Incorrect time format. Should be yyyy:mmm:dd:HH:MM"},
       {7, {"nightly", "2000:Jan:1:00:00", "1:0:0"}, "Specified time is in the past\n"},  // a start is a one-shot
       {7, {"nightly", "every"}, "Incorrect time format. Should be dd:HH:MM\n"},
+      // Beyond the record's 32-bit seconds, where it would wrap round to 2033.
+      {7, {"nightly", "2170:Jan:1:00:00", "1:0:0"}, "Value out of range\n"},
   };
   for (const auto &[code, params, explanation] : cases) {
     EXPECT_EQ(run(sch_cli_modify_schedule, params, code), kRefused);

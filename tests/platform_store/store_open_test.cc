@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <tuple>
+#include <vector>
 
 #include "store_test_support.h"
 
@@ -144,6 +145,20 @@ TEST(StoreOpen, ClosedHandlesStayInvalidAndDestroyRemovesTheStore) {
   EXPECT_EQ(pss2_destroy(dir.file("s").c_str()), 0u);
   EXPECT_FALSE(std::filesystem::exists(dir.file("s")) || std::filesystem::exists(dir.file("s-lock")));
   EXPECT_EQ(pss2_destroy(dir.file("s").c_str()), 0u);
+}
+
+// The daemon keeps its running, startup and debug stores open while snapshot copies are written
+// beside them; a 32-bit process must have the address space for all of them at once.
+TEST(StoreOpen, TheDaemonsStoresFitOpenTogetherInA32BitProcess) {
+  TempDir dir;
+  std::vector<pss2_handle> handles;
+  for (int i = 0; i < 10; i++) {
+    uint32_t status = 1;
+    handles.push_back(open_store(dir.file("s" + std::to_string(i)), PSS2_MODE_CREATE, &status));
+    ASSERT_EQ(status, 0u) << "store " << i;
+    EXPECT_EQ(put(handles.back(), make_key(1, 0), "header"), 0u) << "store " << i;
+  }
+  for (pss2_handle handle : handles) EXPECT_EQ(pss2_close(handle), 0u);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The wait until the next run, for every kind, in UTC and across daylight-saving changes.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <limits>
 
 #include "schedcli/tminfo.h"
@@ -34,15 +35,29 @@ constexpr tminfo repeat(time_t start, time_t last, int days, int hours, int minu
           .start_time = static_cast<int32_t>(start), .last_time = static_cast<int32_t>(last)};
 }
 
-// Local times in the comments. Daily, weekly and monthly times carry now's daylight-saving flag
-// into mktime, so a time across a change reads in the flag of now.
-const struct {
+struct Case {
   const char *what;
   const char *zone;
   time_t now;
   tminfo t;
   time_t next;  // kNoRun: result -1
-} kCases[] = {
+};
+
+void expect_next_run(const Case &c) {
+  SCOPED_TRACE(testing::Message() << c.what << " (" << c.zone << ")");
+  ASSERT_TRUE(clock_at(c.zone, c.now));
+  timeval interval{7, 7};
+  time_t next = 12345;
+  bool runs = c.next != kNoRun;
+  EXPECT_EQ(sch_compute_timer_interval(&c.t, &interval, &next), runs ? 0 : -1);
+  EXPECT_EQ(next, runs ? c.next : 12345);  // untouched when there is no run
+  EXPECT_EQ(interval.tv_sec, runs ? c.next - c.now : 0);
+  EXPECT_EQ(interval.tv_usec, 0);
+}
+
+// Local times in the comments. Daily, weekly and monthly times carry now's daylight-saving flag
+// into mktime, so a time across a change reads in the flag of now.
+const Case kCases[] = {
     {"daily, 30 s", kUtc, utc(2026, 3, 28, 9, 59, 30), daily(10, 0), utc(2026, 3, 28, 10, 0)},
     {"daily, now", kUtc, utc(2026, 3, 28, 10, 0), daily(10, 0), utc(2026, 3, 29, 10, 0)},
     {"daily, year", kUtc, utc(2026, 12, 31, 23, 59, 30), daily(23, 59), utc(2027, 1, 1, 23, 59)},
@@ -57,7 +72,6 @@ const struct {
     {"31 on 31 Jan 28", kUtc, utc(2028, 1, 31, 11), monthly(31, 10, 0), utc(2028, 3, 2, 10, 0)},
     {"31 on 15 Feb 28", kUtc, utc(2028, 2, 15, 12), monthly(31, 10, 0), utc(2028, 2, 29, 10, 0)},
     {"31 on 15 Feb 27", kUtc, utc(2027, 2, 15, 12), monthly(31, 10, 0), utc(2027, 2, 28, 10, 0)},
-    {"31 on 15 Feb 2100", kUtc, utc(2100, 2, 15), monthly(31, 10, 0), utc(2100, 3, 1, 10, 0)},
     {"30 on 31 Jan", kUtc, utc(2026, 1, 31, 12), monthly(30, 10, 0), utc(2026, 2, 28, 10, 0)},
     {"5 on 20 Dec", kUtc, utc(2026, 12, 20, 12), monthly(5, 10, 0), utc(2027, 1, 5, 10, 0)},
     {"31 on 31 Dec", kUtc, utc(2026, 12, 31, 11), monthly(31, 10, 0), utc(2027, 1, 31, 10, 0)},
@@ -96,17 +110,42 @@ const struct {
 };
 
 TEST(NextRunTest, EveryKindInUtcAndAcrossChanges) {
-  for (const auto &c : kCases) {
-    SCOPED_TRACE(testing::Message() << c.what << " (" << c.zone << ")");
-    ASSERT_TRUE(clock_at(c.zone, c.now));
-    timeval interval{7, 7};
-    time_t next = 12345;
-    bool runs = c.next != kNoRun;
-    EXPECT_EQ(sch_compute_timer_interval(&c.t, &interval, &next), runs ? 0 : -1);
-    EXPECT_EQ(next, runs ? c.next : 12345);  // untouched when there is no run
-    EXPECT_EQ(interval.tv_sec, runs ? c.next - c.now : 0);
-    EXPECT_EQ(interval.tv_usec, 0);
-  }
+  for (const auto &c : kCases) expect_next_run(c);
+}
+
+// At the end of 32-bit time. A daily, weekly, monthly or one-shot run past it is no run where time
+// values are 32-bit, and a 64-bit host computes it as ever; a repeat keeps its runs in 32-bit
+// words of the record on every host, so one past the end is no run anywhere, never a wrapped date.
+TEST(NextRunTest, RunsAtTheEndOf32BitTime) {
+  constexpr time_t kEnd = sched_test::kLastSecond32;
+  constexpr bool k32 = sched_test::kTimeIs32Bit;
+  const time_t before = utc(2038, 1, 19, 3, 0);
+  const Case cases[] = {
+      {"last minute", kUtc, before, daily(3, 14), utc(2038, 1, 19, 3, 14)},
+      {"next day", kUtc, before, daily(2, 0), k32 ? kNoRun : utc(2038, 1, 20, 2, 0)},
+      {"next week", kUtc, before, weekly(3, 2, 0), k32 ? kNoRun : utc(2038, 1, 26, 2, 0)},
+      {"31st", kUtc, before, monthly(31, 10, 0), k32 ? kNoRun : utc(2038, 1, 31, 10, 0)},
+      {"one-shot", kUtc, before, one_shot(138, 1, 1, 0, 0), k32 ? kNoRun : utc(2038, 2, 1)},
+      {"start at the end", kUtc, before, repeat(kEnd, 0, 0, 1, 0), kEnd},
+      {"armed at the end", kUtc, before, repeat(kEnd - 60, kEnd - 60, 0, 0, 1), kEnd - 60 + 60},
+      {"one more", kUtc, before, repeat(kEnd - 59, kEnd - 59, 0, 0, 1), kNoRun},
+      {"start passed", kUtc, before, repeat(before - 10, 0, 0, 1, 0), kNoRun},
+      // A damaged record whose "negative" interval would wrap round to a run in 2038.
+      {"wrapped", kUtc, kNow, repeat(INT32_MIN, INT32_MIN + 10, -1, 0, 0), kNoRun},
+  };
+  for (const auto &c : cases) expect_next_run(c);
+}
+
+TEST(NextRunTest, PastTheEndOf32BitTimeOn64BitHosts) {
+  if (sched_test::kTimeIs32Bit) GTEST_SKIP() << "32-bit time values end in January 2038";
+  const time_t later = utc(2040, 6, 1, 12, 0);
+  const Case cases[] = {
+      {"31 on 15 Feb 2100", kUtc, utc(2100, 2, 15), monthly(31, 10, 0), utc(2100, 3, 1, 10, 0)},
+      {"daily", kBerlin, later, daily(23, 0), utc(2040, 6, 1, 21, 0)},
+      {"start passed", kUtc, later, repeat(kNow, 0, 0, 1, 0), kNoRun},
+      {"armed", kUtc, later, repeat(kNow, sched_test::kLastSecond32 - 30, 0, 1, 0), kNoRun},
+  };
+  for (const auto &c : cases) expect_next_run(c);
 }
 
 TEST(NextRunTest, KindsWithoutScheduleLeaveOutputsAlone) {

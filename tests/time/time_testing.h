@@ -28,6 +28,12 @@ constexpr time_t utc(int year, int month, int day, int hour = 0, int minute = 0,
 }
 static_assert(utc(2026, 3, 29, 1) == 1774746000, "Berlin's 2026 spring change, from zdump");
 
+// The target's time values are signed 32-bit seconds and end at this second; so do those of a
+// 32-bit build here. Dates past it are tests of 64-bit hosts only.
+inline constexpr bool kTimeIs32Bit = sizeof(time_t) < 8;
+inline constexpr time_t kLastSecond32 = 2147483647;
+static_assert(utc(2038, 1, 19, 3, 14, 7) == kLastSecond32, "the end of 32-bit time");
+
 // A zone with its offsets, a month wholly in standard time and one wholly in summer time.
 struct Zone {
   const char *name;
