@@ -31,6 +31,9 @@ class Backend {
   virtual uint32_t email_transport(sch_cli_context *context) = 0;
   virtual int show_config(sch_cli_context *context) = 0;
   virtual int show_memstats(sch_cli_context *context) = 0;
+  virtual int show_logfile(sch_cli_context *context) = 0;
+  // The schedules' timers as the daemon words them; it prints them, or an error line.
+  virtual uint32_t show_timers(sch_cli_context *context) = 0;
 
   // Requests to the configuration framework that the daemon hosts, on the shell's session:
   // 0, or a status that syserr2str renders. They print nothing.

@@ -104,6 +104,18 @@ bool show_memory_statistics(Shell &shell, const Arguments &) {
   return shell.backend().show_memstats(context.get()) == 0;
 }
 
+bool show_logfile(Shell &shell, const Arguments &arguments) {
+  if (!name_fits(shell, arguments.get("<name>"))) return false;
+  CommandContext context(shell.session(), false);
+  if (const std::string *name = arguments.get("<name>")) context.add_string(*name);
+  return shell.backend().show_logfile(context.get()) == 0;
+}
+
+bool show_timers(Shell &shell, const Arguments &) {
+  CommandContext context(shell.session(), false);
+  return shell.backend().show_timers(context.get()) == 0;
+}
+
 // ---- Jobs ----
 
 bool job(Shell &shell, const Arguments &arguments) {
@@ -556,6 +568,14 @@ void register_commands(CommandTable &table) {
   add_show({Mode::Exec, "show scheduler config",
             {"Show information", "Scheduler information", "The scheduler's configuration, block by block"},
             show_config, kFeature});
+  add_show({Mode::Exec, "show scheduler logfile [name <name>]",
+            {"Show information", "Scheduler information", "The log of job runs, with their output",
+             "The runs of one job or schedule", "A job's or a schedule's name"},
+            show_logfile, kFeature, {{"<name>", &kNameRule}}});
+  add_show({Mode::Exec, "show scheduler timers",
+            {"Show information", "Scheduler information",
+             "Each schedule's next run, time left, last run and result, missed and skipped runs"},
+            show_timers, kFeature});
   add_show({Mode::Exec, "show scheduler memory-statistics",
             {"Show information", "Scheduler information", "The daemon's allocations by kind"},
             show_memory_statistics, kFeature});

@@ -4,10 +4,16 @@
 #include <sys/stat.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
+#include "cli/request.h"
+#include "schedcli/cli.h"
 #include "schedcli/cli_config.h"
+#include "schedcli/platform/cmi.h"
+#include "schedcli/platform/syserr.h"
+#include "schedcli/wire.h"
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/sysmgr.h"
 
@@ -73,6 +79,22 @@ uint32_t LibraryBackend::email_transport(sch_cli_context *context) { return sch_
 int LibraryBackend::show_config(sch_cli_context *context) { return sch_cli_show_config(context); }
 
 int LibraryBackend::show_memstats(sch_cli_context *context) { return sch_cli_show_memstats(context); }
+
+int LibraryBackend::show_logfile(sch_cli_context *context) { return sch_cli_show_logfile(context); }
+
+uint32_t LibraryBackend::show_timers(sch_cli_context *context) {
+  sch_request_header header{SCH_REQ_GET_TIMERS, 0};
+  uint8_t request[sizeof header];
+  sch_wire_encode(SCH_WIRE_REQUEST_HEADER, &header, request);
+  void *reply = nullptr;
+  uint32_t length = sizeof request;
+  uint32_t status = cmi_req_resp(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE, request, &reply, &length, nullptr,
+                                 nullptr, 0, context->session, SCH_CMI_FLAGS);
+  if (status == 0 && reply) std::fwrite(reply, 1, length, stdout);
+  std::free(reply);
+  if (status != 0) std::fprintf(stderr, "Error: %s\n", syserr2str(status));
+  return status;
+}
 
 uint32_t LibraryBackend::config_text(cmi_session *session, uint32_t cfg_type, std::string *text) {
   char *received = nullptr;

@@ -30,6 +30,8 @@ class LibraryBackend final : public Backend {
   uint32_t email_transport(sch_cli_context *context) override;
   int show_config(sch_cli_context *context) override;
   int show_memstats(sch_cli_context *context) override;
+  int show_logfile(sch_cli_context *context) override;
+  uint32_t show_timers(sch_cli_context *context) override;
   uint32_t config_text(cmi_session *session, uint32_t cfg_type, std::string *text) override;
   uint32_t copy_running_to_startup(cmi_session *session) override;
   uint32_t logging_level(cmi_session *session, std::string_view facility, uint32_t level) override;

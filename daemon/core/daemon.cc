@@ -140,7 +140,7 @@ void Daemon::stop() {
 
 Reply Daemon::handle(uint32_t service, uint32_t opcode, RequestBytes request, const Caller &caller) {
   model_.set_actor(caller.user);
-  Reply reply = dispatch(service, opcode, request, RequestContext{caller, model_, options_.standby});
+  Reply reply = dispatch(service, opcode, request, RequestContext{caller, model_, options_.standby, runner_.get()});
   model_.set_actor({});
   return reply;
 }

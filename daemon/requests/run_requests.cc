@@ -1,5 +1,6 @@
 // Requests on runs: the run log as a stream of its entries (type 8) and the schedules' timers as
 // text (type 30).
+#include <algorithm>
 #include <memory>
 
 #include "config/database.h"
@@ -7,6 +8,7 @@
 #include "runner/log_file.h"
 #include "runner/run_log.h"
 #include "runner/runner.h"
+#include "schedcli/platform/cmi.h"
 #include "schedcli/wire.h"
 
 namespace schedd {
@@ -40,9 +42,9 @@ Reply show_log(RequestBytes bytes, const RequestContext &) {
 Reply timers_display(RequestBytes, const RequestContext &context) {
   if (!context.runner) return {};
   std::string text = context.runner->timers_text();
+  // A thousand schedules take some 150 KB: one message holds them.
   Reply reply;
-  reply.streamed = true;
-  reply.payload.assign(text.begin(), text.end());
+  reply.payload.assign(text.begin(), text.begin() + static_cast<ptrdiff_t>(std::min<size_t>(text.size(), CMI_MAX_PAYLOAD)));
   return reply;
 }
 

@@ -64,6 +64,8 @@ class FakeBackend final : public Backend {
   uint32_t email_transport(sch_cli_context *c) override { return record("email_transport", *c); }
   int show_config(sch_cli_context *c) override { return static_cast<int>(record("show_config", *c)); }
   int show_memstats(sch_cli_context *c) override { return static_cast<int>(record("show_memstats", *c)); }
+  int show_logfile(sch_cli_context *c) override { return static_cast<int>(record("show_logfile", *c)); }
+  uint32_t show_timers(sch_cli_context *c) override { return record("show_timers", *c); }
   uint32_t config_text(cmi_session *session, uint32_t cfg_type, std::string *text) override {
     uint32_t result = record_session("config_text", session, cfg_type);
     if (result == 0) *text = config;
