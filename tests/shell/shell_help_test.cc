@@ -30,7 +30,7 @@ TEST_F(Help, ScheduleModeFallsBackToConfigurationMode) {
 
 TEST_F(Help, CompletionOffersKeywordsOnly) {
   EXPECT_EQ(completions("conf"), (List{"configure"}));
-  EXPECT_EQ(completions("show scheduler "), (List{"config", "job", "memory-statistics", "schedule"}));
+  EXPECT_EQ(completions("show scheduler "), (List{"config", "job", "logfile", "memory-statistics", "schedule", "timers"}));
   EXPECT_EQ(completions("SHOW SCHEDULER J"), (List{"job"}));
   EXPECT_EQ(shell.complete("show scheduler j").partial, "j");
   EXPECT_TRUE(completions("show scheduler job name ").empty());
