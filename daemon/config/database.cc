@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "config/names.h"
 #include "schedcli/platform/mtrack.h"
 #include "schedcli/protocol.h"
 
@@ -69,6 +70,22 @@ void number_restored_schedules() {
   for (GList *element = g_list_first(*database()->schedules); element; element = element->next) {
     give_listing_serial(static_cast<sch_schedule_entry *>(element->data));
   }
+}
+
+sch_schedule_entry *find_schedule(std::string_view name) {
+  NameField field(name);
+  sch_schedule_entry *schedule = nullptr;
+  if (field.fits) sch_find_schedule(database(), field.text, &schedule);
+  return schedule;
+}
+
+uint32_t save_schedule(sch_schedule_entry *schedule, const sch_schedule_record &record) {
+  sch_schedule_record copy = record;
+  sch_schedule_entry staged = *schedule;
+  staged.value = &copy;
+  uint32_t status = durably(pss_running, [&] { return sch_save_schedule_entry_to_pss(pss_running, &staged) == 0; });
+  if (status == 0) *schedule->value = record;
+  return status;
 }
 
 GList *schedule_element(sch_schedule_entry *entry) { return g_list_find(*database()->schedules, entry); }

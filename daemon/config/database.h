@@ -5,6 +5,7 @@
 #define SCHEDD_CONFIG_DATABASE_H
 
 #include <cstdint>
+#include <string_view>
 
 #include "schedcli/db.h"
 #include "schedcli/pss.h"
@@ -43,6 +44,12 @@ void number_restored_schedules();
 // Orders the live schedule list by name, or back in creation order.
 void sort_schedules_by_name();
 void sort_schedules_by_listing_serial();
+
+// The schedule of that name, or NULL.
+sch_schedule_entry *find_schedule(std::string_view name);
+// Writes the schedule with `record` in place of its own; the entry takes the record only once it
+// is durable. 0 or the store's status.
+uint32_t save_schedule(sch_schedule_entry *schedule, const sch_schedule_record &record);
 
 // The list element that holds the entry, or NULL.
 GList *schedule_element(sch_schedule_entry *entry);

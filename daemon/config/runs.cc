@@ -15,22 +15,6 @@ namespace schedd {
 
 namespace {
 
-sch_schedule_entry *find_schedule(std::string_view name) {
-  NameField field(name);
-  sch_schedule_entry *schedule = nullptr;
-  if (field.fits) sch_find_schedule(database(), field.text, &schedule);
-  return schedule;
-}
-
-uint32_t save_schedule(sch_schedule_entry *schedule, const sch_schedule_record &record) {
-  sch_schedule_record copy = record;
-  sch_schedule_entry staged = *schedule;
-  staged.value = &copy;
-  uint32_t status = durably(pss_running, [&] { return sch_save_schedule_entry_to_pss(pss_running, &staged) == 0; });
-  if (status == 0) *schedule->value = record;
-  return status;
-}
-
 // The job's run result for the schedule, if it has one.
 GList *result_of(sch_job_slot &job, const char *schedule) {
   for (GList *element = job.run_results; element; element = element->next) {

@@ -21,24 +21,6 @@ namespace {
 // A repeat more often than this would keep the daemon busy running one schedule.
 constexpr int64_t kShortestRepeatSeconds = 60;
 
-sch_schedule_entry *find_schedule(std::string_view name) {
-  NameField field(name);
-  sch_schedule_entry *schedule = nullptr;
-  if (field.fits) sch_find_schedule(database(), field.text, &schedule);
-  return schedule;
-}
-
-// Writes the schedule with `record` in place of its own; the entry takes the record only once
-// it is durable.
-uint32_t save_schedule(sch_schedule_entry *schedule, const sch_schedule_record &record) {
-  sch_schedule_record copy = record;
-  sch_schedule_entry staged = *schedule;
-  staged.value = &copy;
-  uint32_t status = durably(pss_running, [&] { return sch_save_schedule_entry_to_pss(pss_running, &staged) == 0; });
-  if (status == 0) *schedule->value = record;
-  return status;
-}
-
 // The shell has checked the time already; this keeps a record the timers could not use out of
 // the store. A time that has passed meanwhile is not refused: the timers skip it.
 uint32_t check_time(uint32_t code, const tminfo &time) {

@@ -29,13 +29,6 @@ namespace {
 constexpr const char *kRunMarkerPrefix = "run-";
 constexpr std::time_t kDay = 86400;
 
-const sch_schedule_entry *find_schedule(const std::string &name) {
-  NameField field(name);
-  sch_schedule_entry *schedule = nullptr;
-  if (field.fits) sch_find_schedule(database(), field.text, &schedule);
-  return schedule;
-}
-
 // The assigned jobs that exist, in ascending id.
 std::vector<int> jobs_of(const sch_schedule_record &record) {
   std::vector<int> jobs;
