@@ -168,4 +168,40 @@ ConfigurationChanges changes_to_hold(const Configuration &wanted, const Configur
   return changes;
 }
 
+ConfigurationChanges changes_to_replace(const Configuration &wanted, const Configuration &running) {
+  ConfigurationChanges changes = changes_to_hold(wanted, running);
+  for (const ScheduleBlock &schedule : running.schedules) {
+    if (!wanted.schedule(schedule.name)) changes.removed_schedules.push_back(schedule.name);
+  }
+  for (const JobBlock &job : running.jobs) {
+    if (!wanted.job(job.name)) changes.removed_jobs.push_back(job.name);
+  }
+  // What a kept schedule has beyond the wanted one goes first in its block, so that a time is
+  // taken away before another is set.
+  std::vector<ScheduleChange> kept;
+  for (const ScheduleBlock &schedule : wanted.schedules) {
+    const ScheduleBlock *current = running.schedule(schedule.name);
+    if (!current) continue;
+    std::vector<std::string> removals;
+    for (const std::string &job : current->jobs) {
+      // A removed job leaves its schedules with it.
+      if (!contains(schedule.jobs, job) && !contains(changes.removed_jobs, job)) removals.push_back("no job name " + job);
+    }
+    if (!current->time.empty() && schedule.time.empty()) removals.push_back("no " + current->time);
+    for (const std::string &email : current->emails) {
+      if (!contains(schedule.emails, email)) removals.push_back("no email-addr " + email);
+    }
+    if (removals.empty()) continue;
+    auto found = std::find_if(changes.schedules.begin(), changes.schedules.end(),
+                              [&](const ScheduleChange &change) { return change.name == schedule.name; });
+    if (found == changes.schedules.end()) {
+      --changes.unchanged;
+      changes.schedules.push_back(ScheduleChange{schedule.name, true, removals});
+    } else {
+      found->lines.insert(found->lines.begin(), removals.begin(), removals.end());
+    }
+  }
+  return changes;
+}
+
 }  // namespace schedsh

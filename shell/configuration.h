@@ -64,12 +64,21 @@ struct ConfigurationChanges {
   std::vector<std::string> settings;
   std::vector<JobChange> jobs;
   std::vector<ScheduleChange> schedules;
+  std::vector<std::string> removed_schedules;   // a replace's: in the running configuration only
+  std::vector<std::string> removed_jobs;
   std::size_t unchanged = 0;   // settings, jobs and schedules that hold already
 
-  bool empty() const { return settings.empty() && jobs.empty() && schedules.empty(); }
+  bool empty() const {
+    return settings.empty() && jobs.empty() && schedules.empty() && removed_schedules.empty() && removed_jobs.empty();
+  }
 };
 
 ConfigurationChanges changes_to_hold(const Configuration &wanted, const Configuration &running);
+
+// What makes the running configuration's jobs and schedules equal to the wanted ones: the
+// changes to hold, and the removal of every job, schedule, assignment, time and address that the
+// wanted configuration lacks. Settings are only added, as by changes_to_hold.
+ConfigurationChanges changes_to_replace(const Configuration &wanted, const Configuration &running);
 
 }  // namespace schedsh
 

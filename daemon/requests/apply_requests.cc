@@ -1,6 +1,7 @@
 // The apply request: configuration request records that hold together or not at all. The parts of
 // an apply are gathered here; the last one runs every record inside one model apply.
 #include <algorithm>
+#include <cstdint>
 
 #include "ipc/dispatch.h"
 #include "requests/permissions.h"
@@ -40,11 +41,15 @@ bool entries_frame(std::span<const uint8_t> entries) {
   return true;
 }
 
-// The records an apply may carry: the objects of a configuration, nothing of the whole scheduler.
-bool applies(RequestBytes record) {
+uint32_t type_of(RequestBytes record) {
   sch_request_header header;
-  if (sch_wire_decode(SCH_WIRE_REQUEST_HEADER, record.data(), record.size(), &header) != 0) return false;
-  switch (header.type) {
+  if (sch_wire_decode(SCH_WIRE_REQUEST_HEADER, record.data(), record.size(), &header) != 0) return UINT32_MAX;
+  return header.type;
+}
+
+// The records an apply may carry: the objects of a configuration, nothing of the whole scheduler.
+bool applies(uint32_t type) {
+  switch (type) {
     case SCH_REQ_CREATE_JOB:
     case SCH_REQ_DEFINE_JOB:
     case SCH_REQ_DELETE_JOB:
@@ -74,10 +79,11 @@ Reply run_gathered(const RequestContext &context) {
     uint32_t length = sch_wire_get_u32(entries.data());
     RequestBytes record = entries.subspan(kLengthSize, length);
     entries = entries.subspan(kLengthSize + length);
-    uint32_t status = applies(record)
-                          ? dispatch(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, record, context).status
-                          : SCH_STATUS_BAD_REQUEST;
-    if (status == 0) continue;
+    uint32_t type = type_of(record);
+    uint32_t status = applies(type) ? dispatch(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, record, context).status
+                                    : SCH_STATUS_BAD_REQUEST;
+    // Naming an existing schedule is how the shell enters it to change it: nothing to create.
+    if (status == 0 || (type == SCH_REQ_CREATE_SCHEDULE && status == SCH_STATUS_EXISTS)) continue;
     if (first_failure == 0) first_failure = status;
     // The failures beyond what one reply holds go unlisted; the first ones say enough.
     if (reply.payload.size() + 8 > CMI_MAX_PAYLOAD) continue;
