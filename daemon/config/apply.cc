@@ -2,6 +2,9 @@
 // store, and memory follows the stores when the batch is dropped.
 #include <syslog.h>
 
+#include <set>
+#include <utility>
+
 #include "config/database.h"
 #include "config/model.h"
 #include "schedcli/platform/syserr.h"
@@ -57,7 +60,11 @@ uint32_t Model::end_apply(bool keep) {
     nost_syslog(LOG_ERR, "run results of deleted jobs and schedules stay in the runtime database: %s",
                 syserr2str(results));
   }
-  for (const Change &change : changes) announce(change.kind, change.name);
+  // Each object's changes are told once: listeners read the model as it is now.
+  std::set<std::pair<ChangeKind, std::string>> told;
+  for (const Change &change : changes) {
+    if (told.emplace(change.kind, change.name).second) announce(change.kind, change.name);
+  }
   return 0;
 }
 
