@@ -185,7 +185,9 @@ ConfigurationChanges changes_to_replace(const Configuration &wanted, const Confi
     std::vector<std::string> removals;
     for (const std::string &job : current->jobs) {
       // A removed job leaves its schedules with it.
-      if (!contains(schedule.jobs, job) && !contains(changes.removed_jobs, job)) removals.push_back("no job name " + job);
+      if (!contains(schedule.jobs, job) && !contains(changes.removed_jobs, job)) {
+        removals.push_back("no job name " + job);
+      }
     }
     if (!current->time.empty() && schedule.time.empty()) removals.push_back("no " + current->time);
     for (const std::string &email : current->emails) {

@@ -103,7 +103,8 @@ void apply_objects(Shell &shell, const ConfigurationChanges &changes, ReplayCoun
   };
   // Removals first: a removed job frees its slot for an added one.
   for (const std::string &name : changes.removed_schedules) {
-    run("no scheduler schedule name " + name, Outcome::removed_schedule, [&] { return remove(shell, "schedule", name); });
+    run("no scheduler schedule name " + name, Outcome::removed_schedule,
+        [&] { return remove(shell, "schedule", name); });
   }
   for (const std::string &name : changes.removed_jobs) {
     run("no scheduler job name " + name, Outcome::removed_job, [&] { return remove(shell, "job", name); });

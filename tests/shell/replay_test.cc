@@ -88,7 +88,8 @@ TEST_F(Replay, ARefusedChangeSendsNoneAndTheSettingsWait) {
   EXPECT_EQ(err.str(), std::string("% scheduler schedule name every_day: ") + syserr2str(SCH_STATUS_NO_SUCH_JOB) +
                            "\n% scheduler schedule name every_day: " + syserr2str(SCH_STATUS_NO_SUCH_JOB) + "\n");
   EXPECT_EQ(out.str(),
-            "Copied saved.cfg to running-config: 1 setting changed, 1 change failed; 1 unchanged; no job or schedule changed\n");
+            "Copied saved.cfg to running-config: 1 setting changed, 1 change failed; 1 unchanged; "
+            "no job or schedule changed\n");
   EXPECT_EQ(sent().back(), "apply_gathered");
 
   // A job line that would not read back is refused before the job is redefined.
