@@ -168,8 +168,43 @@ ConfigurationChanges changes_to_hold(const Configuration &wanted, const Configur
   return changes;
 }
 
+namespace {
+
+// The settings a replace takes away, by the words that name them; the value follows. A credential
+// is named by its user as well.
+constexpr std::string_view kRemovableSettings[] = {
+    "logging level scheduler",        "scheduler logfile size",          "scheduler logfile name",
+    "scheduler transport email from", "scheduler transport email reply-to", "scheduler transport email smtp-server"};
+
+// The words that name a setting, or nothing for one a replace leaves alone.
+std::optional<std::string> setting_name(const std::string &setting) {
+  for (std::string_view name : kRemovableSettings) {
+    if (setting.starts_with(std::string(name) + " ")) return std::string(name);
+  }
+  std::vector<std::string> words = word_texts(tokenize(setting));
+  if (words.size() > 4 && words[0] == "scheduler" && words[1] == "aaa-authentication" && words[2] == "username") {
+    return joined({words.begin(), words.begin() + 4});
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> setting_removal(const std::string &setting) {
+  std::optional<std::string> name = setting_name(setting);
+  if (!name) return std::nullopt;
+  return "no " + *name;
+}
+
 ConfigurationChanges changes_to_replace(const Configuration &wanted, const Configuration &running) {
   ConfigurationChanges changes = changes_to_hold(wanted, running);
+  for (const std::string &setting : running.settings) {
+    std::optional<std::string> name = setting_name(setting);
+    if (!name) continue;
+    bool still_set = std::any_of(wanted.settings.begin(), wanted.settings.end(),
+                                 [&](const std::string &other) { return setting_name(other) == name; });
+    if (!still_set) changes.removed_settings.push_back(setting);
+  }
   for (const ScheduleBlock &schedule : running.schedules) {
     if (!wanted.schedule(schedule.name)) changes.removed_schedules.push_back(schedule.name);
   }

@@ -161,6 +161,13 @@ ReplayCounts apply_changes(Shell &shell, const ConfigurationChanges &changes) {
       !changes.removed_schedules.empty()) {
     apply_objects(shell, changes, &counts);
   }
+  // A removed credential or transport could be what a refused job or schedule still needed.
+  for (const std::string &setting : counts.applied ? changes.removed_settings : std::vector<std::string>{}) {
+    std::optional<std::string> removal = setting_removal(setting);
+    bool ok = removal && shell.execute(*removal);
+    ++(ok ? counts.settings_removed : counts.failed);
+    if (shell.mode() != Mode::Config) shell.enter(Mode::Config);
+  }
   shell.enter(mode);
   return counts;
 }
@@ -168,6 +175,7 @@ ReplayCounts apply_changes(Shell &shell, const ConfigurationChanges &changes) {
 std::string describe(const ReplayCounts &counts) {
   std::string text;
   count(text, counts.settings, "setting", "settings", "changed");
+  count(text, counts.settings_removed, "setting", "settings", "removed");
   count(text, counts.jobs_added, "job", "jobs", "added");
   count(text, counts.jobs_redefined, "job", "jobs", "redefined");
   count(text, counts.jobs_removed, "job", "jobs", "removed");
@@ -186,6 +194,7 @@ std::string describe_difference(const ConfigurationChanges &changes) {
     text += std::string(mark) + printable_text(content) + "\n";
   };
   for (const std::string &setting : changes.settings) line("+ ", setting);
+  for (const std::string &setting : changes.removed_settings) line("- ", setting);
   for (const std::string &name : changes.removed_schedules) line("- ", "scheduler schedule name " + name);
   for (const std::string &name : changes.removed_jobs) line("- ", "scheduler job name " + name);
   for (const JobChange &job : changes.jobs) line(job.exists ? "~ " : "+ ", "scheduler job name " + job.name);

@@ -16,6 +16,7 @@ namespace schedsh {
 
 struct ReplayCounts {
   std::size_t settings = 0;
+  std::size_t settings_removed = 0;
   std::size_t jobs_added = 0;
   std::size_t jobs_redefined = 0;
   std::size_t schedules_added = 0;
@@ -29,7 +30,7 @@ struct ReplayCounts {
 
 // Runs `changes` from configuration mode, as if typed, and returns to the mode the shell was in.
 // The settings go first, each on its own; then the removals, jobs and schedules are gathered and
-// sent as one apply, all or nothing. Failures are printed (by the commands, or a line naming the
+// sent as one apply, all or nothing; settings to take away follow once that holds. Failures are printed (by the commands, or a line naming the
 // object the daemon refused) and counted.
 ReplayCounts apply_changes(Shell &shell, const ConfigurationChanges &changes);
 

@@ -103,24 +103,30 @@ TEST_F(Replay, ARefusedChangeSendsNoneAndTheSettingsWait) {
 }
 
 TEST_F(Replay, AReplaceShowsTheDifferenceAndTakesAwayWhatTheFileLacks) {
-  backend.config = "feature scheduler\nscheduler job name old\nls\nend-job\n\n"
+  backend.config = "feature scheduler\nscheduler logfile size 48\nscheduler transport email from a@example.com\n"
+                   "scheduler job name old\nls\nend-job\n\n"
                    "scheduler job name nightly\n/bin/echo start\n  ls -l\nend-job\n\n"
                    "scheduler schedule name gone\n  job name old\n\n"
                    "scheduler schedule name every_day\n  job name nightly\n  job name old\n  time weekly 1:02:30\n"
                    "  email-addr dev@example.com\n  email-addr ops@example.com\n\n";
-  EXPECT_TRUE(replace_configuration(shell, "feature scheduler\nscheduler job name nightly\n/bin/echo start\n  ls -l\n"
+  EXPECT_TRUE(replace_configuration(shell, "feature scheduler\nscheduler transport email from b@example.com\n"
+                                           "scheduler job name nightly\n/bin/echo start\n  ls -l\n"
                                            "end-job\nscheduler schedule name every_day\n  job name nightly\n"
                                            "  email-addr ops@example.com\n",
                                     "new.cfg"));
-  EXPECT_EQ(out.str(), "- scheduler schedule name gone\n- scheduler job name old\n~ scheduler schedule name every_day\n"
+  EXPECT_EQ(out.str(), "+ scheduler transport email from b@example.com\n- scheduler logfile size 48\n"
+                       "- scheduler schedule name gone\n- scheduler job name old\n~ scheduler schedule name every_day\n"
                        "    no time weekly 1:02:30\n    no email-addr dev@example.com\n"
-                       "Replaced running-config with new.cfg: 1 job removed, 1 schedule changed, 1 schedule removed; "
-                       "2 unchanged\n");
+                       "Replaced running-config with new.cfg: 1 setting changed, 1 setting removed, 1 job removed, "
+                       "1 schedule changed, 1 schedule removed; 2 unchanged\n");
   // The removed job's assignment goes with it, not by a line of its own.
-  EXPECT_EQ(sent(), (List{"gather_changes", "create_delete_schedule gone", "create_delete_job old",
-                          "create_delete_schedule every_day", "modify_schedule every_day 1:02:30",
-                          "modify_schedule_emailaddr every_day dev@example.com", "apply_gathered"}));
-  EXPECT_EQ(backend.calls[2].context.no_flag, 1u);
+  // A setting given another value is set, not removed; one the file lacks goes after the apply.
+  EXPECT_EQ(sent(), (List{"email_transport b@example.com", "gather_changes", "create_delete_schedule gone",
+                          "create_delete_job old", "create_delete_schedule every_day",
+                          "modify_schedule every_day 1:02:30", "modify_schedule_emailaddr every_day dev@example.com",
+                          "apply_gathered", "logfile_resize"}));
+  EXPECT_EQ(backend.calls[3].context.no_flag, 1u);
+  EXPECT_EQ(backend.last().context.no_flag, 1u);
 
   // At a terminal the operator is asked, and a no keeps everything.
   backend.calls.clear();
