@@ -6,10 +6,17 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "schedcli/cli.h"
 
 namespace schedsh {
+
+// A change of an apply that the daemon refused: its number in gathering order, and why.
+struct ApplyFailure {
+  std::size_t index;
+  uint32_t status;
+};
 
 // Each call returns the handler's own result; its meaning differs per handler.
 class Backend {
@@ -42,6 +49,18 @@ class Backend {
   virtual uint32_t copy_running_to_startup(cmi_session *session) = 0;
   // A level of 0..7, or ACFG_LEVEL_DEFAULT.
   virtual uint32_t logging_level(cmi_session *session, std::string_view facility, uint32_t level) = 0;
+
+  // Changes applied as one. gather_changes answers the session for the handlers to use from then
+  // on: the changes they make to jobs, schedules and schedule addresses are kept rather than
+  // sent, each answered with success, and what else they ask goes on to the daemon on `session`.
+  // Null, with `why`, when no gathering can be had. gathered() counts the changes kept so far.
+  virtual cmi_session *gather_changes(cmi_session *session, std::string *why) = 0;
+  virtual std::size_t gathered() = 0;
+  // Ends the gathering. With `send` the changes go to the daemon on `session` as one apply, all
+  // or nothing (`check`: the daemon only says which would fail): 0 when all hold, else the status
+  // of the first failure, with each failure in `failures`. Without `send` they are dropped.
+  virtual uint32_t apply_gathered(cmi_session *session, bool send, bool check,
+                                  std::vector<ApplyFailure> *failures) = 0;
 };
 
 }  // namespace schedsh

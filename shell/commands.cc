@@ -474,6 +474,17 @@ bool copy_file_to_running(Shell &shell, const Arguments &arguments) {
   return replay_configuration(shell, *text, path);
 }
 
+bool configure_replace(Shell &shell, const Arguments &arguments) {
+  const std::string path = arguments.value("<file>");
+  std::string why;
+  std::optional<std::string> text = read_configuration_file(path, &why);
+  if (!text) {
+    shell.err() << "% Could not read " << printable_text(path) << ": " << why << "\n";
+    return false;
+  }
+  return replace_configuration(shell, *text, path);
+}
+
 // ---- Credentials ----
 
 constexpr int kCredentialDone = 8;   // this handler's success result
@@ -558,6 +569,10 @@ void register_commands(CommandTable &table) {
   // Exec mode.
   table.add({Mode::Exec, "configure terminal",
              {"Enter configuration mode", "Configure from this terminal"}, configure_terminal});
+  table.add({Mode::Exec, "configure replace <file>",
+             {"Enter configuration mode", "Make the configuration in use equal to a file, all or nothing",
+              "A file of configuration text"},
+             configure_replace});
   add_show({Mode::Exec, "show scheduler job [name <job>]",
             {"Show information", "Scheduler information", "Jobs and their commands", "One job by name", kName},
             show_jobs, kFeature, job_rule});

@@ -168,4 +168,77 @@ ConfigurationChanges changes_to_hold(const Configuration &wanted, const Configur
   return changes;
 }
 
+namespace {
+
+// The settings a replace takes away, by the words that name them; the value follows. A credential
+// is named by its user as well.
+constexpr std::string_view kRemovableSettings[] = {
+    "logging level scheduler",        "scheduler logfile size",          "scheduler logfile name",
+    "scheduler transport email from", "scheduler transport email reply-to", "scheduler transport email smtp-server"};
+
+// The words that name a setting, or nothing for one a replace leaves alone.
+std::optional<std::string> setting_name(const std::string &setting) {
+  for (std::string_view name : kRemovableSettings) {
+    if (setting.starts_with(std::string(name) + " ")) return std::string(name);
+  }
+  std::vector<std::string> words = word_texts(tokenize(setting));
+  if (words.size() > 4 && words[0] == "scheduler" && words[1] == "aaa-authentication" && words[2] == "username") {
+    return joined({words.begin(), words.begin() + 4});
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> setting_removal(const std::string &setting) {
+  std::optional<std::string> name = setting_name(setting);
+  if (!name) return std::nullopt;
+  return "no " + *name;
+}
+
+ConfigurationChanges changes_to_replace(const Configuration &wanted, const Configuration &running) {
+  ConfigurationChanges changes = changes_to_hold(wanted, running);
+  for (const std::string &setting : running.settings) {
+    std::optional<std::string> name = setting_name(setting);
+    if (!name) continue;
+    bool still_set = std::any_of(wanted.settings.begin(), wanted.settings.end(),
+                                 [&](const std::string &other) { return setting_name(other) == name; });
+    if (!still_set) changes.removed_settings.push_back(setting);
+  }
+  for (const ScheduleBlock &schedule : running.schedules) {
+    if (!wanted.schedule(schedule.name)) changes.removed_schedules.push_back(schedule.name);
+  }
+  for (const JobBlock &job : running.jobs) {
+    if (!wanted.job(job.name)) changes.removed_jobs.push_back(job.name);
+  }
+  // What a kept schedule has beyond the wanted one goes first in its block, so that a time is
+  // taken away before another is set.
+  std::vector<ScheduleChange> kept;
+  for (const ScheduleBlock &schedule : wanted.schedules) {
+    const ScheduleBlock *current = running.schedule(schedule.name);
+    if (!current) continue;
+    std::vector<std::string> removals;
+    for (const std::string &job : current->jobs) {
+      // A removed job leaves its schedules with it.
+      if (!contains(schedule.jobs, job) && !contains(changes.removed_jobs, job)) {
+        removals.push_back("no job name " + job);
+      }
+    }
+    if (!current->time.empty() && schedule.time.empty()) removals.push_back("no " + current->time);
+    for (const std::string &email : current->emails) {
+      if (!contains(schedule.emails, email)) removals.push_back("no email-addr " + email);
+    }
+    if (removals.empty()) continue;
+    auto found = std::find_if(changes.schedules.begin(), changes.schedules.end(),
+                              [&](const ScheduleChange &change) { return change.name == schedule.name; });
+    if (found == changes.schedules.end()) {
+      --changes.unchanged;
+      changes.schedules.push_back(ScheduleChange{schedule.name, true, removals});
+    } else {
+      found->lines.insert(found->lines.begin(), removals.begin(), removals.end());
+    }
+  }
+  return changes;
+}
+
 }  // namespace schedsh

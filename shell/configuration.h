@@ -64,12 +64,26 @@ struct ConfigurationChanges {
   std::vector<std::string> settings;
   std::vector<JobChange> jobs;
   std::vector<ScheduleChange> schedules;
+  std::vector<std::string> removed_schedules;   // a replace's: in the running configuration only
+  std::vector<std::string> removed_jobs;
+  std::vector<std::string> removed_settings;    // the running lines; their no forms take them away
   std::size_t unchanged = 0;   // settings, jobs and schedules that hold already
 
-  bool empty() const { return settings.empty() && jobs.empty() && schedules.empty(); }
+  bool empty() const {
+    return settings.empty() && jobs.empty() && schedules.empty() && removed_schedules.empty() && removed_jobs.empty() &&
+           removed_settings.empty();
+  }
 };
 
 ConfigurationChanges changes_to_hold(const Configuration &wanted, const Configuration &running);
+
+// What makes the running configuration equal to the wanted one: the changes to hold, and the
+// removal of every job, schedule, assignment, time and address that the wanted configuration
+// lacks, and of every setting it does not set at all (the feature itself stays on).
+ConfigurationChanges changes_to_replace(const Configuration &wanted, const Configuration &running);
+
+// The no form that takes a removed setting away; nothing for a setting a replace leaves alone.
+std::optional<std::string> setting_removal(const std::string &setting);
 
 }  // namespace schedsh
 

@@ -112,4 +112,57 @@ uint32_t LibraryBackend::logging_level(cmi_session *session, std::string_view fa
   return acfg_request_logging_level(session, std::string(facility).c_str(), level);
 }
 
+cmi_session *LibraryBackend::gather_changes(cmi_session *session, std::string *why) {
+  auto gathering = std::make_unique<ChangeGathering>();
+  if (!gathering->start(session, why)) return nullptr;
+  gathering_ = std::move(gathering);
+  return gathering_->session();
+}
+
+std::size_t LibraryBackend::gathered() { return gathering_ ? gathering_->count() : 0; }
+
+namespace {
+
+// Sends the records as one apply, in as many parts as the messages' size calls for.
+uint32_t send_apply(cmi_session *session, uint8_t mode, const std::vector<Record> &records,
+                    std::vector<ApplyFailure> *failures) {
+  std::size_t next = 0;
+  bool first = true;
+  while (true) {
+    std::vector<uint8_t> part{mode, 0};
+    // A record always fits one part: the largest (a job's text) is far below a message.
+    while (next < records.size() && part.size() + 4 + records[next].size() <= CMI_MAX_PAYLOAD) {
+      uint8_t length[4];
+      sch_wire_put_u32(length, static_cast<uint32_t>(records[next].size()));
+      part.insert(part.end(), length, length + 4);
+      part.insert(part.end(), records[next].begin(), records[next].end());
+      next++;
+    }
+    bool last = next == records.size();
+    part[1] = static_cast<uint8_t>((first ? ACFG_APPLY_FIRST : 0) | (last ? ACFG_APPLY_LAST : 0));
+    first = false;
+    void *reply = nullptr;
+    uint32_t length = static_cast<uint32_t>(part.size());
+    uint32_t status = cmi_req_resp(ACFG_SERVICE, ACFG_OP_APPLY, part.data(), &reply, &length, nullptr, nullptr, 0,
+                                   session, 0);
+    const auto *bytes = static_cast<const uint8_t *>(reply);
+    for (uint32_t at = 0; last && bytes && at + 8 <= length; at += 8) {
+      failures->push_back({sch_wire_get_u32(bytes + at), sch_wire_get_u32(bytes + at + 4)});
+    }
+    std::free(reply);
+    if (status != 0 || last) return status;
+  }
+}
+
+}  // namespace
+
+uint32_t LibraryBackend::apply_gathered(cmi_session *session, bool send, bool check,
+                                        std::vector<ApplyFailure> *failures) {
+  if (!gathering_) return 0;
+  std::vector<Record> records = gathering_->finish();
+  gathering_.reset();
+  if (!send || records.empty()) return 0;
+  return send_apply(session, check ? ACFG_APPLY_CHECK : ACFG_APPLY_COMMIT, records, failures);
+}
+
 }  // namespace schedsh

@@ -2,9 +2,11 @@
 #ifndef SCHEDSH_LIBRARY_BACKEND_H
 #define SCHEDSH_LIBRARY_BACKEND_H
 
+#include <memory>
 #include <string>
 
 #include "backend.h"
+#include "change_gathering.h"
 
 namespace schedsh {
 
@@ -35,8 +37,12 @@ class LibraryBackend final : public Backend {
   uint32_t config_text(cmi_session *session, uint32_t cfg_type, std::string *text) override;
   uint32_t copy_running_to_startup(cmi_session *session) override;
   uint32_t logging_level(cmi_session *session, std::string_view facility, uint32_t level) override;
+  cmi_session *gather_changes(cmi_session *session, std::string *why) override;
+  std::size_t gathered() override;
+  uint32_t apply_gathered(cmi_session *session, bool send, bool check, std::vector<ApplyFailure> *failures) override;
 
  private:
+  std::unique_ptr<ChangeGathering> gathering_;
   std::string state_dir_;
   std::string runtime_dir_;
 };

@@ -1,6 +1,7 @@
 // The daemon's helpers over the library's live database and its running stores.
 #include "config/database.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <vector>
@@ -18,6 +19,9 @@ namespace {
 constexpr int kListingSerialWord = 0;
 uint32_t next_serial = 0;
 
+// The stores whose batches an apply holds open: at most the two running stores.
+std::vector<pss2_handle> held_batches;
+
 gint by_listing_serial(gconstpointer a, gconstpointer b) {
   uint32_t first = listing_serial(*static_cast<const sch_schedule_entry *>(a));
   uint32_t second = listing_serial(*static_cast<const sch_schedule_entry *>(b));
@@ -30,6 +34,15 @@ gint by_name(gconstpointer a, gconstpointer b) {
 }
 
 }  // namespace
+
+bool batch_held(pss2_handle store) {
+  return store != 0 && std::find(held_batches.begin(), held_batches.end(), store) != held_batches.end();
+}
+
+void hold_batch(pss2_handle store, bool held) {
+  std::erase(held_batches, store);
+  if (held) held_batches.push_back(store);
+}
 
 void sort_schedules_by_name() { *database()->schedules = g_list_sort(*database()->schedules, by_name); }
 

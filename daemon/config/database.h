@@ -14,10 +14,17 @@ namespace schedd {
 
 inline sch_config_set *database() { return &sch_running_config; }
 
+// Whether the store's batch is held open by a whole-configuration apply (Model::begin_apply):
+// its changes then gather there and are made durable together when the apply ends.
+bool batch_held(pss2_handle store);
+void hold_batch(pss2_handle store, bool held);
+
 // Runs `writes` (record writers on `store`; false when one of them failed) as one batch that is
 // durable when this returns 0. Otherwise nothing of it is kept and the store's status is returned.
+// Inside an apply the writes go into the held batch: durable, or dropped, with the whole apply.
 template <typename Writes>
 uint32_t durably(pss2_handle store, Writes &&writes) {
+  if (batch_held(store)) return writes() ? 0 : PSS2_ERR_IO;
   if (uint32_t status = pss2_batch_begin(store)) return status;
   if (!writes()) {
     // A writer that failed may not have spoiled the batch (a record it refused before the store

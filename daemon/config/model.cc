@@ -48,6 +48,10 @@ void Model::remove_listener(ModelListener *listener) { std::erase(listeners_, li
 
 void Model::announce(ChangeKind kind, std::string_view name) {
   Change change{kind, std::string(name)};
+  if (applying_) {
+    pending_.push_back(std::move(change));
+    return;
+  }
   if (kind != ChangeKind::schedule_fired) {
     nost_syslog(LOG_NOTICE, "configuration changed by %s: %s%s%s", actor_.empty() ? "schedd" : actor_.c_str(),
               change_kind_name(kind), name.empty() ? "" : " ", change.name.c_str());

@@ -100,6 +100,19 @@ class Model {
   uint32_t disable_feature();
   uint32_t set_logging_level(uint32_t level);
 
+  // A whole configuration changed as one: between begin_apply and end_apply every operation writes
+  // into one open batch of each running store and changes memory at once (later operations see
+  // earlier ones), and nothing is announced. begin_apply returns 0, or the store's status when a
+  // batch cannot be opened (then nothing is open).
+  uint32_t begin_apply();
+  // Makes everything since begin_apply durable in one commit of the running store and announces
+  // it (keep), or drops it. After a drop or a failed commit the live database is read back from
+  // the running stores, which still hold the configuration from before begin_apply. Returns 0,
+  // or the commit's status. The removal of deleted objects' run results is a second commit, of
+  // the runtime database, after the first; its failure is logged, the configuration stays.
+  uint32_t end_apply(bool keep);
+  bool applying() const { return applying_; }
+
   // Copies the running configuration and the debug store to startup as one step.
   uint32_t copy_to_startup();
 
@@ -119,6 +132,8 @@ class Model {
 
   std::vector<ModelListener *> listeners_;
   std::string actor_;
+  bool applying_ = false;
+  std::vector<Change> pending_;  // announcements held back until the apply is durable
 };
 
 }  // namespace schedd

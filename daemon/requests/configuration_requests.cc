@@ -125,6 +125,8 @@ Reply configuration_request(uint32_t opcode, std::span<const uint8_t> payload, c
       return memory_statistics(payload);
     case ACFG_OP_LOGGING_LEVEL:
       return logging_level(payload, context);
+    case ACFG_OP_APPLY:
+      return apply_configuration(payload, context);
     default:
       return status_reply(SCH_STATUS_UNKNOWN_REQUEST);
   }

@@ -57,6 +57,8 @@ Reply email_transport_config(RequestBytes request, const RequestContext &context
 Reply feature_request(uint32_t opcode, std::span<const uint8_t> payload, const RequestContext &context);
 // The configuration framework's requests (ACFG_SERVICE).
 Reply configuration_request(uint32_t opcode, std::span<const uint8_t> payload, const RequestContext &context);
+// Configuration records applied all or nothing (ACFG_OP_APPLY, see schedcli/platform/acfg.h).
+Reply apply_configuration(std::span<const uint8_t> payload, const RequestContext &context);
 // Type-7 encryption and decryption for processes without the device key (SECRETS_SERVICE).
 Reply secret_request(uint32_t opcode, std::span<const uint8_t> payload, const RequestContext &context);
 

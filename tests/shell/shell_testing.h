@@ -80,7 +80,33 @@ class FakeBackend final : public Backend {
     return result;
   }
 
+  cmi_session *gather_changes(cmi_session *session, std::string *) override {
+    record_session("gather_changes", session, 0);
+    gathering_from = calls.size();
+    return session;
+  }
+  std::size_t gathered() override {
+    std::size_t count = 0;
+    for (std::size_t i = gathering_from; i < calls.size(); ++i) count += changes(calls[i].handler);
+    return count;
+  }
+  uint32_t apply_gathered(cmi_session *session, bool send, bool check, std::vector<ApplyFailure> *failures) override {
+    std::size_t count = gathered();
+    record_session(send ? (check ? "check_gathered" : "apply_gathered") : "drop_gathered", session, count);
+    if (!send) return 0;
+    *failures = apply_failures;
+    return apply_failures.empty() ? 0 : apply_failures.front().status;
+  }
+
   std::string config;   // what config_text answers
+  std::vector<ApplyFailure> apply_failures;   // what apply_gathered answers
+  std::size_t gathering_from = 0;
+
+  // The handlers whose changes an apply carries.
+  static bool changes(const std::string &handler) {
+    return handler == "create_delete_job" || handler == "define_job" || handler == "create_delete_schedule" ||
+           handler == "modify_schedule" || handler == "modify_schedule_emailaddr";
+  }
 
   const Call &last() const { return calls.back(); }
 

@@ -70,9 +70,18 @@ SCHED_EXPORT uint32_t acfg_respond(acfg_handle *handle, void *context, acfg_mess
 
 /* ---- Requests between the shell and the daemon that hosts the generator ----
  *
- * The daemon serves ACFG_SERVICE. Payloads carry no integers wider than a byte, so they need no
- * byte order: a configuration-text request is [kind byte, filter byte]; a logging-level request is
- * [level byte] (ACFG_LEVEL_DEFAULT restores the default) followed by the facility name. */
+ * The daemon serves ACFG_SERVICE. A configuration-text request is [kind byte, filter byte]; a
+ * logging-level request is [level byte] (ACFG_LEVEL_DEFAULT restores the default) followed by the
+ * facility name.
+ *
+ * An apply carries configuration request records (jobs, schedules, schedule addresses) that the
+ * daemon makes hold together or not at all, in one durable change. It may take several messages:
+ * each is [mode byte, part flags byte] followed by entries, each a big-endian u32 length and a
+ * request record of that length, as the configuration service takes it. The first part carries
+ * ACFG_APPLY_FIRST (and discards any unfinished apply); the last carries ACFG_APPLY_LAST and is
+ * answered with the outcome: 0, or the status of the first entry that failed, and for every
+ * failed entry [u32 index (from 0, over all parts), u32 status], big-endian. The other parts are
+ * answered with 0 alone. ACFG_APPLY_CHECK answers the same without changing anything. */
 
 #define ACFG_SERVICE 5954u
 #define ACFG_OP_CONFIG_TEXT 1u     /* answered by a stream of text parts */
@@ -80,6 +89,11 @@ SCHED_EXPORT uint32_t acfg_respond(acfg_handle *handle, void *context, acfg_mess
 #define ACFG_OP_MEMORY_STATS 3u    /* the daemon's tracked-allocation statistics as text */
 #define ACFG_OP_LOGGING_LEVEL 4u
 #define ACFG_LEVEL_DEFAULT 0xFFu
+#define ACFG_OP_APPLY 5u           /* a set of configuration changes, all or nothing */
+#define ACFG_APPLY_COMMIT 0u       /* mode: make the changes */
+#define ACFG_APPLY_CHECK 1u        /* mode: say which changes would fail; change nothing */
+#define ACFG_APPLY_FIRST 1u        /* part flags */
+#define ACFG_APPLY_LAST 2u
 
 /* Asks for the running (ACFG_CFG_RUNNING) or startup (ACFG_CFG_STARTUP) configuration text and
  * gathers the reply stream into *text (malloc'ed, terminated; *length without the NUL). */
