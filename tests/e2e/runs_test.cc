@@ -191,5 +191,46 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
   }
 }
 
+// The daemon and its shell know this process's user as the remote user alice (nss_wrapper), whom
+// pam_matrix authenticates with the password wonderland; on the real clock.
+Environment as_remote_user(const Daemon &daemon) {
+  Environment environment = as_user(daemon.directory(), "alice");
+  for (const char *faked : {"FAKETIME", "FAKETIME_FMT", "DONT_FAKE_MONOTONIC", "FAKETIME_DONT_FAKE_MONOTONIC"}) {
+    environment[faked] = "";
+  }
+  preload(environment, std::string(E2E_PAM_WRAPPER_LIBRARY) + ":" + E2E_NSS_WRAPPER_LIBRARY);
+  return environment;
+}
+
+TEST(Runs, ARemoteUserRunsOnlyWithAStoredCredential) {
+  // Two daemons fire in the same minute: one keeps alice's credential, the other lost it after
+  // the schedule was made.
+  Daemon kept, lost;
+  std::string why;
+  ASSERT_TRUE(kept.start(&why, as_remote_user(kept))) << why;
+  ASSERT_TRUE(lost.start(&why, as_remote_user(lost))) << why;
+  std::time_t due = next_minute(std::chrono::seconds(6));
+  std::string setup = "configure terminal\nfeature scheduler\nscheduler aaa-authentication password wonderland\n" +
+                      job("j_remote", "echo remote ran") + schedule("s_remote", "j_remote", start_text(due));
+  ShellRun made = kept.shell(setup, {}, as_remote_user(kept));
+  ASSERT_EQ(made.err, "");
+  made = lost.shell(setup + "no scheduler aaa-authentication\n", {}, as_remote_user(lost));
+  ASSERT_EQ(made.err, "");
+
+  std::string ran, refused;
+  ASSERT_TRUE(wait_until(due + 20, [&] {
+    ran = kept.shell("show scheduler logfile\n", {}, as_remote_user(kept)).out;
+    refused = lost.shell("show scheduler logfile\n", {}, as_remote_user(lost)).out;
+    return count(ran, "Job Name") == 1 && count(refused, "Job Name") == 1;
+  })) << kept.log() << lost.log();
+  EXPECT_NE(ran.find("Job Status: Success (0)\n"), std::string::npos) << ran;
+  EXPECT_NE(ran.find("User Name : alice\n"), std::string::npos) << ran;
+  EXPECT_NE(ran.find("\nremote ran\n"), std::string::npos) << ran;
+  EXPECT_NE(refused.find("Job Status: Failed ("), std::string::npos) << refused;
+  EXPECT_NE(refused.find("\nno stored credential for remote user alice\n"), std::string::npos) << refused;
+  EXPECT_EQ(kept.stop(), 0) << kept.log();
+  EXPECT_EQ(lost.stop(), 0) << lost.log();
+}
+
 }  // namespace
 }  // namespace e2e
