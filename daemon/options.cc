@@ -27,13 +27,16 @@ enum OptionCode {
   kPrintDirectories,
   kInterpreter,
   kJobTimeLimit,
-  kMailCaFile
+  kMailCaFile,
+  kMailRetryDelays
 };
 
 constexpr option kOptions[] = {
     {"interpreter", required_argument, nullptr, kInterpreter},
     {"job-time-limit", required_argument, nullptr, kJobTimeLimit},
     {"mail-ca-file", required_argument, nullptr, kMailCaFile},
+    // Not in the usage text: for tests only.
+    {"mail-retry-delays", required_argument, nullptr, kMailRetryDelays},
     {"state-dir", required_argument, nullptr, kStateDir},
     {"runtime-dir", required_argument, nullptr, kRuntimeDir},
     {"foreground", no_argument, nullptr, kForeground},
@@ -45,6 +48,24 @@ constexpr option kOptions[] = {
     {"print-directories", no_argument, nullptr, kPrintDirectories},
     {nullptr, 0, nullptr, 0},
 };
+
+// "MS[,MS...]": up to ten delays of 0 to 3600000 milliseconds each.
+bool parse_delays(const char *text, std::vector<int> *delays) {
+  std::vector<int> parsed;
+  const char *at = text;
+  while (true) {
+    char *end = nullptr;
+    errno = 0;
+    long value = std::strtol(at, &end, 10);
+    if (errno != 0 || end == at || value < 0 || value > 3600000 || parsed.size() == 10) return false;
+    parsed.push_back(static_cast<int>(value));
+    if (*end == '\0') break;
+    if (*end != ',') return false;
+    at = end + 1;
+  }
+  *delays = parsed;
+  return true;
+}
 
 bool parse_level(const char *text, int *level) {
   if (std::strcmp(text, "all") == 0) {
@@ -141,6 +162,13 @@ Parsed parse_options(int argc, char **argv, Options *options, std::string *error
       }
       case kMailCaFile:
         options->mail_ca_file = optarg;
+        break;
+      case kMailRetryDelays:
+        if (!parse_delays(optarg, &options->mail_retry_delays_ms)) {
+          *error = std::string("--mail-retry-delays takes up to ten milliseconds counts, comma-separated, not '") +
+                   optarg + "'";
+          return Parsed::usage_error;
+        }
         break;
       case kHelp:
         return Parsed::help;

@@ -18,6 +18,9 @@ struct Options {
   std::string interpreter = "/bin/sh";  // runs each job's command text, given with -c
   int job_time_limit_seconds = 3600;    // a job still running then is ended
   std::string mail_ca_file;             // certificates for STARTTLS; empty: the system's
+  // Delays before each mail retry, in milliseconds; empty: the mailer's own (minutes). Set only by
+  // the hidden --mail-retry-delays, so that tests see a delivery given up without waiting.
+  std::vector<int> mail_retry_delays_ms;
 };
 
 // What the command line asks for: to serve, or only to print something and exit.

@@ -262,6 +262,10 @@ bool Daemon::start_runner(std::string *error) {
   settings.interpreter = options_.interpreter;
   settings.time_limit = std::chrono::seconds(options_.job_time_limit_seconds);
   settings.mail_ca_file = options_.mail_ca_file;
+  if (!options_.mail_retry_delays_ms.empty()) {
+    settings.mail_retry_delays.clear();
+    for (int delay : options_.mail_retry_delays_ms) settings.mail_retry_delays.emplace_back(delay);
+  }
   runner_ = std::make_unique<Runner>(model_, loop_, clock_, settings);
   if (!runner_->start()) {
     *error = "no wall-clock timer: schedules could not fire";

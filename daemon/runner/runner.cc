@@ -1,6 +1,7 @@
 // The runner: timers, fires, job runs and what each run leaves behind.
 #include "runner/runner.h"
 
+#include <signal.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "config/database.h"
@@ -94,6 +96,36 @@ std::string last_result(const sch_schedule_entry &schedule) {
   return shown ? mail::result_text(static_cast<int>(shown->result[0])) : "-";
 }
 
+// The fields of /proc/<pid>/stat after the command name: [0] is the state, [2] the process group,
+// [3] the session, [19] the start time in clock ticks since boot. Empty when the process is gone.
+std::vector<std::string> process_stat(const std::string &pid) {
+  std::ifstream in("/proc/" + pid + "/stat");
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::size_t name_end = text.rfind(')');
+  std::vector<std::string> fields;
+  if (name_end == std::string::npos) return fields;
+  std::istringstream rest(text.substr(name_end + 1));
+  for (std::string field; rest >> field;) fields.push_back(field);
+  return fields;
+}
+
+// Kills what is left of a job's session after the daemon that ran it died: each process of session
+// `session` that started no earlier than the job (so not a later session that reuses the number).
+// Returns how many were killed.
+int end_leftover_session(pid_t session, unsigned long long started) {
+  int killed = 0;
+  std::error_code error;
+  for (const auto &entry : std::filesystem::directory_iterator("/proc", error)) {
+    std::string pid = entry.path().filename();
+    if (pid.empty() || pid.find_first_not_of("0123456789") != std::string::npos) continue;
+    std::vector<std::string> fields = process_stat(pid);
+    if (fields.size() < 20 || fields[0] == "Z" || fields[3] != std::to_string(session)) continue;
+    if (std::strtoull(fields[19].c_str(), nullptr, 10) < started) continue;
+    if (kill(static_cast<pid_t>(std::stoi(pid)), SIGKILL) == 0) killed++;
+  }
+  return killed;
+}
+
 // A wait status for a run that never started, as a failed exit with `code`.
 int exit_status(int code) { return (code & 0xff) << 8; }
 
@@ -103,6 +135,7 @@ Runner::Runner(Model &model, EventLoop &loop, const Clock &clock, RunnerSettings
     : model_(model), loop_(loop), clock_(clock), settings_(std::move(settings)), timers_(clock, std::move(next_run)) {
   mail::MailerSettings mail_settings;
   mail_settings.ca_file = settings_.mail_ca_file;
+  mail_settings.retry_delays = settings_.mail_retry_delays;
   mailer_ = std::make_unique<mail::Mailer>(mail_settings, loop_.context(), nullptr);
   model_.add_listener(this);
 }
@@ -286,6 +319,13 @@ void Runner::spawn(Run &run, const std::string &command) {
   std::string name = run.schedule;
   run.process = runner::JobProcess::start(loop_.context(), spec,
                                           [this, name](const runner::JobOutcome &outcome) { job_ended(name, outcome); });
+  // The job leads a session of its own: the marker names it, so that a daemon killed meanwhile
+  // ends what is left of the job at its next start.
+  pid_t pid = run.process ? run.process->pid() : -1;
+  std::vector<std::string> fields = pid > 0 ? process_stat(std::to_string(pid)) : std::vector<std::string>{};
+  if (fields.size() >= 20) {
+    std::ofstream(marker_path(run.schedule, run.job_id), std::ios::app) << pid << '\n' << fields[19] << '\n';
+  }
 }
 
 void Runner::job_ended(const std::string &name, const runner::JobOutcome &outcome) {
@@ -354,7 +394,17 @@ void Runner::report_cut_short_runs() {
     std::getline(in, job);
     std::getline(in, user);
     in >> started;
+    long session = 0;
+    unsigned long long session_started = 0;
+    in >> session >> session_started;
     std::filesystem::remove(file.path(), error);
+    if (session > 1) {
+      if (int killed = end_leftover_session(static_cast<pid_t>(session), session_started)) {
+        log_line(LOG_WARNING, "RUN_LEFTOVER_KILLED",
+                 "job " + job + " of schedule " + schedule + ": " + std::to_string(killed) +
+                     " process(es) left from the run cut short were killed");
+      }
+    }
     if (schedule.empty() || job_id < 0) continue;
     std::time_t now = clock_.wall_seconds();
     int killed = SIGKILL;  // as a wait status: ended by a signal

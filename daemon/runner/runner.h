@@ -28,6 +28,7 @@ struct RunnerSettings {
   std::chrono::milliseconds grace{std::chrono::seconds(5)};
   size_t output_limit = 64 * 1024;
   std::string mail_ca_file;
+  std::vector<std::chrono::milliseconds> mail_retry_delays = mail::MailerSettings().retry_delays;
   // Off in tests that drive the clock themselves and call fire_due().
   bool wall_timer = true;
 };

@@ -1,0 +1,150 @@
+// Mail of job output end to end: real daemons fire in the same minute, one mailing a real SMTP
+// server (aiosmtpd) on loopback, one configured for a server that is down.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "gtest/gtest.h"
+#include "processes.h"
+#include "runs_support.h"
+
+namespace e2e {
+namespace {
+
+// aiosmtpd on a free loopback port; what it receives goes to `spool` as N.eml and N.env.
+class SmtpServer {
+ public:
+  explicit SmtpServer(const std::string &spool) {
+    int to_child[2], from_child[2];
+    if (pipe(to_child) != 0 || pipe(from_child) != 0) return;
+    pid_ = fork();
+    if (pid_ == 0) {
+      dup2(to_child[0], 0);
+      dup2(from_child[1], 1);
+      for (int fd : {to_child[0], to_child[1], from_child[0], from_child[1]}) close(fd);
+      execl("/usr/bin/python3", "/usr/bin/python3", SMTP_SERVER_SCRIPT, "--spool", spool.c_str(),
+            static_cast<char *>(nullptr));
+      _exit(127);
+    }
+    close(to_child[0]);
+    close(from_child[1]);
+    input_ = to_child[1];
+    FILE *output = fdopen(from_child[0], "r");
+    char line[64] = {};
+    if (output && std::fgets(line, sizeof line, output)) std::sscanf(line, "READY %d", &port_);
+    if (output) std::fclose(output);
+  }
+  ~SmtpServer() {
+    if (pid_ <= 0) return;
+    close(input_);  // it ends when its standard input closes
+    for (int i = 0; i < 100 && waitpid(pid_, nullptr, WNOHANG) != pid_; i++) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  int port() const { return port_; }
+
+ private:
+  pid_t pid_ = -1;
+  int input_ = -1;
+  int port_ = 0;
+};
+
+// A loopback port that nothing listens on.
+int closed_port() {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
+  socklen_t length = sizeof address;
+  getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length);
+  close(fd);
+  return ntohs(address.sin_port);
+}
+
+std::size_t count_given_up(const std::string &log) {
+  std::size_t found = 0;
+  const std::string what = "given up after 3 attempts";
+  for (std::size_t at = log.find(what); at != std::string::npos; at = log.find(what, at + 1)) found++;
+  return found;
+}
+
+std::string host_name() {
+  char name[256] = {};
+  gethostname(name, sizeof name - 1);
+  return name;
+}
+
+TEST(Mail, OneMessagePerRunAndAServerDownDelaysNoRun) {
+  Daemon up, down;
+  std::string why;
+  std::string spool = up.directory() + "/spool";
+  std::filesystem::create_directory(spool);
+  SmtpServer server(spool);
+  ASSERT_GT(server.port(), 0) << "aiosmtpd did not start (Debian package python3-aiosmtpd)";
+
+  ASSERT_TRUE(up.start(&why, real_clock())) << why;
+  // Retries after 100 ms and 100 ms instead of minutes, so the giving up is seen here.
+  ASSERT_TRUE(down.start(&why, real_clock(), {"--mail-retry-delays", "100,100"})) << why;
+  std::time_t due = next_minute(std::chrono::seconds(6));
+  std::string when = start_text(due);
+
+  auto configure = [&](const Daemon &daemon, int port, const std::string &jobs) {
+    ShellRun run = daemon.shell("configure terminal\nfeature scheduler\n"
+                                "scheduler transport email smtp-server 127.0.0.1 port " + std::to_string(port) + "\n" +
+                                    jobs,
+                                {}, real_clock());
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
+  };
+  configure(up, server.port(),
+            "scheduler job name j_mail\necho mail body\nexit 3\nend-job\n"
+            "scheduler schedule name s_mail\njob name j_mail\ntime start " + when + "\n"
+            "email-addr a@example.com\nemail-addr b@example.com\n");
+  // Two jobs, each mailed: the second runs right after the first though its mail cannot go.
+  std::string stamp = down.directory() + "/second";
+  configure(down, closed_port(),
+            "scheduler job name j_first\nexit 3\nend-job\n"
+            "scheduler job name j_second\ndate +%s > " + stamp + "\nend-job\n"
+            "scheduler schedule name s_down\njob name j_first\njob name j_second\ntime start " + when + "\n"
+            "email-addr ops@example.com\n");
+
+  // One message for the run, to both addresses.
+  ASSERT_TRUE(wait_until(due + 20, [&] { return std::filesystem::exists(spool + "/1.env"); })) << up.log();
+  std::string envelope = read_file(spool + "/1.env");
+  EXPECT_NE(envelope.find("to a@example.com\n"), std::string::npos) << envelope;
+  EXPECT_NE(envelope.find("to b@example.com\n"), std::string::npos) << envelope;
+  std::string message = read_file(spool + "/1.eml");
+  EXPECT_NE(message.find("Subject: Scheduler job j_mail of schedule s_mail on " + host_name() + ": Failed (3)\r\n"),
+            std::string::npos)
+      << message;
+  EXPECT_NE(message.find("mail body"), std::string::npos) << message;
+
+  // The server that is down: three attempts for each job's mail, then given up; the second job
+  // did not wait for the first one's mail.
+  ASSERT_TRUE(wait_until(due + 20, [&] { return count_given_up(down.log()) >= 2; })) << down.log();
+  std::string second = read_file(stamp);
+  ASSERT_FALSE(second.empty()) << down.log();
+  EXPECT_LE(std::atol(second.c_str()), due + 3) << down.log();
+
+  // Still one message: nothing was sent twice.
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_FALSE(std::filesystem::exists(spool + "/2.eml"));
+  EXPECT_EQ(up.stop(), 0) << up.log();
+  EXPECT_EQ(down.stop(), 0) << down.log();
+}
+
+}  // namespace
+}  // namespace e2e

@@ -1,0 +1,236 @@
+// Job runs on the real clock: a real daemon fires one-shot schedules at the next whole minute and
+// the real shell shows what the runs left behind, across a restart and a kill during a run.
+//
+// Every schedule of a test is due in the same minute, so one wait covers every case.
+#include <grp.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "gtest/gtest.h"
+#include "processes.h"
+#include "runs_support.h"
+
+namespace e2e {
+namespace {
+
+const char *const kGroup = "schedrun";
+const char *const kUser = "schedrun-job";
+
+int quiet(const std::string &command) { return std::system((command + " >/dev/null 2>&1").c_str()); }
+
+std::size_t count(const std::string &text, const std::string &what) {
+  std::size_t found = 0;
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) found++;
+  return found;
+}
+
+// The text of one log entry: from its "Job Name" line to the closing rule.
+std::string log_entry(const std::string &log, const std::string &job) {
+  std::size_t start = log.find("Job Name       : " + job + " ");
+  if (start == std::string::npos) return "";
+  std::size_t end = log.find(std::string(78, '=') + "\n", start);
+  return log.substr(start, end == std::string::npos ? std::string::npos : end + 79 - start);
+}
+
+// True while the process exists and is not a zombie.
+bool alive(const std::string &pid_file) {
+  std::string pid = read_file(pid_file);
+  while (!pid.empty() && (pid.back() == '\n' || pid.back() == ' ')) pid.pop_back();
+  if (pid.empty()) return false;
+  std::string stat = read_file("/proc/" + pid + "/stat");
+  std::size_t close = stat.rfind(')');
+  return close != std::string::npos && close + 2 < stat.size() && stat[close + 2] != 'Z';
+}
+
+std::string job(const std::string &name, const std::string &text) {
+  return "scheduler job name " + name + "\n" + text + "\nend-job\n";
+}
+
+std::string schedule(const std::string &name, const std::string &job_name, const std::string &when) {
+  return "scheduler schedule name " + name + "\njob name " + job_name + "\ntime start " + when + "\nexit\n";
+}
+
+TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
+  Daemon daemon;
+  std::string why;
+  const std::string dir = daemon.directory();
+  const std::vector<std::string> options{"--job-time-limit", "2"};
+  ASSERT_TRUE(daemon.start(&why, real_clock(), options)) << why;
+  ASSERT_TRUE(daemon.enable_feature(&why)) << why;
+
+  // Before any run the log is empty: no output, no error.
+  ShellRun empty = daemon.shell("show scheduler logfile\n", {}, real_clock());
+  EXPECT_EQ(empty.out, "");
+  EXPECT_EQ(empty.err, "");
+  EXPECT_EQ(empty.status, 0);
+
+  std::time_t due = next_minute(std::chrono::seconds(8));
+  std::string when = start_text(due);
+  // The log must hold the large entry whole: its default size is 16 KB.
+  std::string config = "configure terminal\nscheduler logfile size 1024\n" +
+      job("j_print", "echo hello from $SCHEDULER_JOB\nsleep 300 &\necho $! > " + dir + "/left.pid") +
+      job("j_fail", "echo failing\nexit 3") +
+      job("j_slow", "sleep 300 &\necho $! > " + dir + "/slow.pid\nsleep 100") +
+      job("j_big", "head -c 150000 /dev/zero | tr '\\0' x") +
+      job("j_cut", "trap '' TERM\necho $$ > " + dir + "/cut.pid\nsleep 100") +
+      schedule("s_print", "j_print", when) + schedule("s_fail", "j_fail", when) +
+      schedule("s_slow", "j_slow", when) + schedule("s_big", "j_big", when) + schedule("s_cut", "j_cut", when);
+  ShellRun configured = daemon.shell(config, {}, real_clock());
+  ASSERT_EQ(configured.err, "");
+  ASSERT_EQ(configured.status, 0);
+
+  // A job as another user: that user makes the schedule, through the daemon's group.
+  bool other_user = false;
+  if (geteuid() == 0) {
+    quiet(std::string("userdel ") + kUser);
+    quiet(std::string("groupdel ") + kGroup);
+    other_user = quiet(std::string("groupadd ") + kGroup) == 0 &&
+                 quiet(std::string("useradd -M -N -d / -s /bin/sh -g ") + kGroup + " " + kUser) == 0;
+    ASSERT_TRUE(other_user) << "useradd or groupadd failed";
+    gid_t group = getgrnam(kGroup)->gr_gid;
+    chmod(dir.c_str(), 0711);
+    ASSERT_EQ(chown((dir + "/run").c_str(), 0, group), 0);
+    ASSERT_EQ(chown((dir + "/run/" + socket_name()).c_str(), 0, group), 0);
+    ShellRun made = shell_as(daemon, kUser,
+                             "configure terminal\n" + job("j_user", "id -un") + schedule("s_user", "j_user", when));
+    ASSERT_EQ(made.err, "");
+    ASSERT_EQ(made.status, 0);
+  }
+
+  // Armed and waiting: one header and one line per schedule.
+  ShellRun timers = daemon.shell("show scheduler timers\n", {}, real_clock());
+  EXPECT_EQ(timers.err, "");
+  EXPECT_EQ(timers.out.rfind("Schedule             State    Next run", 0), 0u) << timers.out;
+  EXPECT_EQ(count(timers.out, "\n"), other_user ? 7u : 6u) << timers.out;
+  EXPECT_EQ(count(timers.out, " armed "), other_user ? 6u : 5u) << timers.out;
+
+  // Every run but j_cut's ends: j_slow by its time limit of 2 s; j_cut ignores the SIGTERM of its
+  // limit and has 5 s of grace before the SIGKILL.
+  std::size_t ending = other_user ? 5 : 4;
+  std::string log;
+  ASSERT_TRUE(wait_until(due + 20, [&] {
+    log = daemon.shell("show scheduler logfile\n", {}, real_clock()).out;
+    return count(log, "Job Name       : ") >= ending;
+  })) << log << daemon.log();
+
+  std::string printed = log_entry(log, "j_print");
+  EXPECT_NE(printed.find("Job Status: Success (0)\n"), std::string::npos) << printed;
+  EXPECT_NE(printed.find("Schedule Name  : s_print"), std::string::npos) << printed;
+  EXPECT_NE(printed.find(" Job Output " + std::string(33, '-') + "\nhello from j_print\n" + std::string(78, '=')),
+            std::string::npos)
+      << printed;
+  EXPECT_NE(log_entry(log, "j_fail").find("Job Status: Failed (3)\n"), std::string::npos) << log;
+  EXPECT_NE(log_entry(log, "j_fail").find("\nfailing\n"), std::string::npos) << log;
+  // Children left behind are gone, whether the job ended by itself or by its time limit.
+  EXPECT_FALSE(alive(dir + "/left.pid"));
+  EXPECT_FALSE(alive(dir + "/slow.pid"));
+  EXPECT_NE(daemon.log().find("ended by its time limit"), std::string::npos) << daemon.log();
+
+  // 150 KB of output: the run keeps its bound (64 KiB) and marks the cut; the log streams it whole
+  // across several messages.
+  std::string big = log_entry(log, "j_big");
+  std::size_t output = big.find(std::string(33, '-') + "\n");
+  ASSERT_NE(output, std::string::npos) << big.substr(0, 400);
+  std::string body = big.substr(output + 34, big.size() - output - 34 - 79);
+  EXPECT_EQ(body.find_first_not_of('x'), 64u * 1024) << body.substr(64 * 1024);
+  EXPECT_LT(body.size(), 64u * 1024 + 200);
+  EXPECT_NE(body.substr(64 * 1024).find("truncated"), std::string::npos) << body.substr(64 * 1024);
+
+  if (other_user) {
+    std::string user = log_entry(log, "j_user");
+    EXPECT_NE(user.find("Job Status: Success (0)\n"), std::string::npos) << user;
+    EXPECT_NE(user.find("User Name : " + std::string(kUser) + "\n"), std::string::npos) << user;
+    EXPECT_NE(user.find(std::string(33, '-') + "\n" + kUser + "\n"), std::string::npos) << user;
+  }
+
+  // The one-shots that ran are done; s_cut still runs.
+  timers = daemon.shell("show scheduler timers\n", {}, real_clock());
+  EXPECT_EQ(count(timers.out, " armed "), 0u) << timers.out;
+  EXPECT_NE(timers.out.find("s_cut                running"), std::string::npos) << timers.out;
+
+  std::string shown = daemon.shell("show scheduler schedule name s_fail\n", {}, real_clock()).out;
+  EXPECT_NE(shown.find("Execution count     : 1\n"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("j_fail                            Failed  (3)"), std::string::npos) << shown;
+
+  // kill -9 during j_cut's run; the restart reports it cut short and keeps every result.
+  ASSERT_TRUE(alive(dir + "/cut.pid"));
+  daemon.signal(SIGKILL);
+  daemon.reap();
+  ASSERT_TRUE(daemon.start(&why, real_clock(), options)) << why;
+  EXPECT_TRUE(wait_until(std::time(nullptr) + 2, [&] { return !alive(dir + "/cut.pid"); }))
+      << "the killed daemon's job still runs";
+  std::string after = daemon.shell("show scheduler logfile\n", {}, real_clock()).out;
+  EXPECT_EQ(after.substr(0, log.size()), log);
+  std::string cut = log_entry(after, "j_cut");
+  EXPECT_NE(cut.find("Schedule Name  : s_cut"), std::string::npos) << after.substr(log.size());
+  EXPECT_NE(cut.find("Job Status: Failed (0)\n"), std::string::npos) << cut;
+  EXPECT_NE(cut.find("cut short"), std::string::npos) << cut;
+  EXPECT_EQ(daemon.shell("show scheduler schedule name s_fail\n", {}, real_clock()).out, shown);
+  shown = daemon.shell("show scheduler schedule name s_cut\n", {}, real_clock()).out;
+  EXPECT_NE(shown.find("Execution count     : 1\n"), std::string::npos) << shown;
+  // The schedule's display reads only the exit code, so a run ended by a signal shows as 0 there.
+  EXPECT_NE(shown.find("j_cut                             Success (0)"), std::string::npos) << shown;
+
+  // A clean stop and start change nothing.
+  ASSERT_EQ(daemon.stop(), 0) << daemon.log();
+  ASSERT_TRUE(daemon.start(&why, real_clock(), options)) << why;
+  EXPECT_EQ(daemon.shell("show scheduler logfile\n", {}, real_clock()).out, after);
+  EXPECT_EQ(daemon.stop(), 0) << daemon.log();
+  if (other_user) {
+    quiet(std::string("userdel ") + kUser);
+    quiet(std::string("groupdel ") + kGroup);
+  }
+}
+
+// The daemon and its shell know this process's user as the remote user alice (nss_wrapper), whom
+// pam_matrix authenticates with the password wonderland; on the real clock.
+Environment as_remote_user(const Daemon &daemon) {
+  Environment environment = as_user(daemon.directory(), "alice");
+  for (const char *faked : {"FAKETIME", "FAKETIME_FMT", "DONT_FAKE_MONOTONIC", "FAKETIME_DONT_FAKE_MONOTONIC"}) {
+    environment[faked] = "";
+  }
+  preload(environment, std::string(E2E_PAM_WRAPPER_LIBRARY) + ":" + E2E_NSS_WRAPPER_LIBRARY);
+  return environment;
+}
+
+TEST(Runs, ARemoteUserRunsOnlyWithAStoredCredential) {
+  // Two daemons fire in the same minute: one keeps alice's credential, the other lost it after
+  // the schedule was made.
+  Daemon kept, lost;
+  std::string why;
+  ASSERT_TRUE(kept.start(&why, as_remote_user(kept))) << why;
+  ASSERT_TRUE(lost.start(&why, as_remote_user(lost))) << why;
+  std::time_t due = next_minute(std::chrono::seconds(6));
+  std::string setup = "configure terminal\nfeature scheduler\nscheduler aaa-authentication password wonderland\n" +
+                      job("j_remote", "echo remote ran") + schedule("s_remote", "j_remote", start_text(due));
+  ShellRun made = kept.shell(setup, {}, as_remote_user(kept));
+  ASSERT_EQ(made.err, "");
+  made = lost.shell(setup + "no scheduler aaa-authentication\n", {}, as_remote_user(lost));
+  ASSERT_EQ(made.err, "");
+
+  std::string ran, refused;
+  ASSERT_TRUE(wait_until(due + 20, [&] {
+    ran = kept.shell("show scheduler logfile\n", {}, as_remote_user(kept)).out;
+    refused = lost.shell("show scheduler logfile\n", {}, as_remote_user(lost)).out;
+    return count(ran, "Job Name") == 1 && count(refused, "Job Name") == 1;
+  })) << kept.log() << lost.log();
+  EXPECT_NE(ran.find("Job Status: Success (0)\n"), std::string::npos) << ran;
+  EXPECT_NE(ran.find("User Name : alice\n"), std::string::npos) << ran;
+  EXPECT_NE(ran.find("\nremote ran\n"), std::string::npos) << ran;
+  EXPECT_NE(refused.find("Job Status: Failed ("), std::string::npos) << refused;
+  EXPECT_NE(refused.find("\nno stored credential for remote user alice\n"), std::string::npos) << refused;
+  EXPECT_EQ(kept.stop(), 0) << kept.log();
+  EXPECT_EQ(lost.stop(), 0) << lost.log();
+}
+
+}  // namespace
+}  // namespace e2e
