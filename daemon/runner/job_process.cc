@@ -189,13 +189,13 @@ std::string truncation_marker(size_t limit) {
   return "\n[output truncated after " + std::to_string(limit) + " bytes]\n";
 }
 
-JobProcess::JobProcess(GMainContext *context, const JobSpec &spec, Completion done)
-    : context_(context), spec_(spec), done_(std::move(done)) {
+JobProcess::JobProcess(GMainContext *context, const JobSpec &job_spec, Completion done)
+    : context_(context), spec_(job_spec), done_(std::move(done)) {
   g_main_context_ref(context_);
 }
 
-std::unique_ptr<JobProcess> JobProcess::start(GMainContext *context, const JobSpec &spec, Completion done) {
-  std::unique_ptr<JobProcess> process(new JobProcess(context, spec, std::move(done)));
+std::unique_ptr<JobProcess> JobProcess::start(GMainContext *context, const JobSpec &job_spec, Completion done) {
+  std::unique_ptr<JobProcess> process(new JobProcess(context, job_spec, std::move(done)));
   process->launch();
   return process;
 }

@@ -65,7 +65,7 @@ class JobProcess {
   // When the daemon runs as root the child opens a PAM account check and session for the user
   // (service "schedcli") and drops to the user's ids, verifying that root cannot be regained;
   // otherwise the job runs as the daemon's own user.
-  static std::unique_ptr<JobProcess> start(GMainContext *context, const JobSpec &spec, Completion done);
+  static std::unique_ptr<JobProcess> start(GMainContext *context, const JobSpec &job_spec, Completion done);
 
   // A run still going is killed with its whole process group, and reaped.
   ~JobProcess();
@@ -76,7 +76,7 @@ class JobProcess {
   bool finished() const { return finished_; }
 
  private:
-  JobProcess(GMainContext *context, const JobSpec &spec, Completion done);
+  JobProcess(GMainContext *context, const JobSpec &job_spec, Completion done);
   void launch();
   void fail_before_start(int exit_code, const std::string &reason);
   void attach(GSource *source, GSourceFunc callback);

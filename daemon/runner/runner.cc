@@ -306,18 +306,18 @@ void Runner::start_next_job(Run &run) {
 }
 
 void Runner::spawn(Run &run, const std::string &command) {
-  runner::JobSpec spec;
-  spec.job = run.job_name;
-  spec.schedule = run.schedule;
-  spec.user = run.user;
-  spec.command = command;
-  spec.interpreter = settings_.interpreter;
-  spec.time_limit = settings_.time_limit;
-  spec.grace = settings_.grace;
-  spec.output_limit = settings_.output_limit;
-  spec.clock = [this] { return static_cast<int64_t>(clock_.wall_seconds()); };
+  runner::JobSpec job_spec;
+  job_spec.job = run.job_name;
+  job_spec.schedule = run.schedule;
+  job_spec.user = run.user;
+  job_spec.command = command;
+  job_spec.interpreter = settings_.interpreter;
+  job_spec.time_limit = settings_.time_limit;
+  job_spec.grace = settings_.grace;
+  job_spec.output_limit = settings_.output_limit;
+  job_spec.clock = [this] { return static_cast<int64_t>(clock_.wall_seconds()); };
   std::string name = run.schedule;
-  run.process = runner::JobProcess::start(loop_.context(), spec,
+  run.process = runner::JobProcess::start(loop_.context(), job_spec,
                                           [this, name](const runner::JobOutcome &outcome) { job_ended(name, outcome); });
   // The job leads a session of its own: the marker names it, so that a daemon killed meanwhile
   // ends what is left of the job at its next start.

@@ -76,13 +76,13 @@ void WallTimer::arm(std::optional<std::time_t> instant) {
 
 void WallTimer::rearm() {
   if (timer_fd_ < 0) return;
-  itimerspec spec{};
+  itimerspec setting{};
   int flags = TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET;
   if (armed_) {
     // An instant of 0 would disarm the timer; anything past fires at once.
-    spec.it_value.tv_sec = *armed_ > 0 ? *armed_ : 1;
+    setting.it_value.tv_sec = *armed_ > 0 ? *armed_ : 1;
   }
-  if (timerfd_settime(timer_fd_, flags, &spec, nullptr) != 0) {
+  if (timerfd_settime(timer_fd_, flags, &setting, nullptr) != 0) {
     nost_syslog(LOG_ERR, "schedd: cannot arm the wall-clock timer: %s", std::strerror(errno));
   }
 }

@@ -37,7 +37,7 @@ class JobRun : public ::testing::Test {
   void SetUp() override { context_ = g_main_context_new(); }
   void TearDown() override { g_main_context_unref(context_); }
 
-  JobSpec spec(const std::string &command) {
+  JobSpec job_spec(const std::string &command) {
     JobSpec s;
     s.job = "backup";
     s.schedule = "nightly";
@@ -67,7 +67,7 @@ TEST_F(JobRun, OutputOfBothStreamsInOrderAndAFreshEnvironment) {
   setenv("SCHEDD_SECRET", "leak", 1);
   int inherited = open("/dev/null", O_RDONLY);  // not close-on-exec: the child must close it anyway
   ASSERT_GE(inherited, 0);
-  JobOutcome outcome = run(spec("echo out; echo err >&2; cat; env | sort; ls /proc/$$/fd | tr '\\n' ' '"));
+  JobOutcome outcome = run(job_spec("echo out; echo err >&2; cat; env | sort; ls /proc/$$/fd | tr '\\n' ' '"));
   close(inherited);
   unsetenv("SCHEDD_SECRET");
   EXPECT_TRUE(outcome.started);
@@ -87,13 +87,13 @@ TEST_F(JobRun, OutputOfBothStreamsInOrderAndAFreshEnvironment) {
 }
 
 TEST_F(JobRun, ExitCodeIsReportedAsWaitReportsIt) {
-  JobOutcome outcome = run(spec("echo failing; exit 3"));
+  JobOutcome outcome = run(job_spec("echo failing; exit 3"));
   EXPECT_EQ(outcome.wait_status, 0x0300);
   EXPECT_EQ(outcome.output, "failing\n");
 }
 
 TEST_F(JobRun, TimeLimitEndsTheGroupAndItsBackgroundChildren) {
-  JobSpec s = spec("sleep 30 & echo $!; sleep 30");
+  JobSpec s = job_spec("sleep 30 & echo $!; sleep 30");
   s.time_limit = 300ms;
   auto began = std::chrono::steady_clock::now();
   JobOutcome outcome = run(s);
@@ -104,7 +104,7 @@ TEST_F(JobRun, TimeLimitEndsTheGroupAndItsBackgroundChildren) {
 }
 
 TEST_F(JobRun, JobIgnoringTerminationIsKilledAfterTheGrace) {
-  JobSpec s = spec("trap '' TERM; sleep 30");
+  JobSpec s = job_spec("trap '' TERM; sleep 30");
   s.time_limit = 200ms;
   JobOutcome outcome = run(s);
   EXPECT_TRUE(outcome.timed_out);
@@ -113,7 +113,7 @@ TEST_F(JobRun, JobIgnoringTerminationIsKilledAfterTheGrace) {
 
 TEST_F(JobRun, ChildrenLeftBehindByAFinishedJobAreKilled) {
   auto began = std::chrono::steady_clock::now();
-  JobOutcome outcome = run(spec("sleep 30 & echo $!"));
+  JobOutcome outcome = run(job_spec("sleep 30 & echo $!"));
   EXPECT_LT(std::chrono::steady_clock::now() - began, 5s) << "the job's end does not wait for its leftovers";
   EXPECT_FALSE(outcome.timed_out);
   EXPECT_EQ(outcome.wait_status, 0);
@@ -121,14 +121,14 @@ TEST_F(JobRun, ChildrenLeftBehindByAFinishedJobAreKilled) {
 }
 
 TEST_F(JobRun, OutputIsCutAtTheBoundWithAMarkerAndTheJobStillEnds) {
-  JobSpec s = spec("head -c 300000 /dev/zero | tr '\\0' x; echo done >&2");
+  JobSpec s = job_spec("head -c 300000 /dev/zero | tr '\\0' x; echo done >&2");
   s.output_limit = 1000;
   JobOutcome outcome = run(s);
   EXPECT_EQ(outcome.wait_status, 0) << "the job never blocked on a full pipe";
   EXPECT_TRUE(outcome.truncated);
   EXPECT_EQ(outcome.output, std::string(1000, 'x') + truncation_marker(1000));
 
-  s = spec("printf 1234567890");
+  s = job_spec("printf 1234567890");
   s.output_limit = 10;
   outcome = run(s);
   EXPECT_FALSE(outcome.truncated) << "exactly the bound is not cut";
@@ -136,7 +136,7 @@ TEST_F(JobRun, OutputIsCutAtTheBoundWithAMarkerAndTheJobStillEnds) {
 }
 
 TEST_F(JobRun, ExecFailureIsTellableFromExitCode127) {
-  JobSpec s = spec("true");
+  JobSpec s = job_spec("true");
   s.interpreter = "/nonexistent/interpreter";
   JobOutcome failed = run(s);
   EXPECT_TRUE(failed.started);
@@ -145,13 +145,13 @@ TEST_F(JobRun, ExecFailureIsTellableFromExitCode127) {
   EXPECT_EQ(WEXITSTATUS(failed.wait_status), kExitUnavailable);
   EXPECT_EQ(failed.output, "cannot execute /nonexistent/interpreter: No such file or directory\n");
 
-  JobOutcome missing_command = run(spec("/nonexistent/command"));
+  JobOutcome missing_command = run(job_spec("/nonexistent/command"));
   EXPECT_FALSE(missing_command.exec_failed);
   EXPECT_EQ(WEXITSTATUS(missing_command.wait_status), 127);
 }
 
 TEST_F(JobRun, UnknownUserFailsWithoutRunningAnything) {
-  JobSpec s = spec("touch /tmp/schedd-runner-must-not-exist");
+  JobSpec s = job_spec("touch /tmp/schedd-runner-must-not-exist");
   s.user = "no-such-user-schedd";
   JobOutcome outcome = run(s);
   EXPECT_FALSE(outcome.started);
@@ -162,7 +162,7 @@ TEST_F(JobRun, UnknownUserFailsWithoutRunningAnything) {
 
 TEST_F(JobRun, DestroyingARunKillsAndReapsIt) {
   bool called = false;
-  auto process = JobProcess::start(context_, spec("sleep 30"), [&](const JobOutcome &) { called = true; });
+  auto process = JobProcess::start(context_, job_spec("sleep 30"), [&](const JobOutcome &) { called = true; });
   pid_t pid = process->pid();
   ASSERT_GT(pid, 0);
   process.reset();
@@ -200,7 +200,7 @@ TEST_F(JobRunAsUser, DropsToTheUsersIdsGroupsAndHome) {
   ASSERT_NE(user, nullptr);
   std::string home = user->pw_dir;
   uid_t uid = user->pw_uid;
-  JobSpec s = spec("id -u; id -g; id -G; pwd; echo $HOME $USER; umask");
+  JobSpec s = job_spec("id -u; id -g; id -G; pwd; echo $HOME $USER; umask");
   s.user = "schedjob";
   JobOutcome outcome = run(s);
   ASSERT_EQ(outcome.wait_status, 0) << outcome.output;
@@ -221,7 +221,7 @@ TEST_F(JobRunAsUser, DropsToTheUsersIdsGroupsAndHome) {
 }
 
 TEST_F(JobRunAsUser, UserThatPamRefusesNeverRuns) {
-  JobSpec s = spec("touch /tmp/schedd-runner-refused");
+  JobSpec s = job_spec("touch /tmp/schedd-runner-refused");
   s.user = "schedjobx";  // a local account that the schedcli service does not admit
   JobOutcome outcome = run(s);
   EXPECT_TRUE(outcome.setup_failed);
