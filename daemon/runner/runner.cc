@@ -21,7 +21,9 @@
 #include "runner/log_file.h"
 #include "runner/mail_message.h"
 #include "runner/run_log.h"
+#include "schedcli/platform/auth.h"
 #include "schedcli/platform/bitset.h"
+#include "schedcli/platform/syserr.h"
 #include "schedcli/platform/sysmgr.h"
 
 namespace schedd {
@@ -228,8 +230,27 @@ void Runner::fire_due() {
     log_line(LOG_WARNING, "SCHEDULE_SKIPPED",
              "schedule " + name + ": the run at " + local_time(instant) + " is skipped, the previous run is still going");
   }
+  // The jobs start first and the fires are recorded after, all in one durable write: many
+  // schedules due at one instant then wait for one sync, not one each. A stop in between loses
+  // only the record; the fire is not made again, as its instant has passed.
   for (auto &[name, instant] : due) fire(name, instant);
+  if (!due.empty()) record_fires(due);
   arm_wall_timer();
+}
+
+void Runner::record_fires(const std::vector<std::pair<std::string, std::time_t>> &fires) {
+  uint32_t status = model_.begin_apply();
+  for (auto &[name, instant] : fires) {
+    if (status == 0) status = model_.record_fire(name, instant);
+  }
+  if (model_.applying()) {
+    uint32_t committed = model_.end_apply(status == 0);
+    if (status == 0) status = committed;
+  }
+  if (status != 0) {
+    log_line(LOG_ERR, "SCHEDULE_FIRE_NOT_RECORDED",
+             std::to_string(fires.size()) + " fire(s) could not be recorded (" + syserr2str(status) + ")");
+  }
 }
 
 void Runner::fire(const std::string &name, std::time_t instant) {
@@ -243,11 +264,6 @@ void Runner::fire(const std::string &name, std::time_t instant) {
   run.user = std::string(field_text(schedule->value->user));
   run.instant = instant;
   run.jobs = jobs_of(*schedule->value);
-  if (uint32_t status = model_.record_fire(name, instant)) {
-    // The run goes ahead; after a restart the fire may be made again.
-    log_line(LOG_ERR, "SCHEDULE_FIRE_NOT_RECORDED", "schedule " + name + ": the fire could not be recorded (" +
-                                                        std::to_string(status) + ")");
-  }
   log_line(LOG_INFO, "SCHEDULE_FIRED",
            "schedule " + name + " fired at " + local_time(instant) + ": " + std::to_string(run.jobs.size()) +
                " job(s) as user " + run.user);
@@ -276,7 +292,8 @@ void Runner::start_next_job(Run &run) {
   std::ofstream(marker_path(run.schedule, run.job_id))
       << run.schedule << '\n' << run.job_id << '\n' << run.job_name << '\n' << run.user << '\n' << run.job_started << '\n';
   std::string command = job_text(job);
-  if (geteuid() != 0) {
+  // A local user needs no stored credential: only a remote one is checked, off the loop.
+  if (geteuid() != 0 || check_if_user_local(nullptr, run.user.c_str())) {
     spawn(run, command);
     return;
   }

@@ -77,6 +77,7 @@ class Runner final : public ModelListener {
   void refresh_all();
   void arm_wall_timer();
   void fire(const std::string &schedule, std::time_t instant);
+  void record_fires(const std::vector<std::pair<std::string, std::time_t>> &fires);
   void start_next_job(Run &run);
   void spawn(Run &run, const std::string &command);
   void job_ended(const std::string &schedule, const runner::JobOutcome &outcome);
