@@ -185,6 +185,14 @@ guint milliseconds_of(std::chrono::milliseconds duration) {
 
 }  // namespace
 
+void keep_pam_modules_loaded() {
+  static pam_handle_t *kept = nullptr;
+  if (kept || geteuid() != 0) return;
+  static pam_conv conversation{refuse_prompts, nullptr};
+  // Never ended: the modules stay loaded for the daemon's life.
+  if (pam_start(kJobPamService, "root", &conversation, &kept) != PAM_SUCCESS) kept = nullptr;
+}
+
 std::string truncation_marker(size_t limit) {
   return "\n[output truncated after " + std::to_string(limit) + " bytes]\n";
 }

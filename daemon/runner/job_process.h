@@ -51,6 +51,12 @@ struct JobOutcome {
   int64_t ended_at = 0;
 };
 
+// Loads the PAM service's modules into this process and keeps them there, so that each job's
+// child, which starts PAM for its user, finds them loaded rather than loading them again: that
+// load is most of the time between a fire and the job's first instruction. Safe to call more than
+// once; does nothing when the process is not root.
+void keep_pam_modules_loaded();
+
 // Text put at the end of kept output when more was discarded.
 std::string truncation_marker(size_t limit);
 

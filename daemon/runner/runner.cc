@@ -150,6 +150,7 @@ Runner::~Runner() {
 }
 
 bool Runner::start() {
+  runner::keep_pam_modules_loaded();
   if (settings_.wall_timer) {
     wall_timer_ = std::make_unique<WallTimer>(loop_.context(), [this] { fire_due(); }, [this] { clock_changed(); });
     if (!wall_timer_->open()) return false;
