@@ -60,10 +60,12 @@ class SyntaxParser {
     if (words_ != help_.size()) {
       fail(std::to_string(words_) + " words but " + std::to_string(help_.size()) + " help lines");
     }
-    for (const auto &[variable, rule] : rules_) {
-      bool known = std::any_of(command_.tokens.begin(), command_.tokens.end(),
-                               [&](const Token &token) { return token.text == variable && token.rule == rule; });
-      if (!known) fail("a rule for " + std::string(variable) + ", which is no variable here");
+    // Not a structured binding: clang does not let a lambda capture one.
+    for (const auto &variable_rule : rules_) {
+      bool known = std::any_of(command_.tokens.begin(), command_.tokens.end(), [&](const Token &token) {
+        return token.text == variable_rule.first && token.rule == variable_rule.second;
+      });
+      if (!known) fail("a rule for " + std::string(variable_rule.first) + ", which is no variable here");
     }
     return forms;
   }
