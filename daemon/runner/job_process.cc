@@ -7,6 +7,7 @@
 #include <pwd.h>
 #include <security/pam_appl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,6 +76,9 @@ struct ChildPlan {
   std::vector<std::string> environment;
   std::vector<char *> argv;
   std::vector<char *> envp;
+  std::time_t start_at = 0;
+  RunMarker *start_gate = nullptr;
+  pid_t daemon = 0;
 };
 
 std::vector<char *> pointers_to(std::vector<std::string> &texts) {
@@ -102,6 +106,19 @@ void give_up(int report_fd, char kind, int exit_code, const char *format, ...) {
   ssize_t ignored = write(report_fd, text, size);
   (void)ignored;
   _exit(exit_code);
+}
+
+// A child made ready ahead waits here for its instant. Set only now: a change of ids clears it.
+void wait_for_start(const ChildPlan &plan) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != plan.daemon) _exit(0);  // the daemon died before the signal was asked for
+  timespec instant{plan.start_at, 0};
+  while (clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &instant, nullptr) == EINTR) {
+  }
+  // Cancelled: the daemon ends this child; it never was the job.
+  if (plan.start_gate && !plan.start_gate->claim_start()) _exit(0);
+  // Once started, a job outlives a daemon that dies, as every job does: the next start ends it.
+  prctl(PR_SET_PDEATHSIG, 0);
 }
 
 // The runner child: becomes the job's process and never returns.
@@ -174,6 +191,7 @@ void give_up(int report_fd, char kind, int exit_code, const char *format, ...) {
   if ((user.home.empty() || chdir(user.home.c_str()) != 0) && chdir("/") != 0) {
     give_up(report_fd, kReportSetup, kExitSystem, "cannot change to a working directory: %s\n", strerror(errno));
   }
+  if (plan.start_at > 0) wait_for_start(plan);
   execve(plan.argv[0], plan.argv.data(), plan.envp.data());
   give_up(report_fd, kReportExec, kExitUnavailable, "cannot execute %s: %s\n", plan.argv[0], strerror(errno));
 }
@@ -232,7 +250,7 @@ void JobProcess::attach(GSource *source, GSourceFunc callback) {
 }
 
 void JobProcess::launch() {
-  outcome_.started_at = now();
+  outcome_.started_at = spec_.start_at > 0 ? static_cast<int64_t>(spec_.start_at) : now();
   UserEntry target;
   int error = look_up_user(spec_.user.c_str(), 0, &target);
   if (error != 0) {
@@ -263,6 +281,9 @@ void JobProcess::launch() {
   plan.arguments = {spec_.interpreter, "-c", spec_.command};
   plan.argv = pointers_to(plan.arguments);
   plan.envp = pointers_to(plan.environment);
+  plan.start_at = spec_.start_at;
+  plan.start_gate = spec_.start_gate;
+  plan.daemon = getpid();
 
   int output[2], report[2];
   if (pipe2(output, O_CLOEXEC) != 0) {
@@ -297,7 +318,9 @@ void JobProcess::launch() {
   attach(output_source_, G_SOURCE_FUNC(on_output));
   child_source_ = g_child_watch_source_new(pid_);
   attach(child_source_, G_SOURCE_FUNC(on_exit));
-  limit_source_ = g_timeout_source_new(milliseconds_of(spec_.time_limit));
+  // A job made ready ahead is limited from its instant.
+  std::chrono::milliseconds until_start{spec_.start_at > 0 ? std::max<int64_t>(0, int64_t{spec_.start_at} * 1000 - g_get_real_time() / 1000) : 0};
+  limit_source_ = g_timeout_source_new(milliseconds_of(spec_.time_limit + until_start));
   attach(limit_source_, on_time_limit);
 }
 

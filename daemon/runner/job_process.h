@@ -9,9 +9,12 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <string>
+
+#include "runner/run_marker.h"
 
 namespace schedd::runner {
 
@@ -37,6 +40,12 @@ struct JobSpec {
   std::chrono::milliseconds grace{std::chrono::seconds(5)};  // between SIGTERM and SIGKILL
   size_t output_limit = 64 * 1024;       // bytes kept; the marker follows where it was cut
   std::function<int64_t()> clock;         // wall clock for start and end; empty: time()
+  // Made ready ahead: the child does everything up to the exec now, then waits for this instant
+  // (seconds since the epoch, on the system's clock) and starts the job only if it claims the
+  // start in `start_gate` (when given). A daemon that dies before the instant takes the child
+  // with it. 0: the job starts at once.
+  std::time_t start_at = 0;
+  RunMarker *start_gate = nullptr;
 };
 
 struct JobOutcome {

@@ -128,6 +128,13 @@ int end_leftover_session(pid_t session, unsigned long long started) {
   return killed;
 }
 
+// The job leads a session of its own: its marker names it, so that a daemon killed meanwhile ends
+// what is left of the job at its next start.
+void note_session(runner::RunMarker &marker, pid_t pid) {
+  std::vector<std::string> fields = pid > 0 ? process_stat(std::to_string(pid)) : std::vector<std::string>{};
+  if (fields.size() >= 20) marker.note_session(pid, std::strtoull(fields[19].c_str(), nullptr, 10));
+}
+
 // A wait status for a run that never started, as a failed exit with `code`.
 int exit_status(int code) { return (code & 0xff) << 8; }
 
@@ -144,6 +151,15 @@ Runner::Runner(Model &model, EventLoop &loop, const Clock &clock, RunnerSettings
 
 Runner::~Runner() {
   model_.remove_listener(this);
+  if (prepare_source_) {
+    g_source_destroy(prepare_source_);
+    g_source_unref(prepare_source_);
+  }
+  // A job made ready that did not start never will; one that did is a run cut short.
+  for (auto &[name, ready] : prepared_) {
+    if (ready.marker->cancel()) ready.marker->remove();
+  }
+  prepared_.clear();
   // A run still going is ended with its process group; its marker stays for the next start.
   runs_.clear();
   mailer_->stop();
@@ -194,7 +210,156 @@ void Runner::refresh_all() {
 }
 
 void Runner::arm_wall_timer() {
-  if (wall_timer_) wall_timer_->arm(timers_.earliest());
+  if (!wall_timer_) return;
+  wall_timer_->arm(timers_.earliest());
+  prepare_due_soon();
+}
+
+bool Runner::runs_as_local_user(const std::string &user) const {
+  return geteuid() != 0 || check_if_user_local(nullptr, user.c_str());
+}
+
+// Makes ready the first job of every fire due within the lead, and wakes for the next one. A user
+// not local to the device is not made ready: the check of its credential belongs to the fire.
+void Runner::prepare_due_soon() {
+  if (firing_ || !wall_timer_ || settings_.start_ahead.count() <= 0) return;
+  if (prepare_source_) {
+    g_source_destroy(prepare_source_);
+    g_source_unref(prepare_source_);
+    prepare_source_ = nullptr;
+  }
+  drop_stale_prepared();
+  int64_t now_ms = g_get_real_time() / 1000;
+  int64_t ahead_ms = settings_.start_ahead.count();
+  auto horizon = static_cast<std::time_t>((now_ms + ahead_ms) / 1000);
+  for (auto &[name, instant] : timers_.armed_until(horizon)) {
+    if (!runs_.count(name) && !prepared_.count(name)) prepare(name, instant);
+  }
+  std::optional<std::time_t> next = timers_.earliest_after(horizon);
+  if (!next) return;
+  int64_t wait_ms = std::max<int64_t>(0, int64_t{*next} * 1000 - ahead_ms - now_ms);
+  prepare_source_ = g_timeout_source_new(static_cast<guint>(std::min<int64_t>(wait_ms, G_MAXUINT)));
+  g_source_set_callback(
+      prepare_source_,
+      [](gpointer self) -> gboolean {
+        auto *runner = static_cast<Runner *>(self);
+        g_source_unref(runner->prepare_source_);
+        runner->prepare_source_ = nullptr;
+        runner->prepare_due_soon();
+        return G_SOURCE_REMOVE;
+      },
+      this, nullptr);
+  g_source_attach(prepare_source_, loop_.context());
+}
+
+void Runner::prepare(const std::string &name, std::time_t instant) {
+  const sch_schedule_entry *schedule = find_schedule(name);
+  if (!schedule) return;
+  std::vector<int> jobs = jobs_of(*schedule->value);
+  std::string user(field_text(schedule->value->user));
+  if (jobs.empty() || !runs_as_local_user(user)) return;
+  const sch_job_slot &job = database()->jobs[jobs.front()];
+  Prepared ready;
+  ready.instant = instant;
+  ready.job_id = jobs.front();
+  ready.job_name = std::string(field_text(job.key->name));
+  ready.user = user;
+  ready.command = job_text(job);
+  ready.marker = runner::RunMarker::create(marker_path(name, ready.job_id),
+                                           {name, ready.job_id, ready.job_name, user, instant}, /*waiting=*/true);
+  if (!ready.marker) return;  // the fire starts it then
+  runner::JobSpec job_spec = job_spec_of(name, ready.job_name, user, ready.command);
+  job_spec.start_at = instant;
+  job_spec.start_gate = ready.marker.get();
+  ready.process = runner::JobProcess::start(loop_.context(), job_spec, [this, name](const runner::JobOutcome &outcome) {
+    prepared_job_ended(name, outcome);
+  });
+  note_session(*ready.marker, ready.process->pid());
+  prepared_.insert_or_assign(name, std::move(ready));
+}
+
+// A job made ready whose fire changed (time, first job, its text, the user, the feature) is
+// cancelled; one whose schedule changed only after the job started at its instant runs on.
+void Runner::drop_stale_prepared() {
+  std::vector<std::string> stale;
+  for (const auto &[name, ready] : prepared_) {
+    const ScheduleTimer *timer = timers_.find(name);
+    const sch_schedule_entry *schedule = find_schedule(name);
+    bool valid = scheduler_enabled && schedule && timer && timer->state == TimerState::armed && timer->next == ready.instant;
+    if (valid) {
+      std::vector<int> jobs = jobs_of(*schedule->value);
+      valid = !jobs.empty() && jobs.front() == ready.job_id && field_text(schedule->value->user) == ready.user &&
+              job_text(database()->jobs[ready.job_id]) == ready.command;
+    }
+    if (!valid) stale.push_back(name);
+  }
+  for (const std::string &name : stale) cancel_prepared(name);
+}
+
+bool Runner::cancel_prepared(const std::string &name) {
+  auto found = prepared_.find(name);
+  if (found == prepared_.end()) return true;
+  if (!found->second.marker->cancel()) {
+    adopt_started(name);
+    return false;
+  }
+  found->second.marker->remove();
+  prepared_.erase(found);  // ends the waiting child
+  return true;
+}
+
+// The job made ready started at its instant, but its schedule changed before the fire was taken:
+// the run is that one job, recorded when the schedule is still there.
+void Runner::adopt_started(const std::string &name) {
+  auto found = prepared_.find(name);
+  Prepared &ready = found->second;
+  Run run;
+  run.schedule = name;
+  run.user = ready.user;
+  run.instant = ready.instant;
+  run.jobs = {ready.job_id};
+  auto [placed, inserted] = runs_.insert_or_assign(name, std::move(run));
+  adopt_prepared(placed->second);
+  if (find_schedule(name)) record_fires({{name, placed->second.instant}});
+}
+
+// The first job of a fire was made ready for this instant: the run takes it over.
+bool Runner::adopt_prepared(Run &run) {
+  auto found = prepared_.find(run.schedule);
+  if (found == prepared_.end()) return false;
+  Prepared &ready = found->second;
+  bool same_fire =
+      ready.instant == run.instant && !run.jobs.empty() && run.jobs.front() == ready.job_id && ready.user == run.user;
+  // Not the job of this fire: cancelled, unless it started already, when it is this run's job.
+  if (!same_fire && ready.marker->cancel()) {
+    ready.marker->remove();
+    prepared_.erase(found);
+    return false;
+  }
+  run.job_id = ready.job_id;
+  run.next = 1;
+  run.job_name = ready.job_name;
+  run.job_started = ready.instant;
+  run.marker = std::move(ready.marker);
+  run.process = std::move(ready.process);
+  std::optional<runner::JobOutcome> ended = std::move(ready.ended);
+  prepared_.erase(found);
+  if (ended) {
+    // It ended (or failed to become its user) before the fire was taken; it is reported now.
+    ended->ended_at = std::max<int64_t>(ended->ended_at, run.instant);
+    std::string name = run.schedule;
+    loop_.post([this, name, outcome = *ended] { job_ended(name, outcome); });
+  }
+  return true;
+}
+
+void Runner::prepared_job_ended(const std::string &name, const runner::JobOutcome &outcome) {
+  auto found = prepared_.find(name);
+  if (found != prepared_.end()) {
+    found->second.ended = outcome;
+    return;
+  }
+  job_ended(name, outcome);
 }
 
 void Runner::model_changed(const Change &change) {
@@ -207,8 +372,12 @@ void Runner::model_changed(const Change &change) {
       break;
     case ChangeKind::feature_off:
       // Everything configured went: so do the runs. Their records went with the configuration.
-      for (auto &[name, run] : runs_) std::filesystem::remove(marker_path(name, run.job_id));
+      for (auto &[name, run] : runs_) {
+        if (run.marker) run.marker->remove();
+      }
       runs_.clear();
+      for (auto &[name, ready] : prepared_) ready.marker->remove();
+      prepared_.clear();
       refresh_all();
       break;
     case ChangeKind::feature_on:
@@ -234,7 +403,10 @@ void Runner::fire_due() {
   // The jobs start first and the fires are recorded after, all in one durable write: many
   // schedules due at one instant then wait for one sync, not one each. A stop in between loses
   // only the record; the fire is not made again, as its instant has passed.
+  // Jobs made ready are not looked at again until every fire of this instant has taken its own.
+  firing_ = true;
   for (auto &[name, instant] : due) fire(name, instant);
+  firing_ = false;
   if (!due.empty()) record_fires(due);
   arm_wall_timer();
 }
@@ -285,13 +457,15 @@ void Runner::start_next_job(Run &run) {
     arm_wall_timer();
     return;
   }
+  if (run.next == 0 && adopt_prepared(run)) return;
   run.job_id = run.jobs[run.next++];
   const sch_job_slot &job = database()->jobs[run.job_id];
   run.job_name = std::string(field_text(job.key->name));
   run.job_started = clock_.wall_seconds();
   // A marker while the job runs: a daemon that stops meanwhile reports the run at its next start.
-  std::ofstream(marker_path(run.schedule, run.job_id))
-      << run.schedule << '\n' << run.job_id << '\n' << run.job_name << '\n' << run.user << '\n' << run.job_started << '\n';
+  run.marker = runner::RunMarker::create(marker_path(run.schedule, run.job_id),
+                                         {run.schedule, run.job_id, run.job_name, run.user, run.job_started},
+                                         /*waiting=*/false);
   std::string command = job_text(job);
   // A local user needs no stored credential: only a remote one is checked, off the loop.
   if (geteuid() != 0 || check_if_user_local(nullptr, run.user.c_str())) {
@@ -323,27 +497,26 @@ void Runner::start_next_job(Run &run) {
   }
 }
 
-void Runner::spawn(Run &run, const std::string &command) {
+runner::JobSpec Runner::job_spec_of(const std::string &schedule, const std::string &job, const std::string &user,
+                                    const std::string &command) const {
   runner::JobSpec job_spec;
-  job_spec.job = run.job_name;
-  job_spec.schedule = run.schedule;
-  job_spec.user = run.user;
+  job_spec.job = job;
+  job_spec.schedule = schedule;
+  job_spec.user = user;
   job_spec.command = command;
   job_spec.interpreter = settings_.interpreter;
   job_spec.time_limit = settings_.time_limit;
   job_spec.grace = settings_.grace;
   job_spec.output_limit = settings_.output_limit;
   job_spec.clock = [this] { return static_cast<int64_t>(clock_.wall_seconds()); };
+  return job_spec;
+}
+
+void Runner::spawn(Run &run, const std::string &command) {
   std::string name = run.schedule;
-  run.process = runner::JobProcess::start(loop_.context(), job_spec,
+  run.process = runner::JobProcess::start(loop_.context(), job_spec_of(name, run.job_name, run.user, command),
                                           [this, name](const runner::JobOutcome &outcome) { job_ended(name, outcome); });
-  // The job leads a session of its own: the marker names it, so that a daemon killed meanwhile
-  // ends what is left of the job at its next start.
-  pid_t pid = run.process ? run.process->pid() : -1;
-  std::vector<std::string> fields = pid > 0 ? process_stat(std::to_string(pid)) : std::vector<std::string>{};
-  if (fields.size() >= 20) {
-    std::ofstream(marker_path(run.schedule, run.job_id), std::ios::app) << pid << '\n' << fields[19] << '\n';
-  }
+  if (run.marker) note_session(*run.marker, run.process->pid());
 }
 
 void Runner::job_ended(const std::string &name, const runner::JobOutcome &outcome) {
@@ -352,7 +525,8 @@ void Runner::job_ended(const std::string &name, const runner::JobOutcome &outcom
   Run &run = found->second;
   std::string result = mail::result_text(outcome.wait_status);
   std::time_t ended = outcome.ended_at ? outcome.ended_at : clock_.wall_seconds();
-  std::filesystem::remove(marker_path(name, run.job_id));
+  if (run.marker) run.marker->remove();
+  run.marker.reset();
 
   if (uint32_t status = model_.record_job_run(name, run.job_id, static_cast<uint32_t>(outcome.wait_status), ended)) {
     log_line(LOG_ERR, "RUN_NOT_RECORDED", "job " + run.job_name + " of schedule " + name +
@@ -402,38 +576,31 @@ void Runner::report_cut_short_runs() {
   for (const auto &file : std::filesystem::directory_iterator(sysmgr_runtime_dir(), error)) {
     std::string base = file.path().filename();
     if (base.rfind(kRunMarkerPrefix, 0) != 0) continue;
-    std::ifstream in(file.path());
-    std::string schedule, job, user;
-    int job_id = -1;
-    long started = 0;
-    std::getline(in, schedule);
-    in >> job_id;
-    in.ignore();
-    std::getline(in, job);
-    std::getline(in, user);
-    in >> started;
-    long session = 0;
-    unsigned long long session_started = 0;
-    in >> session >> session_started;
+    std::optional<runner::RunMarkerFacts> marker = runner::RunMarker::read(file.path());
     std::filesystem::remove(file.path(), error);
-    if (session > 1) {
-      if (int killed = end_leftover_session(static_cast<pid_t>(session), session_started)) {
+    if (!marker) continue;
+    if (marker->session > 1) {
+      int killed = end_leftover_session(marker->session, marker->session_started);
+      if (killed && marker->job_started) {
         log_line(LOG_WARNING, "RUN_LEFTOVER_KILLED",
-                 "job " + job + " of schedule " + schedule + ": " + std::to_string(killed) +
+                 "job " + marker->job + " of schedule " + marker->schedule + ": " + std::to_string(killed) +
                      " process(es) left from the run cut short were killed");
       }
     }
-    if (schedule.empty() || job_id < 0) continue;
+    // A job made ready that never started is no run.
+    if (!marker->job_started) continue;
     std::time_t now = clock_.wall_seconds();
     int killed = SIGKILL;  // as a wait status: ended by a signal
-    model_.record_job_run(schedule, job_id, static_cast<uint32_t>(killed), now);
-    runner::RunLogEntry entry{job, schedule, user, static_cast<uint32_t>(killed), static_cast<int32_t>(now),
+    model_.record_job_run(marker->schedule, marker->job_id, static_cast<uint32_t>(killed), now);
+    runner::RunLogEntry entry{marker->job, marker->schedule, marker->user, static_cast<uint32_t>(killed),
+                              static_cast<int32_t>(now),
                               "the run was cut short: the scheduler stopped while the job ran (started " +
-                                  local_time(started) + ")\n"};
+                                  local_time(marker->started) + ")\n"};
     runner::RunLogState state;
     append_run_log_entry(log_file_location(stored_log_path(sch_log_file)), sch_log_file.size_limit, entry, &state);
     log_line(LOG_WARNING, "RUN_CUT_SHORT",
-             "job " + job + " of schedule " + schedule + " as user " + user + " was cut short by a stop of the scheduler");
+             "job " + marker->job + " of schedule " + marker->schedule + " as user " + marker->user +
+                 " was cut short by a stop of the scheduler");
   }
 }
 

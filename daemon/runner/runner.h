@@ -8,6 +8,7 @@
 #include <ctime>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@
 #include "core/event_loop.h"
 #include "runner/job_process.h"
 #include "runner/mailer.h"
+#include "runner/run_marker.h"
 #include "runner/run_credentials.h"
 #include "runner/schedule_timers.h"
 #include "runner/wall_timer.h"
@@ -31,6 +33,9 @@ struct RunnerSettings {
   std::vector<std::chrono::milliseconds> mail_retry_delays = mail::MailerSettings().retry_delays;
   // Off in tests that drive the clock themselves and call fire_due().
   bool wall_timer = true;
+  // How long before its instant the first job of a fire is made ready (user, session, directory),
+  // so that it starts at the instant itself. Only with the wall timer; zero: never ahead.
+  std::chrono::milliseconds start_ahead{std::chrono::seconds(2)};
 };
 
 class Runner final : public ModelListener {
@@ -59,6 +64,18 @@ class Runner final : public ModelListener {
   bool running(const std::string &schedule) const { return runs_.count(schedule) != 0; }
 
  private:
+  // The first job of a schedule's next fire, made ready ahead of its instant.
+  struct Prepared {
+    std::time_t instant = 0;
+    int job_id = -1;
+    std::string job_name;
+    std::string user;
+    std::string command;
+    std::unique_ptr<runner::RunMarker> marker;
+    std::unique_ptr<runner::JobProcess> process;
+    std::optional<runner::JobOutcome> ended;  // it ended before its fire was taken
+  };
+
   struct Run {
     std::string schedule;
     std::string user;
@@ -69,6 +86,7 @@ class Runner final : public ModelListener {
     std::string job_name;
     std::time_t job_started = 0;
     std::unique_ptr<runner::RunCredentials> credentials;
+    std::unique_ptr<runner::RunMarker> marker;
     std::unique_ptr<runner::JobProcess> process;
   };
 
@@ -76,6 +94,16 @@ class Runner final : public ModelListener {
   void refresh(const std::string &schedule);
   void refresh_all();
   void arm_wall_timer();
+  bool runs_as_local_user(const std::string &user) const;
+  void prepare_due_soon();
+  void prepare(const std::string &schedule, std::time_t instant);
+  void drop_stale_prepared();
+  bool cancel_prepared(const std::string &schedule);
+  void adopt_started(const std::string &schedule);
+  bool adopt_prepared(Run &run);
+  void prepared_job_ended(const std::string &schedule, const runner::JobOutcome &outcome);
+  runner::JobSpec job_spec_of(const std::string &schedule, const std::string &job, const std::string &user,
+                              const std::string &command) const;
   void fire(const std::string &schedule, std::time_t instant);
   void record_fires(const std::vector<std::pair<std::string, std::time_t>> &fires);
   void start_next_job(Run &run);
@@ -93,6 +121,9 @@ class Runner final : public ModelListener {
   std::unique_ptr<WallTimer> wall_timer_;
   std::unique_ptr<mail::Mailer> mailer_;
   std::map<std::string, Run> runs_;
+  std::map<std::string, Prepared> prepared_;
+  GSource *prepare_source_ = nullptr;
+  bool firing_ = false;
 };
 
 }  // namespace schedd

@@ -89,6 +89,18 @@ void ScheduleTimers::recompute_all(const std::function<ScheduleFacts(const std::
   }
 }
 
+std::vector<std::pair<std::string, std::time_t>> ScheduleTimers::armed_until(std::time_t limit) const {
+  std::vector<std::pair<std::string, std::time_t>> armed;
+  for (auto at = queue_.begin(); at != queue_.end() && at->first <= limit; ++at) armed.emplace_back(at->second, at->first);
+  return armed;
+}
+
+std::optional<std::time_t> ScheduleTimers::earliest_after(std::time_t limit) const {
+  auto after = queue_.lower_bound({limit + 1, std::string()});
+  if (after == queue_.end()) return std::nullopt;
+  return after->first;
+}
+
 std::optional<std::time_t> ScheduleTimers::earliest() const {
   if (queue_.empty()) return std::nullopt;
   return queue_.begin()->first;

@@ -61,6 +61,10 @@ class ScheduleTimers {
 
   // The earliest instant any schedule is armed for.
   std::optional<std::time_t> earliest() const;
+  // The armed schedules whose instant is at or before `limit`, in the order of their instants.
+  std::vector<std::pair<std::string, std::time_t>> armed_until(std::time_t limit) const;
+  // The earliest instant a schedule is armed for after `limit`.
+  std::optional<std::time_t> earliest_after(std::time_t limit) const;
   // The schedules whose instant has come, each marked running, in the order of their instants.
   // A schedule still running from its previous fire is skipped (counted), and a fire at or before
   // the last one made is not made again; both are armed for their next instant. The caller records

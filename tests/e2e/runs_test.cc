@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -82,6 +83,8 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
       job("j_slow", "sleep 300 &\necho $! > " + dir + "/slow.pid\nsleep 100") +
       job("j_big", "head -c 150000 /dev/zero | tr '\\0' x") +
       job("j_cut", "trap '' TERM\necho $$ > " + dir + "/cut.pid\nsleep 100") +
+      job("j_late", "echo before") + job("j_after", "echo after") + job("j_gone", "touch " + dir + "/gone.ran") +
+      schedule("s_late", "j_late", when) + schedule("s_gone", "j_gone", when) +
       schedule("s_print", "j_print", when) + schedule("s_fail", "j_fail", when) +
       schedule("s_slow", "j_slow", when) + schedule("s_big", "j_big", when) + schedule("s_cut", "j_cut", when);
   ShellRun configured = daemon.shell(config, {}, real_clock());
@@ -110,12 +113,19 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
   ShellRun timers = daemon.shell("show scheduler timers\n", {}, real_clock());
   EXPECT_EQ(timers.err, "");
   EXPECT_EQ(timers.out.rfind("Schedule             State    Next run", 0), 0u) << timers.out;
-  EXPECT_EQ(count(timers.out, "\n"), other_user ? 7u : 6u) << timers.out;
-  EXPECT_EQ(count(timers.out, " armed "), other_user ? 6u : 5u) << timers.out;
+  EXPECT_EQ(count(timers.out, "\n"), other_user ? 9u : 8u) << timers.out;
+  EXPECT_EQ(count(timers.out, " armed "), other_user ? 8u : 7u) << timers.out;
+
+  // A second before the instant the first jobs are ready to start; a change now still counts.
+  std::this_thread::sleep_until(std::chrono::system_clock::from_time_t(due - 1));
+  ShellRun late = daemon.shell("configure terminal\nscheduler schedule name s_late\nno job name j_late\njob name j_after\n"
+                               "exit\nno scheduler schedule name s_gone\n", {}, real_clock());
+  ASSERT_EQ(late.err, "");
+  ASSERT_LT(std::time(nullptr), due) << "the change came too late to test anything";
 
   // Every run but j_cut's ends: j_slow by its time limit of 2 s; j_cut ignores the SIGTERM of its
   // limit and has 5 s of grace before the SIGKILL.
-  std::size_t ending = other_user ? 5 : 4;
+  std::size_t ending = other_user ? 6 : 5;
   std::string log;
   ASSERT_TRUE(wait_until(due + 20, [&] {
     log = daemon.shell("show scheduler logfile\n", {}, real_clock()).out;
@@ -130,6 +140,10 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
       << printed;
   EXPECT_NE(log_entry(log, "j_fail").find("Job Status: Failed (3)\n"), std::string::npos) << log;
   EXPECT_NE(log_entry(log, "j_fail").find("\nfailing\n"), std::string::npos) << log;
+  EXPECT_NE(log_entry(log, "j_after").find("\nafter\n"), std::string::npos) << log;
+  EXPECT_EQ(log_entry(log, "j_late"), "");
+  EXPECT_EQ(log_entry(log, "j_gone"), "");
+  EXPECT_FALSE(std::ifstream(dir + "/gone.ran").good());
   // Children left behind are gone, whether the job ended by itself or by its time limit.
   EXPECT_FALSE(alive(dir + "/left.pid"));
   EXPECT_FALSE(alive(dir + "/slow.pid"));

@@ -172,6 +172,60 @@ TEST_F(JobRun, DestroyingARunKillsAndReapsIt) {
   EXPECT_FALSE(called);
 }
 
+// A job made ready ahead: ready now, started at its instant only if nobody cancelled it first;
+// its marker then says which happened, and its time limit counts from the instant.
+TEST_F(JobRun, AJobMadeReadyStartsAtItsInstantUnlessCancelledFirst) {
+  char directory[] = "/tmp/schedd-ready-XXXXXX";
+  ASSERT_NE(mkdtemp(directory), nullptr);
+  const std::string dir = directory;
+  std::time_t instant = time(nullptr) + 2;
+  auto started = RunMarker::create(dir + "/started", {"nightly", 1, "backup", "root", instant}, /*waiting=*/true);
+  auto cancelled = RunMarker::create(dir + "/cancelled", {"nightly", 2, "backup", "root", instant}, true);
+  ASSERT_TRUE(started && cancelled);
+  EXPECT_FALSE(started->started());
+
+  JobSpec going = job_spec("date +%s.%N; sleep 1.5");
+  going.start_at = instant;
+  going.start_gate = started.get();
+  going.time_limit = 3s;  // counted from the preparation, it would end the job
+  JobSpec stopped = job_spec("touch " + dir + "/ran");
+  stopped.start_at = instant;
+  stopped.start_gate = cancelled.get();
+  std::optional<JobOutcome> dropped;
+  auto never = JobProcess::start(context_, stopped, [&](const JobOutcome &o) { dropped = o; });
+  EXPECT_TRUE(cancelled->cancel());
+  EXPECT_FALSE(cancelled->claim_start()) << "a cancelled job never claims its start";
+  never.reset();
+
+  JobOutcome outcome = run(going);
+  EXPECT_EQ(outcome.wait_status, 0) << outcome.output;
+  EXPECT_FALSE(outcome.timed_out);
+  EXPECT_EQ(outcome.started_at, instant);
+  double began = std::strtod(outcome.output.c_str(), nullptr);
+  EXPECT_GE(began, static_cast<double>(instant));
+  EXPECT_LT(began, instant + 0.5);
+  EXPECT_TRUE(started->started());
+  EXPECT_FALSE(started->cancel()) << "a started job cannot be cancelled";
+  EXPECT_FALSE(std::ifstream(dir + "/ran").good());
+  EXPECT_FALSE(dropped);
+
+  // What a later start reads back from each marker.
+  started->note_session(1234, 99);
+  auto read_started = RunMarker::read(dir + "/started");
+  auto read_cancelled = RunMarker::read(dir + "/cancelled");
+  ASSERT_TRUE(read_started && read_cancelled);
+  EXPECT_TRUE(read_started->job_started);
+  EXPECT_EQ(read_started->job_id, 1);
+  EXPECT_EQ(read_started->started, instant);
+  EXPECT_EQ(read_started->session, 1234);
+  EXPECT_EQ(read_started->session_started, 99u);
+  EXPECT_FALSE(read_cancelled->job_started);
+  started->remove();
+  cancelled->remove();
+  EXPECT_FALSE(RunMarker::read(dir + "/started"));
+  rmdir(directory);
+}
+
 // As root the job runs as its user, after PAM's account and session checks.
 class JobRunAsUser : public JobRun {
  protected:
