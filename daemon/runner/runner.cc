@@ -32,6 +32,7 @@ namespace {
 
 constexpr const char *kRunMarkerPrefix = "run-";
 constexpr std::time_t kDay = 86400;
+constexpr std::chrono::milliseconds kReadyFiresTakenAfter{50};
 
 // The assigned jobs that exist, in ascending id.
 std::vector<int> jobs_of(const sch_schedule_record &record) {
@@ -211,8 +212,16 @@ void Runner::refresh_all() {
 
 void Runner::arm_wall_timer() {
   if (!wall_timer_) return;
-  wall_timer_->arm(timers_.earliest());
   prepare_due_soon();
+  std::optional<std::time_t> next = timers_.earliest();
+  // When every fire of the instant was made ready, its jobs start by themselves: the daemon
+  // takes the fires a moment later, leaving the processors to the jobs' own starts.
+  bool all_ready = next.has_value();
+  for (const auto &[name, instant] : timers_.armed_until(next.value_or(0))) {
+    auto ready = prepared_.find(name);
+    all_ready = all_ready && ready != prepared_.end() && ready->second.instant == instant;
+  }
+  wall_timer_->arm(next, all_ready ? kReadyFiresTakenAfter : std::chrono::milliseconds(0));
 }
 
 bool Runner::runs_as_local_user(const std::string &user) const {
@@ -320,7 +329,10 @@ void Runner::adopt_started(const std::string &name) {
   run.jobs = {ready.job_id};
   auto [placed, inserted] = runs_.insert_or_assign(name, std::move(run));
   adopt_prepared(placed->second);
-  if (find_schedule(name)) record_fires({{name, placed->second.instant}});
+  // From the loop: the record announces a change, which comes back here.
+  loop_.post([this, name, instant = placed->second.instant] {
+    if (find_schedule(name)) record_fires({{name, instant}});
+  });
 }
 
 // The first job of a fire was made ready for this instant: the run takes it over.
@@ -383,6 +395,12 @@ void Runner::model_changed(const Change &change) {
     case ChangeKind::feature_on:
       refresh_all();
       break;
+    case ChangeKind::job_added:
+    case ChangeKind::job_changed:
+    case ChangeKind::job_deleted:
+      // No timer moves, but a job made ready may no longer be the one to run.
+      prepare_due_soon();
+      return;
     default:
       return;
   }

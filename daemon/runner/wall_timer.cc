@@ -1,6 +1,8 @@
 // The wall-clock alarm and the time zone watch.
 #include "runner/wall_timer.h"
 
+#include <algorithm>
+
 #include <glib-unix.h>
 #include <sys/inotify.h>
 #include <sys/timerfd.h>
@@ -69,8 +71,9 @@ bool WallTimer::open() {
   return true;
 }
 
-void WallTimer::arm(std::optional<std::time_t> instant) {
+void WallTimer::arm(std::optional<std::time_t> instant, std::chrono::milliseconds after) {
   armed_ = instant;
+  after_ = std::clamp(after, std::chrono::milliseconds(0), std::chrono::milliseconds(999));
   rearm();
 }
 
@@ -81,6 +84,7 @@ void WallTimer::rearm() {
   if (armed_) {
     // An instant of 0 would disarm the timer; anything past fires at once.
     setting.it_value.tv_sec = *armed_ > 0 ? *armed_ : 1;
+    setting.it_value.tv_nsec = static_cast<long>(after_.count()) * 1000000;
   }
   if (timerfd_settime(timer_fd_, flags, &setting, nullptr) != 0) {
     nost_syslog(LOG_ERR, "schedd: cannot arm the wall-clock timer: %s", std::strerror(errno));

@@ -5,6 +5,7 @@
 
 #include <glib.h>
 
+#include <chrono>
 #include <ctime>
 #include <functional>
 #include <optional>
@@ -22,8 +23,8 @@ class WallTimer {
 
   // False when the timer could not be made (reported); the runner then cannot fire.
   bool open();
-  // Arms at `instant` (an instant past fires at once), or disarms with nullopt.
-  void arm(std::optional<std::time_t> instant);
+  // Arms at `instant` and `after` (an instant past fires at once), or disarms with nullopt.
+  void arm(std::optional<std::time_t> instant, std::chrono::milliseconds after = {});
 
  private:
   static gboolean on_timer(gint fd, GIOCondition condition, gpointer self);
@@ -38,6 +39,7 @@ class WallTimer {
   GSource *timer_source_ = nullptr;
   GSource *zone_source_ = nullptr;
   std::optional<std::time_t> armed_;
+  std::chrono::milliseconds after_{};
 };
 
 }  // namespace schedd
