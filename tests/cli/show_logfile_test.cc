@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "support/fake_daemon.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -34,8 +35,7 @@ std::string entry_text(const std::string &status, const std::string &output, con
 // A daemon that answers the one streaming request with scripted messages, then ends the stream.
 class StreamingDaemon {
  public:
-  explicit StreamingDaemon(std::vector<Bytes> messages, bool end = true)
-      : directory_(mkdtemp(std::string("/tmp/schedcli-log-XXXXXX").data())) {
+  explicit StreamingDaemon(std::vector<Bytes> messages, bool end = true) {
     std::string path = directory_ + "/" CMI_SOCKET_NAME;
     EXPECT_EQ(cmi_server_listen(path.c_str(), &listen_fd_), 0u);
     session_ = cmi_session_open(path.c_str());
@@ -66,14 +66,14 @@ class StreamingDaemon {
     cmi_session_close(session_);
     thread_.join();
     close(listen_fd_);
-    std::filesystem::remove_all(directory_);
   }
 
   cmi_session *session() const { return session_; }
   const Bytes &request() const { return request_; }
 
  private:
-  std::string directory_;
+  sch::testing::TempDir temp_;
+  std::string directory_ = temp_.path();
   int listen_fd_ = -1;
   cmi_session *session_ = nullptr;
   Bytes request_;

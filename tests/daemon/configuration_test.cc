@@ -1,5 +1,5 @@
-// The configuration framework's requests: running and startup configuration text, copy to
-// startup and the restarts that read it back, the logging level, and the memory statistics.
+// The configuration framework's requests: startup configuration text, the logging level, the
+// largest configuration streamed back, and the memory statistics.
 #include "daemon_testing.h"
 
 namespace {
@@ -42,20 +42,7 @@ class DaemonConfiguration : public DaemonTest {
     return acfg_request_logging_level(session(), facility, level);
   }
   uint32_t copy_to_startup() { return acfg_request_copy_startup(session()); }
-  void stateless_restart() {
-    ASSERT_EQ(stop(), 0);
-    std::filesystem::remove_all(runtime_dir_);
-    start_or_fail();
-  }
 };
-
-TEST_F(DaemonConfiguration, RunningConfigurationOfASmallSystem) {
-  EXPECT_EQ(running_config(), "feature scheduler\n\n");
-  configure_small();
-  EXPECT_EQ(running_config(), small_text());
-  std::string hidden = config_text(ACFG_CFG_RUNNING, ACFG_FILTER_HIDE_PASSWORDS);
-  EXPECT_NE(hidden.find("password 7 <removed>\n"), std::string::npos) << hidden;
-}
 
 TEST_F(DaemonConfiguration, LoggingLevelLineComesGoesAndSurvivesRestarts) {
   configure_small();
@@ -78,27 +65,6 @@ TEST_F(DaemonConfiguration, LoggingLevelLineComesGoesAndSurvivesRestarts) {
   const uint8_t too_high[] = {8, 's', 'c', 'h', 'e', 'd', 'u', 'l', 'e', 'r', 0};
   EXPECT_TRUE(answered(call(ACFG_SERVICE, ACFG_OP_LOGGING_LEVEL, Bytes(std::begin(too_high), std::end(too_high))),
                        SCH_STATUS_BAD_REQUEST));
-}
-
-TEST_F(DaemonConfiguration, CopyToStartupIsWhatAStatelessRestartBringsBack) {
-  EXPECT_EQ(startup_config(), "") << "never copied: no startup configuration";
-  configure_small();
-  ASSERT_TRUE(answered({logging_level(2), {}}, 0));
-  std::string running = running_config();
-  ASSERT_TRUE(answered({copy_to_startup(), {}}, 0));
-  EXPECT_EQ(startup_config(), running);
-
-  stateless_restart();
-  EXPECT_EQ(running_config(), running) << "addresses, transport and logging level included";
-  ScheduleEntry nightly = schedule("nightly");
-  EXPECT_EQ(nightly.addresses(), Names{"ops@example.com"});
-
-  // Without a copy, a stateless restart starts with the feature off and nothing configured.
-  std::filesystem::remove(state_dir_ + "/startup/scheduler_startup");
-  std::filesystem::remove(state_dir_ + "/debug/scheduler_debug_startup");
-  stateless_restart();
-  EXPECT_EQ(running_config(), "");
-  EXPECT_TRUE(answered(credential_list(), SCH_STATUS_FEATURE_DISABLED));
 }
 
 TEST_F(DaemonConfiguration, StartupTextRefreshesTheLiveSingleInstanceRecordsOnly) {

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "cli/request.h"
+#include "support/temp_dir.h"
 #include "support/wire_images.h"
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/cmi.h"
@@ -69,12 +70,7 @@ class DaemonTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
-    // Memory-backed where there is such a place: every change is synced, and the tests make many.
-    char in_memory[] = "/dev/shm/sdt-XXXXXX", on_disk[] = "/tmp/sdt-XXXXXX";
-    const char *made = mkdtemp(in_memory);
-    if (!made) made = mkdtemp(on_disk);
-    ASSERT_NE(made, nullptr);
-    root_ = made;
+    ASSERT_FALSE(root_.empty());
     state_dir_ = root_ + "/state";
     runtime_dir_ = root_ + "/run";
   }
@@ -83,7 +79,6 @@ class DaemonTest : public testing::Test {
     if (daemon_pid_ > 0) {
       EXPECT_EQ(stop(), 0);
     }
-    std::filesystem::remove_all(root_);
   }
 
   std::vector<std::string> directories() const { return {"--state-dir", state_dir_, "--runtime-dir", runtime_dir_}; }
@@ -246,7 +241,8 @@ class DaemonTest : public testing::Test {
     return answer.payload.empty() ? "" : decode_job(answer.payload).text;
   }
 
-  std::string root_, state_dir_, runtime_dir_;
+  sch::testing::TempDir temp_;
+  std::string root_ = temp_.path(), state_dir_, runtime_dir_;
   pid_t daemon_pid_ = -1;
   cmi_session *session_ = nullptr;
 };

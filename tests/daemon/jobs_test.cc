@@ -84,15 +84,6 @@ TEST_F(DaemonJobs, ShorterTextLeavesNoStaleFragmentRecords) {
   EXPECT_EQ(job_text("j"), "short\n");
 }
 
-TEST_F(DaemonJobs, TableHoldsExactly256AndAFreedSlotIsReused) {
-  for (int i = 0; i < SCH_MAX_JOBS; i++) ASSERT_TRUE(answered(create("j" + std::to_string(i)), 0)) << i;
-  EXPECT_TRUE(answered(create("one-more"), SCH_STATUS_JOB_TABLE_FULL));
-  ASSERT_TRUE(answered(remove("j17"), 0));
-  EXPECT_TRUE(answered(remove("j17"), SCH_STATUS_NO_SUCH_JOB));
-  EXPECT_TRUE(answered(create("one-more"), 0));
-  EXPECT_EQ(decode_job(display(display_request(SCH_REQ_GET_JOBS, "", 17)).payload).name, "one-more");
-}
-
 TEST_F(DaemonJobs, DeleteTakesTheJobOffEveryScheduleAndItsResultsOffTheStore) {
   for (std::string job : {"keep", "gone"}) ASSERT_TRUE(answered(create(job), 0));
   for (std::string name : {"s1", "s2"}) {

@@ -76,31 +76,6 @@ TEST_F(DaemonLifecycle, DaemonKilledOutrightKeepsEveryAcknowledgedChange) {
   expect_configured();
 }
 
-TEST_F(DaemonLifecycle, StatelessRestartTakesTheStartupStoreOrStartsEmpty) {
-  start_or_fail();
-  configure_some();
-  ASSERT_EQ(stop(), 0);
-  std::string startup = state_dir_ + "/startup/scheduler_startup";
-  std::filesystem::copy_file(runtime_dir_ + "/scheduler_runtime", startup);
-  std::filesystem::remove_all(runtime_dir_);
-  start_or_fail();
-  expect_configured();
-  // It went whole into the new running store, addresses included.
-  ASSERT_EQ(stop(), 0);
-  std::filesystem::remove(startup);
-  start_or_fail();
-  expect_configured();
-
-  ASSERT_EQ(stop(), 0);
-  std::filesystem::remove_all(runtime_dir_);
-  start_or_fail();
-  EXPECT_TRUE(answered(display(display_request(SCH_REQ_GET_JOBS, "", -1)), SCH_STATUS_FEATURE_DISABLED));
-  enable_feature();
-  EXPECT_TRUE(job_names().empty());
-  EXPECT_TRUE(schedule_names().empty());
-  EXPECT_TRUE(decode_credentials(credential_list().payload).empty());
-}
-
 TEST_F(DaemonLifecycle, StartsThatCannotWorkAreRefusedWithTheReason) {
   std::string long_runtime = root_ + "/" + std::string(40, 'r');
   Exit refused = run_schedd({"--state-dir", state_dir_, "--runtime-dir", long_runtime});

@@ -64,22 +64,6 @@ TEST_F(DaemonSchedules, JobsAreAssignedOnceAndDeassignedByNameOrAll) {
   EXPECT_TRUE(schedule("s1").jobs.empty());
 }
 
-TEST_F(DaemonSchedules, TenAddressesThenRefusedAndAFreedSlotIsReused) {
-  for (int i = 0; i < SCH_MAX_EMAILS; i++) {
-    ASSERT_TRUE(answered(email(SCH_EMAIL_ADD, "u" + std::to_string(i) + "@example.com"), 0)) << i;
-  }
-  EXPECT_TRUE(answered(email(SCH_EMAIL_ADD, "u10@example.com"), SCH_STATUS_TOO_MANY_EMAILS));
-  EXPECT_TRUE(answered(email(SCH_EMAIL_ADD, "u3@example.com"), 0)) << "an address it has changes nothing";
-  ASSERT_TRUE(answered(email(SCH_EMAIL_DELETE, "u3@example.com"), 0));
-  ASSERT_TRUE(answered(email(SCH_EMAIL_ADD, "new@example.com"), 0));
-  ASSERT_EQ(stop(), 0);
-  start_or_fail();
-  ScheduleEntry s1 = schedule("s1");
-  EXPECT_NE(s1.head.any_email, 0u);
-  ASSERT_EQ(s1.addresses().size(), 10u);
-  EXPECT_EQ(s1.addresses()[3], "new@example.com");
-}
-
 TEST_F(DaemonSchedules, AddressesAreRemovedByExactNameAndGoWithTheirSchedule) {
   ASSERT_TRUE(answered(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s10")), 0));
   for (auto [address, schedule] : {std::pair{"a@b.com", "s10"}, {"a@b.c", "s1"}, {"a@b.com", "s1"}}) {

@@ -98,9 +98,11 @@ TEST_F(JobTable, FirstEmptySlotIsTheLowestFreeIdAndNoneWhenFull) {
   install(2, "c");
   EXPECT_EQ(sch_first_empty_job_list_entry_index(&sch_running_config), 1);
   EXPECT_TRUE(traced("available job slot 1"));
-  for (uint32_t id = 0; id < SCH_MAX_JOBS; id++) {
+  for (uint32_t id = 0; id < SCH_MAX_JOBS - 1; id++) {
     if (!sch_job_list[id].key) install(id, "job" + std::to_string(id));
   }
+  EXPECT_EQ(sch_first_empty_job_list_entry_index(&sch_running_config), SCH_MAX_JOBS - 1) << "the last slot";
+  install(SCH_MAX_JOBS - 1, "last");
   EXPECT_EQ(sch_first_empty_job_list_entry_index(&sch_running_config), -1);
 }
 

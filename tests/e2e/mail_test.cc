@@ -1,10 +1,5 @@
 // Mail of job output end to end: real daemons fire in the same minute, one mailing a real SMTP
 // server (aiosmtpd) on loopback, one configured for a server that is down.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -17,62 +12,13 @@
 #include "gtest/gtest.h"
 #include "processes.h"
 #include "runs_support.h"
+#include "support/smtp_server.h"
 
 namespace e2e {
 namespace {
 
-// aiosmtpd on a free loopback port; what it receives goes to `spool` as N.eml and N.env.
-class SmtpServer {
- public:
-  explicit SmtpServer(const std::string &spool) {
-    int to_child[2], from_child[2];
-    if (pipe(to_child) != 0 || pipe(from_child) != 0) return;
-    pid_ = fork();
-    if (pid_ == 0) {
-      dup2(to_child[0], 0);
-      dup2(from_child[1], 1);
-      for (int fd : {to_child[0], to_child[1], from_child[0], from_child[1]}) close(fd);
-      execl("/usr/bin/python3", "/usr/bin/python3", SMTP_SERVER_SCRIPT, "--spool", spool.c_str(),
-            static_cast<char *>(nullptr));
-      _exit(127);
-    }
-    close(to_child[0]);
-    close(from_child[1]);
-    input_ = to_child[1];
-    FILE *output = fdopen(from_child[0], "r");
-    char line[64] = {};
-    if (output && std::fgets(line, sizeof line, output)) std::sscanf(line, "READY %d", &port_);
-    if (output) std::fclose(output);
-  }
-  ~SmtpServer() {
-    if (pid_ <= 0) return;
-    close(input_);  // it ends when its standard input closes
-    for (int i = 0; i < 100 && waitpid(pid_, nullptr, WNOHANG) != pid_; i++) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  int port() const { return port_; }
-
- private:
-  pid_t pid_ = -1;
-  int input_ = -1;
-  int port_ = 0;
-};
-
-// A loopback port that nothing listens on.
-int closed_port() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
-  socklen_t length = sizeof address;
-  getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length);
-  close(fd);
-  return ntohs(address.sin_port);
-}
+using sch::testing::free_port;
+using sch::testing::SmtpServer;
 
 std::size_t count_given_up(const std::string &log) {
   std::size_t found = 0;
@@ -115,7 +61,7 @@ TEST(Mail, OneMessagePerRunAndAServerDownDelaysNoRun) {
             "email-addr a@example.com\nemail-addr b@example.com\n");
   // Two jobs, each mailed: the second runs right after the first though its mail cannot go.
   std::string stamp = down.directory() + "/second";
-  configure(down, closed_port(),
+  configure(down, free_port(),
             "scheduler job name j_first\nexit 3\nend-job\n"
             "scheduler job name j_second\ndate +%s > " + stamp + "\nend-job\n"
             "scheduler schedule name s_down\njob name j_first\njob name j_second\ntime start " + when + "\n"

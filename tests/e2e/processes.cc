@@ -120,17 +120,9 @@ Environment as_user(const std::string &directory, const std::string &user) {
   return environment;
 }
 
-Daemon::Daemon() {
-  const char *base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base && *base ? base : "/tmp") + "/schedsh-e2e-XXXXXX";
-  if (mkdtemp(pattern.data())) directory_ = pattern;
-}
+Daemon::Daemon() = default;
 
-Daemon::~Daemon() {
-  stop();
-  std::error_code ignored;
-  if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
-}
+Daemon::~Daemon() { stop(); }
 
 bool Daemon::start(std::string *why, const Environment &environment, const std::vector<std::string> &options) {
   std::vector<std::string> arguments{"--foreground", "--state-dir", directory_ + "/state", "--runtime-dir",

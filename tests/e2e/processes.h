@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "support/temp_dir.h"
+
 namespace e2e {
 
 // Changes to the test's own environment for a child; an empty value removes the variable.
@@ -58,7 +60,8 @@ class Daemon {
                  const Environment &environment = stopped_clock()) const;
 
  private:
-  std::string directory_;
+  sch::testing::TempDir temp_;  // removed after the destructor has stopped the daemon
+  std::string directory_ = temp_.path();
   pid_t pid_ = -1;
 };
 

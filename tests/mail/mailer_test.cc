@@ -3,10 +3,6 @@
 #include "mailer.h"
 
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -20,74 +16,20 @@
 
 #include "schedcli/diag.h"
 #include "schedcli/platform/syslog.h"
+#include "support/smtp_server.h"
+#include "support/temp_dir.h"
 
 namespace {
 
 using namespace schedd::mail;
+using sch::testing::free_port;
+using sch::testing::SmtpServer;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
 std::string read_file(const fs::path &path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-// One aiosmtpd process, ours alone; its spool holds what arrived.
-class SmtpServer {
- public:
-  SmtpServer(const fs::path &spool, std::vector<std::string> arguments, int port = 0) {
-    int to_child[2], from_child[2];
-    if (pipe(to_child) != 0 || pipe(from_child) != 0) return;
-    arguments.insert(arguments.begin(), {"/usr/bin/python3", SMTP_SERVER_SCRIPT, "--spool", spool.string(),
-                                         "--port", std::to_string(port)});
-    pid_ = fork();
-    if (pid_ == 0) {
-      dup2(to_child[0], 0);
-      dup2(from_child[1], 1);
-      for (int fd : {to_child[0], to_child[1], from_child[0], from_child[1]}) close(fd);
-      std::vector<char *> argv;
-      for (std::string &argument : arguments) argv.push_back(argument.data());
-      argv.push_back(nullptr);
-      execv(argv[0], argv.data());
-      _exit(127);
-    }
-    close(to_child[0]);
-    close(from_child[1]);
-    input_ = to_child[1];
-    FILE *output = fdopen(from_child[0], "r");
-    char line[64] = {};
-    if (output && std::fgets(line, sizeof line, output)) std::sscanf(line, "READY %d", &port_);
-    if (output) std::fclose(output);
-  }
-  ~SmtpServer() {
-    if (pid_ <= 0) return;
-    close(input_);
-    for (int i = 0; i < 100; i++) {
-      if (waitpid(pid_, nullptr, WNOHANG) == pid_) return;
-      std::this_thread::sleep_for(20ms);
-    }
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  int port() const { return port_; }
-
- private:
-  pid_t pid_ = -1;
-  int input_ = -1;
-  int port_ = 0;
-};
-
-// A loopback port that nothing listens on (for the moment).
-int free_port() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
-  socklen_t length = sizeof address;
-  getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length);
-  close(fd);
-  return ntohs(address.sin_port);
 }
 
 std::mutex syslog_mutex;
@@ -111,8 +53,6 @@ class MailerTest : public ::testing::Test {
   static void TearDownTestSuite() { fs::remove_all(certificates_); }
 
   void SetUp() override {
-    spool_ = fs::temp_directory_path() / ("mailer-spool-" + std::to_string(getpid()));
-    fs::create_directories(spool_);
     context_ = g_main_context_new();
     nost_syslog_set_sink(capture, nullptr);
     // Deliveries are informational (severity 6), below the facility's default level.
@@ -130,7 +70,6 @@ class MailerTest : public ::testing::Test {
     nost_syslog_set_sink(nullptr, nullptr);
     syslog_fac_LOG_SCHEDULER.current_level = saved_level_;
     g_main_context_unref(context_);
-    fs::remove_all(spool_);
   }
 
   void start() {
@@ -168,7 +107,8 @@ class MailerTest : public ::testing::Test {
   }
 
   static fs::path certificates_;
-  fs::path spool_;
+  sch::testing::TempDir spool_directory_;
+  fs::path spool_ = spool_directory_.path();
   GMainContext *context_ = nullptr;
   MailerSettings settings_;
   std::unique_ptr<Mailer> mailer_;

@@ -20,6 +20,7 @@
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/cmi.h"
 #include "schedcli_version.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -59,9 +60,6 @@ TEST(VersionTest, PrintDirectoriesShowsWhatTheOptionsSelectMadeAbsolute) {
 class DaemonAnnounceTest : public testing::Test {
  protected:
   void SetUp() override {
-    directory_ = fs::temp_directory_path() / ("announce-" + std::to_string(getpid()));
-    fs::remove_all(directory_);
-    fs::create_directories(directory_);
     notify_path_ = (directory_ / "notify").string();
     manager_fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_un bound{};
@@ -76,7 +74,6 @@ class DaemonAnnounceTest : public testing::Test {
     }
     if (error_fd_ >= 0) close(error_fd_);
     close(manager_fd_);
-    fs::remove_all(directory_);
   }
 
   std::string state_dir() const { return (directory_ / "state").string(); }
@@ -138,7 +135,8 @@ class DaemonAnnounceTest : public testing::Test {
            ", runtime directory " + runtime_dir() + " (" + how + ")\n";
   }
 
-  fs::path directory_;
+  sch::testing::TempDir temp_;
+  fs::path directory_ = temp_.path();
   std::string notify_path_;
   int manager_fd_ = -1;
   int error_fd_ = -1;

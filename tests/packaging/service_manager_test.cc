@@ -12,6 +12,7 @@
 #include <string>
 
 #include "detach.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -45,16 +46,12 @@ class Manager {
 
 class ServiceManagerTest : public testing::Test {
  protected:
-  void SetUp() override {
-    directory_ = std::filesystem::temp_directory_path() / ("notify-" + std::to_string(getpid()));
-    std::filesystem::create_directories(directory_);
-  }
   void TearDown() override {
     unsetenv("NOTIFY_SOCKET");
     unsetenv("JOURNAL_STREAM");
-    std::filesystem::remove_all(directory_);
   }
-  std::filesystem::path directory_;
+  sch::testing::TempDir temp_;
+  std::filesystem::path directory_ = temp_.path();
 };
 
 TEST_F(ServiceManagerTest, DeliversTheStateToAPathOrAnAbstractName) {

@@ -7,15 +7,13 @@
 #include <string>
 
 #include "schedcli/platform/auth.h"
+#include "support/temp_dir.h"
 
 namespace {
 
 class LocalUsers : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/schedcli-users-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    directory_ = pattern;
     passwd_ = directory_ + "/passwd";
     std::ofstream(passwd_) << "root:x:0:0:root:/root:/bin/bash\n"
                               "alice:x:1000:1000:Alice:/home/alice:/bin/sh\n"
@@ -26,10 +24,10 @@ class LocalUsers : public ::testing::Test {
   }
   void TearDown() override {
     auth_local_passwd_file_set(nullptr);
-    std::filesystem::remove_all(directory_);
   }
 
-  std::string directory_;
+  sch::testing::TempDir temp_;
+  std::string directory_ = temp_.path();
   std::string passwd_;
 };
 

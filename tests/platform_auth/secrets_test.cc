@@ -11,15 +11,13 @@
 
 #include "schedcli/platform/secrets.h"
 #include "schedcli/platform/sysmgr.h"
+#include "support/temp_dir.h"
 
 namespace {
 
 class Type7 : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/schedcli-secrets-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    directory_ = pattern;
     key_ = directory_ + "/device.key";
     ASSERT_EQ(secrets_device_key_path_set(key_.c_str()), 0u);
     secrets_use_device_key(1);
@@ -27,7 +25,6 @@ class Type7 : public ::testing::Test {
   void TearDown() override {
     secrets_use_device_key(0);
     secrets_device_key_path_set(nullptr);
-    std::filesystem::remove_all(directory_);
   }
 
   std::string encrypt(const std::string &clear, uint32_t expected = 0) {
@@ -64,7 +61,8 @@ class Type7 : public ::testing::Test {
     return status;
   }
 
-  std::string directory_;
+  sch::testing::TempDir temp_;
+  std::string directory_ = temp_.path();
   std::string key_;
 };
 

@@ -9,13 +9,13 @@
 #include <string>
 
 #include "schedcli/platform/file_sync.h"
+#include "support/temp_dir.h"
 
 namespace {
 
 TEST(FileSync, SyncsAFileAndTheDirectoryThatNamesItOrReportsTheError) {
-  char pattern[] = "/tmp/file-sync-XXXXXX";
-  ASSERT_NE(mkdtemp(pattern), nullptr);
-  const std::string directory = pattern;
+  sch::testing::TempDir temp;
+  const std::string directory = temp.path();
   const std::string file = directory + "/f";
   int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   ASSERT_GE(fd, 0);
@@ -33,7 +33,6 @@ TEST(FileSync, SyncsAFileAndTheDirectoryThatNamesItOrReportsTheError) {
   EXPECT_EQ(file_sync_directory_of(""), EINVAL);
   EXPECT_EQ(file_sync_directory_of((directory + "/missing/f").c_str()), ENOENT);
   EXPECT_EQ(file_sync_directory_of((file + "/f").c_str()), ENOTDIR);
-  std::filesystem::remove_all(directory);
 }
 
 }  // namespace

@@ -9,13 +9,13 @@
 #include <thread>
 
 #include "schedcli/platform/feature.h"
+#include "support/temp_dir.h"
 
 namespace {
 
 TEST(FeatureManager, SendsTheActionAndNameAndReturnsTheDaemonsStatus) {
-  char pattern[] = "/tmp/sched-fm-XXXXXX";
-  ASSERT_NE(mkdtemp(pattern), nullptr);
-  std::string socket_path = std::string(pattern) + "/fm.sock";
+  sch::testing::TempDir temp;
+  std::string socket_path = temp.file("fm.sock");
   int listen_fd = -1;
   ASSERT_EQ(cmi_server_listen(socket_path.c_str(), &listen_fd), 0u);
 
@@ -49,7 +49,6 @@ TEST(FeatureManager, SendsTheActionAndNameAndReturnsTheDaemonsStatus) {
   EXPECT_EQ(fm_cmi_set_feature_wait(session, std::string(40, 'f').c_str(), "admin", nullptr, 3), FM_ERR_BAD_ARGUMENT);
   cmi_session_close(session);
   close(listen_fd);
-  std::filesystem::remove_all(pattern);
 }
 
 TEST(FeatureManager, RequestParsingRefusesMalformedPayloads) {

@@ -6,6 +6,7 @@
 
 #include "schedcli/platform/sysmgr.h"
 #include "schedcli/platform/uri.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -37,9 +38,8 @@ TEST(FileUri, RefusesUnknownEmptyEscapingAndOverlongUris) {
 }
 
 TEST(FileUri, MapsFileSystemsUnderTheStateAndRuntimeDirectories) {
-  char pattern[] = "/tmp/sched-uri-XXXXXX";
-  ASSERT_NE(mkdtemp(pattern), nullptr);
-  std::string root = pattern;
+  sch::testing::TempDir temp;
+  std::string root = temp.path();
   ASSERT_EQ(sysmgr_dirs_set((root + "/state").c_str(), (root + "/run").c_str()), 0);
   EXPECT_EQ(std::string(uri_map_targetfs_path_get("logs", "a.dat")), root + "/state/logs/a.dat");
   EXPECT_TRUE(std::filesystem::is_directory(root + "/state/logs"));
@@ -49,7 +49,6 @@ TEST(FileUri, MapsFileSystemsUnderTheStateAndRuntimeDirectories) {
   EXPECT_EQ(uri_map_targetfs_path_get("floppy", "x"), nullptr);
   sysmgr_dirs_clear();
   EXPECT_EQ(uri_map_targetfs_path_get("logs", "x"), nullptr);
-  std::filesystem::remove_all(root);
 }
 
 }  // namespace

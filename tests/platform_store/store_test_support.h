@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "schedcli/platform/pss.h"
+#include "support/temp_dir.h"
 
 namespace store_test {
 
@@ -19,16 +20,7 @@ inline constexpr pss2_attributes kAttributes{40, 1024, 0x001E0000, 1, 2000};
 using Key = std::array<unsigned char, 40>;
 using Records = std::vector<std::pair<std::string, std::string>>;
 
-class TempDir {
- public:
-  TempDir() : path_(mkdtemp(pattern_)) {}
-  ~TempDir() { std::filesystem::remove_all(path_); }
-  std::string file(const std::string &name) const { return path_ + "/" + name; }
-
- private:
-  char pattern_[24] = "/tmp/pss-test-XXXXXX";
-  std::string path_;
-};
+using sch::testing::TempDir;
 
 // Big-endian type and sequence, then the name, as the scheduler lays out its keys.
 inline Key make_key(uint32_t type, uint32_t sequence, const std::string &name = "job") {

@@ -20,6 +20,7 @@
 #include "schedcli/platform/cmi.h"
 #include "schedcli/platform/syserr.h"
 #include "transport/wire.h"
+#include "support/temp_dir.h"
 
 namespace transport_testing {
 
@@ -54,19 +55,16 @@ inline int connect_raw(const std::string &path) {
 class SocketTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/schedcli-transport-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    directory_ = pattern;
     path_ = directory_ + "/" CMI_SOCKET_NAME;
     session_ = cmi_session_open(path_.c_str());
     ASSERT_NE(session_, nullptr);
   }
   void TearDown() override {
     cmi_session_close(session_);
-    std::filesystem::remove_all(directory_);
   }
 
-  std::string directory_;
+  sch::testing::TempDir temp_;
+  std::string directory_ = temp_.path();
   std::string path_;
   cmi_session *session_ = nullptr;
 };

@@ -16,6 +16,7 @@
 #include "schedcli/pss.h"
 #include "schedcli/platform/sysmgr.h"
 #include "support/traces.h"
+#include "support/temp_dir.h"
 
 namespace sch::testing {
 
@@ -23,9 +24,7 @@ class PssTest : public DatabaseTest {
  protected:
   void SetUp() override {
     DatabaseTest::SetUp();
-    char pattern[] = "/tmp/sched-pss-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
+    root_ = temp_.path();
     state_dir_ = root_ / "state";
     runtime_dir_ = root_ / "run";
     reset_globals();
@@ -36,7 +35,6 @@ class PssTest : public DatabaseTest {
     release_all();
     reset_globals();
     sysmgr_dirs_clear();
-    std::filesystem::remove_all(root_);
     DatabaseTest::TearDown();
   }
 
@@ -77,6 +75,7 @@ class PssTest : public DatabaseTest {
     sch_uname_q_init();
   }
 
+  sch::testing::TempDir temp_;
   std::filesystem::path root_, state_dir_, runtime_dir_;
 };
 

@@ -1,6 +1,7 @@
 // Job processes: output and status, the time limit and what a job leaves behind, the output
 // bound, failures to start, and running as another user.
 #include "runner/job_process.h"
+#include "support/temp_dir.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -175,9 +176,8 @@ TEST_F(JobRun, DestroyingARunKillsAndReapsIt) {
 // A job made ready ahead: ready now, started at its instant only if nobody cancelled it first;
 // its marker then says which happened, and its time limit counts from the instant.
 TEST_F(JobRun, AJobMadeReadyStartsAtItsInstantUnlessCancelledFirst) {
-  char directory[] = "/tmp/schedd-ready-XXXXXX";
-  ASSERT_NE(mkdtemp(directory), nullptr);
-  const std::string dir = directory;
+  sch::testing::TempDir temp;
+  const std::string dir = temp.path();
   std::time_t instant = time(nullptr) + 2;
   auto started = RunMarker::create(dir + "/started", {"nightly", 1, "backup", "root", instant}, /*waiting=*/true);
   auto cancelled = RunMarker::create(dir + "/cancelled", {"nightly", 2, "backup", "root", instant}, true);
@@ -223,7 +223,6 @@ TEST_F(JobRun, AJobMadeReadyStartsAtItsInstantUnlessCancelledFirst) {
   started->remove();
   cancelled->remove();
   EXPECT_FALSE(RunMarker::read(dir + "/started"));
-  rmdir(directory);
 }
 
 // As root the job runs as its user, after PAM's account and session checks.

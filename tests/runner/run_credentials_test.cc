@@ -17,6 +17,7 @@
 #include "schedcli/db.h"
 #include "schedcli/platform/auth.h"
 #include "schedcli/platform/secrets.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -26,9 +27,6 @@ using namespace std::chrono_literals;
 class RunCredentialsTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/schedd-credentials-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    directory_ = pattern;
     std::ofstream(directory_ + "/passwd") << "alice:x:1000:1000::/home/alice:/bin/sh\n";
     ASSERT_EQ(auth_local_passwd_file_set((directory_ + "/passwd").c_str()), 0u);
     ASSERT_EQ(secrets_device_key_path_set((directory_ + "/device.key").c_str()), 0u);
@@ -40,7 +38,6 @@ class RunCredentialsTest : public ::testing::Test {
     auth_local_passwd_file_set(nullptr);
     secrets_use_device_key(0);
     secrets_device_key_path_set(nullptr);
-    std::filesystem::remove_all(directory_);
   }
 
   // Stores `password` for `user` as the credential command would: encrypted, type 7.
@@ -71,7 +68,8 @@ class RunCredentialsTest : public ::testing::Test {
     return verdict.value_or(CredentialVerdict{false, "no verdict"});
   }
 
-  std::string directory_;
+  sch::testing::TempDir temp_;
+  std::string directory_ = temp_.path();
   GMainContext *context_ = nullptr;
   std::deque<sch_user_element> elements_;  // stable addresses for the queue's links
   queue_header queue_{};

@@ -11,6 +11,7 @@
 #include "runner/log_file.h"
 #include "schedcli/status.h"
 #include "schedcli/wire.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -41,12 +42,8 @@ Bytes file_bytes(const std::string &path) {
 class RunLog : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/schedd-runlog-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    directory_ = pattern;
     path_ = directory_ + "/log.dat";
   }
-  void TearDown() override { std::filesystem::remove_all(directory_); }
 
   RunLogState append(const RunLogEntry &e, uint32_t limit = 1u << 20) {
     RunLogState state{99, 99};
@@ -70,7 +67,8 @@ class RunLog : public ::testing::Test {
     return all;
   }
 
-  std::string directory_, path_;
+  sch::testing::TempDir temp_;
+  std::string directory_ = temp_.path(), path_;
 };
 
 uint32_t word(const Bytes &bytes, size_t offset) { return sch_wire_get_u32(bytes.data() + offset); }

@@ -23,6 +23,7 @@
 #include "schedcli/platform/syserr.h"
 #include "schedcli/platform/uri.h"
 #include "schedcli/wire.h"
+#include "support/temp_dir.h"
 
 namespace sch::testing {
 
@@ -113,7 +114,7 @@ struct Received {
 // script has run out.
 class FakeDaemon {
  public:
-  FakeDaemon() : directory_(mkdtemp(std::string("/tmp/schedcli-cli-XXXXXX").data())) {
+  FakeDaemon() {
     std::string path = directory_ + "/" CMI_SOCKET_NAME;
     EXPECT_EQ(cmi_server_listen(path.c_str(), &listen_fd_), 0u);
     session_ = cmi_session_open(path.c_str());
@@ -124,7 +125,6 @@ class FakeDaemon {
     thread_.join();
     close(listen_fd_);
     cmi_session_close(session_);
-    std::filesystem::remove_all(directory_);
   }
   FakeDaemon(const FakeDaemon &) = delete;
   FakeDaemon &operator=(const FakeDaemon &) = delete;
@@ -169,7 +169,8 @@ class FakeDaemon {
     return answer;
   }
 
-  std::string directory_;
+  sch::testing::TempDir temp_;
+  std::string directory_ = temp_.path();
   int listen_fd_ = -1;
   cmi_session *session_ = nullptr;
   std::atomic<bool> stop_{false};
