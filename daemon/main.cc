@@ -5,6 +5,7 @@
 
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "core/clock.h"
@@ -12,6 +13,7 @@
 #include "core/syslog_lines.h"
 #include "detach.h"
 #include "options.h"
+#include "runner/ready_job.h"
 #include "schedcli/diag.h"
 #include "schedcli/platform/syslog.h"
 #include "schedcli/platform/sysmgr.h"
@@ -60,6 +62,10 @@ int serve(const schedd::Options &options) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  // A job made ready ahead waits for its instant in this program (the runner starts it so).
+  if (argc > 1 && std::strcmp(argv[1], schedd::runner::kReadyJobArgument) == 0) {
+    return schedd::runner::ready_job_main(argc, argv);
+  }
   schedd::Options options;
   std::string error;
   switch (schedd::parse_options(argc, argv, &options, &error)) {
@@ -79,6 +85,9 @@ int main(int argc, char **argv) {
     case schedd::Parsed::run:
       break;
   }
+  // Through the link, not a path: a job's user may not reach the program's directory, and an
+  // upgrade may have replaced the file since the start.
+  options.ready_program = "/proc/self/exe";
   openlog("schedd", LOG_PID, LOG_DAEMON);
   // Replies to a client that has gone must not end the daemon.
   signal(SIGPIPE, SIG_IGN);

@@ -16,6 +16,7 @@ struct Options {
   bool enable_feature = false;  // turn the scheduler feature on at start, as 'feature scheduler' does
   std::vector<int> debug_levels;  // -1 stands for every level
   std::string interpreter = "/bin/sh";  // runs each job's command text, given with -c
+  std::string ready_program;  // the daemon's own executable, where jobs made ready wait (not an option)
   int job_time_limit_seconds = 3600;    // a job still running then is ended
   std::string mail_ca_file;             // certificates for STARTTLS; empty: the system's
   // Delays before each mail retry, in milliseconds; empty: the mailer's own (minutes). Set only by

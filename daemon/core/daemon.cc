@@ -260,6 +260,7 @@ bool Daemon::start_runner(std::string *error) {
   RunnerSettings settings;
   settings.wall_timer = wall_timer_;
   settings.interpreter = options_.interpreter;
+  settings.ready_program = options_.ready_program;
   settings.time_limit = std::chrono::seconds(options_.job_time_limit_seconds);
   settings.mail_ca_file = options_.mail_ca_file;
   if (!options_.mail_retry_delays_ms.empty()) {

@@ -21,6 +21,8 @@
 #include <ctime>
 #include <vector>
 
+#include "runner/ready_job.h"
+
 namespace schedd::runner {
 
 namespace {
@@ -79,7 +81,12 @@ struct ChildPlan {
   std::time_t start_at = 0;
   RunMarker *start_gate = nullptr;
   pid_t daemon = 0;
+  std::vector<std::string> ready_arguments;  // the daemon's program in its ready-job mode
+  std::vector<char *> ready_argv;
 };
+
+// Where a child made ready ahead keeps the marker open for the ready-job program.
+constexpr int kChildMarkerFd = kChildReportFd + 1;
 
 std::vector<char *> pointers_to(std::vector<std::string> &texts) {
   std::vector<char *> pointers;
@@ -108,10 +115,17 @@ void give_up(int report_fd, char kind, int exit_code, const char *format, ...) {
   _exit(exit_code);
 }
 
-// A child made ready ahead waits here for its instant. Set only now: a change of ids clears it.
-void wait_for_start(const ChildPlan &plan) {
+// A child made ready ahead waits for its instant in the daemon's program if it can, else here.
+// The parent-death signal is asked for only now: a change of ids clears it.
+void wait_for_start(const ChildPlan &plan, int marker_fd) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != plan.daemon) _exit(0);  // the daemon died before the signal was asked for
+  if (marker_fd == kChildMarkerFd && !plan.ready_argv.empty()) {
+    fcntl(kChildReportFd, F_SETFD, 0);
+    fcntl(kChildMarkerFd, F_SETFD, 0);
+    execve(plan.ready_argv[0], plan.ready_argv.data(), plan.envp.data());
+    fcntl(kChildReportFd, F_SETFD, FD_CLOEXEC);  // it could not: the wait is made here
+  }
   timespec instant{plan.start_at, 0};
   while (clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &instant, nullptr) == EINTR) {
   }
@@ -140,13 +154,16 @@ void wait_for_start(const ChildPlan &plan) {
   if (in < 0 || out < 0 || report < 0 || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(out, 2) < 0) {
     give_up(report_fd, kReportSetup, kExitSystem, "cannot set up descriptors: %s\n", strerror(errno));
   }
-  if (report != 3 && dup3(report, 3, O_CLOEXEC) < 0) {
+  if (report != kChildReportFd && dup3(report, kChildReportFd, O_CLOEXEC) < 0) {
     give_up(report_fd, kReportSetup, kExitSystem, "cannot set up descriptors: %s\n", strerror(errno));
   }
-  report_fd = 3;
-  if (close_range(4, ~0u, 0) != 0) {
-    for (int fd = 4, last = static_cast<int>(sysconf(_SC_OPEN_MAX)); fd < last; fd++) close(fd);
+  report_fd = kChildReportFd;
+  if (close_range(kChildReportFd + 1, ~0u, 0) != 0) {
+    for (int fd = kChildReportFd + 1, last = static_cast<int>(sysconf(_SC_OPEN_MAX)); fd < last; fd++) close(fd);
   }
+  // Opened while still root: the marker is the daemon's file. The lowest free number is taken.
+  int marker_fd = -1;
+  if (plan.start_gate && !plan.ready_argv.empty()) marker_fd = open(plan.start_gate->path().c_str(), O_RDWR | O_CLOEXEC);
 
   const UserEntry &user = plan.user;
   if (plan.change_user) {
@@ -191,9 +208,10 @@ void wait_for_start(const ChildPlan &plan) {
   if ((user.home.empty() || chdir(user.home.c_str()) != 0) && chdir("/") != 0) {
     give_up(report_fd, kReportSetup, kExitSystem, "cannot change to a working directory: %s\n", strerror(errno));
   }
-  if (plan.start_at > 0) wait_for_start(plan);
+  if (plan.start_at > 0) wait_for_start(plan, marker_fd);
+  if (marker_fd >= 0) close(marker_fd);
   execve(plan.argv[0], plan.argv.data(), plan.envp.data());
-  give_up(report_fd, kReportExec, kExitUnavailable, "cannot execute %s: %s\n", plan.argv[0], strerror(errno));
+  report_exec_failure(plan.argv[0], errno);
 }
 
 // A duration as a GLib timeout: at least 1 ms, at most what a guint holds.
@@ -202,6 +220,10 @@ guint milliseconds_of(std::chrono::milliseconds duration) {
 }
 
 }  // namespace
+
+void report_exec_failure(const char *program, int error) {
+  give_up(kChildReportFd, kReportExec, kExitUnavailable, "cannot execute %s: %s\n", program, strerror(error));
+}
 
 void keep_pam_modules_loaded() {
   static pam_handle_t *kept = nullptr;
@@ -284,6 +306,11 @@ void JobProcess::launch() {
   plan.start_at = spec_.start_at;
   plan.start_gate = spec_.start_gate;
   plan.daemon = getpid();
+  if (spec_.start_at > 0 && spec_.start_gate && !spec_.ready_program.empty()) {
+    plan.ready_arguments = ready_job_arguments(spec_.ready_program, spec_.start_at, plan.daemon, kChildMarkerFd,
+                                               plan.arguments);
+    plan.ready_argv = pointers_to(plan.ready_arguments);
+  }
 
   int output[2], report[2];
   if (pipe2(output, O_CLOEXEC) != 0) {

@@ -46,6 +46,9 @@ struct JobSpec {
   // with it. 0: the job starts at once.
   std::time_t start_at = 0;
   RunMarker *start_gate = nullptr;
+  // The daemon's own program: with a start gate, the child waits for the instant in it (see
+  // ready_job.h) rather than as a copy of the daemon. Empty: the child waits itself.
+  std::string ready_program;
 };
 
 struct JobOutcome {
@@ -59,6 +62,13 @@ struct JobOutcome {
   int64_t started_at = 0;   // seconds since the epoch
   int64_t ended_at = 0;
 };
+
+// The runner child's report pipe, while it sets the job up: what it writes there before giving
+// up is the run's reason; the pipe closes unread when the job's exec succeeds.
+inline constexpr int kChildReportFd = 3;
+
+// Reports on the report pipe that `program` could not be executed (errno `error`), and exits.
+[[noreturn]] void report_exec_failure(const char *program, int error);
 
 // Loads the PAM service's modules into this process and keeps them there, so that each job's
 // child, which starts PAM for its user, finds them loaded rather than loading them again: that

@@ -59,6 +59,13 @@ bool RunMarker::claim_start() {
   return std::atomic_ref<char>(*state_).compare_exchange_strong(expected, kStarted) || expected == kStarted;
 }
 
+bool RunMarker::claim_start(int fd) {
+  void *mapped = mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (mapped == MAP_FAILED) return false;
+  RunMarker marker("", static_cast<char *>(mapped));
+  return marker.claim_start();
+}
+
 bool RunMarker::cancel() {
   char expected = kWaiting;
   return std::atomic_ref<char>(*state_).compare_exchange_strong(expected, kCancelled) || expected == kCancelled;

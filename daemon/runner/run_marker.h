@@ -41,6 +41,10 @@ class RunMarker {
   // In the job's child when its instant has come: true when the job may start (nobody cancelled
   // it). Only an atomic operation on shared memory, so safe between fork and exec.
   bool claim_start();
+  // The same, through a descriptor of the marker file (in a process that no longer has the
+  // marker's mapping).
+  static bool claim_start(int fd);
+  const std::string &path() const { return path_; }
   // In the daemon: true when the job will never start; false when it started already.
   bool cancel();
   bool started() const;

@@ -36,6 +36,9 @@ struct RunnerSettings {
   // How long before its instant the first job of a fire is made ready (user, session, directory),
   // so that it starts at the instant itself. Only with the wall timer; zero: never ahead.
   std::chrono::milliseconds start_ahead{std::chrono::seconds(2)};
+  // The daemon's own executable, in which a job made ready waits (see ready_job.h); empty: the
+  // job's child waits as it is.
+  std::string ready_program;
 };
 
 class Runner final : public ModelListener {

@@ -173,8 +173,9 @@ TEST_F(JobRun, DestroyingARunKillsAndReapsIt) {
   EXPECT_FALSE(called);
 }
 
-// A job made ready ahead: ready now, started at its instant only if nobody cancelled it first;
-// its marker then says which happened, and its time limit counts from the instant.
+// A job made ready ahead: ready now, waiting in the daemon's program (or, without it, as it is),
+// started at its instant only if nobody cancelled it first; its marker then says which happened,
+// and its time limit counts from the instant.
 TEST_F(JobRun, AJobMadeReadyStartsAtItsInstantUnlessCancelledFirst) {
   sch::testing::TempDir temp;
   const std::string dir = temp.path();
@@ -188,6 +189,7 @@ TEST_F(JobRun, AJobMadeReadyStartsAtItsInstantUnlessCancelledFirst) {
   going.start_at = instant;
   going.start_gate = started.get();
   going.time_limit = 3s;  // counted from the preparation, it would end the job
+  going.ready_program = SCHEDD_PROGRAM;
   JobSpec stopped = job_spec("touch " + dir + "/ran");
   stopped.start_at = instant;
   stopped.start_gate = cancelled.get();
@@ -197,7 +199,17 @@ TEST_F(JobRun, AJobMadeReadyStartsAtItsInstantUnlessCancelledFirst) {
   EXPECT_FALSE(cancelled->claim_start()) << "a cancelled job never claims its start";
   never.reset();
 
-  JobOutcome outcome = run(going);
+  std::optional<JobOutcome> finished;
+  auto process = JobProcess::start(context_, going, [&](const JobOutcome &o) { finished = o; });
+  std::string waiting;
+  for (auto deadline = std::chrono::steady_clock::now() + 1s;
+       waiting.find("--ready-job") == std::string::npos && std::chrono::steady_clock::now() < deadline;) {
+    std::ifstream cmdline("/proc/" + std::to_string(process->pid()) + "/cmdline");
+    std::getline(cmdline, waiting);
+  }
+  EXPECT_NE(waiting.find(std::string(SCHEDD_PROGRAM) + '\0' + "--ready-job"), std::string::npos) << waiting;
+  while (!finished) g_main_context_iteration(context_, TRUE);
+  JobOutcome outcome = *finished;
   EXPECT_EQ(outcome.wait_status, 0) << outcome.output;
   EXPECT_FALSE(outcome.timed_out);
   EXPECT_EQ(outcome.started_at, instant);

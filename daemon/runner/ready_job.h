@@ -1,0 +1,29 @@
+// A job made ready ahead waits for its instant in a process of its own: the runner's child, once
+// it is the job's user, executes the daemon's program in this mode, so that the copy of the
+// daemon it was forked from is gone before the instant and the start at the instant is one exec.
+#ifndef SCHEDD_RUNNER_READY_JOB_H
+#define SCHEDD_RUNNER_READY_JOB_H
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace schedd::runner {
+
+// The first argument that selects the mode.
+inline constexpr const char *kReadyJobArgument = "--ready-job";
+
+// The arguments that make `program` wait for `instant` and then execute `job_argv`, if the start
+// is claimed in the marker open as `marker_fd`; `daemon` is the daemon's pid.
+std::vector<std::string> ready_job_arguments(const std::string &program, std::time_t instant, pid_t daemon,
+                                             int marker_fd, const std::vector<std::string> &job_argv);
+
+// The mode's main: waits, claims the start and executes the job; returns only on a usage error.
+// The job's setup failures are reported as the runner's child reports them.
+int ready_job_main(int argc, char **argv);
+
+}  // namespace schedd::runner
+
+#endif
