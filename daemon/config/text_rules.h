@@ -24,6 +24,10 @@ bool job_text_travels(std::span<const uint8_t> text);
 // One address local@domain as the mail transport takes it (see valid_address).
 bool address_travels(std::string_view address);
 
+// A server host name the shell takes as one: dot-separated labels of 1 to 63 letters, digits and
+// inner hyphens, the last not all digits (the shell's own rule; other text it refuses).
+bool host_name_travels(std::string_view host);
+
 }  // namespace schedd
 
 #endif

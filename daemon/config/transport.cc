@@ -34,7 +34,7 @@ bool server_matches_kind(const sch_email_transport_conf &conf) {
     case SCH_SMTP_SERVER_IPV6:
       return inet_pton(AF_INET6, conf.smtp_server, address) == 1;
     case SCH_SMTP_SERVER_HOST_NAME:
-      return true;
+      return host_name_travels(field_text(conf.smtp_server));
     default:
       return false;
   }

@@ -78,13 +78,15 @@ SCHED_EXPORT sch_job_slot *sch_next_job(sch_config_set *db, int *index);
 /* The lowest free id, or -1 when all 256 are in use. */
 SCHED_EXPORT int sch_first_empty_job_list_entry_index(sch_config_set *db);
 /* Installs a header read back from a store in the slot of its job id; takes both buffers (they
- * are released when the id is above 255, with result -1). */
+ * are released when the id is above 255, with result -1). A header the slot already holds is
+ * released and replaced; the slot keeps the key it has. */
 SCHED_EXPORT int sch_add_job_hdr(sch_config_set *db, sch_config_key *key, sch_job_header *header, sch_job_slot **out);
 /* Appends a fragment to the job named by the key; takes both buffers (the key is always
  * released; both are when no job has that name, with result -1). */
 SCHED_EXPORT int sch_add_job_data(sch_config_set *db, sch_config_key *key, void *fragment, sch_job_slot **out);
 /* Restore dispatcher for schedule and job records as a store returns them. Returns -1 when a
- * buffer cannot be allocated, 0 otherwise (records of other types are ignored). */
+ * buffer cannot be allocated, 0 otherwise (records of other types are ignored). A fragment's
+ * buffer is at least SCH_FRAGMENT_SIZE bytes, zero past the stored value. */
 SCHED_EXPORT int sch_add_config_entry(sch_config_set *db, const pss2_datum *key, const pss2_datum *value);
 
 /* Reassembly of a job's `length` bytes of text into `buffer` (not terminated). Return 0. */

@@ -1,4 +1,5 @@
 // The scheduler's configuration as command lines for the configuration framework.
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -114,7 +115,10 @@ void sch_acfg_job_cfg_gen(sch_config_set *set, acfg_handle *handle) {
 
 void sch_add_job_cfg(sch_config_set * /*set*/, acfg_handle *handle, sch_job_slot *job) {
   add_line(handle, kMainElement, 0, "scheduler job name %.32s\n", job->key->name);
-  int length = job->header ? static_cast<int>(job->header->length) : 0;
+  // A header from a damaged store can claim more text than the fragments hold (or a length that
+  // is negative as a count): the text is what the fragments can give, as the runner takes it.
+  size_t held = g_list_length(job->fragments) * size_t{SCH_FRAGMENT_SIZE};
+  int length = job->header ? static_cast<int>(std::min<size_t>(job->header->length, held)) : 0;
   auto *text = static_cast<char *>(
       sch_malloc_check(static_cast<size_t>(length) + 2, sch::alloc::kJobText, 0, sch::alloc::kCreateScriptFile));
   if (text) {

@@ -26,6 +26,9 @@ constexpr size_t kCompletionAt = 116;
 constexpr size_t kTotalAt = 120;
 constexpr size_t kPartLengthAt = 124;
 constexpr size_t kPartAt = 128;
+// No entry's output outgrows the largest log file (65536 kilobytes): a total beyond it comes from
+// a broken stream, and is not worth a buffer of up to 2 GB.
+constexpr int32_t kLargestOutput = 65536 << 10;
 constexpr int kRuleWidth = 78;
 constexpr int kOutputRuleWidth = 33;
 
@@ -103,6 +106,10 @@ void display_log_entry(const void *first, const void *output) {
 int collate_and_display_log(cmi_session *session, const void *first, const mts_stream_context *context) {
   int32_t total = word_at(first, kTotalAt);
   uint32_t received = static_cast<uint32_t>(word_at(first, kPartLengthAt));
+  if (total > kLargestOutput) {
+    std::puts("Error cmi parsing");
+    return -1;
+  }
   // An empty output still gets a buffer: malloc(0) may answer NULL.
   auto *buffer = static_cast<uint8_t *>(std::malloc(total > 0 ? static_cast<size_t>(total) : 1));
   if (!buffer) {

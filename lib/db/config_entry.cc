@@ -1,4 +1,5 @@
 // The restore dispatcher: schedule and job records, as a store returns them, into a config set.
+#include <algorithm>
 #include <cstring>
 
 #include "db/alloc_kinds.h"
@@ -54,12 +55,16 @@ extern "C" int sch_add_config_entry(sch_config_set *db, const pss2_datum *key_da
   }
 
   if (key->type == SCH_REC_JOB) {
-    // A fragment is raw text bytes, taken at exactly its stored length.
-    void *fragment = sch_malloc_check(value.size(), alloc::kJobFragment, 0, alloc::kAddJobEntry);
+    // A fragment is raw text bytes. Its buffer holds a whole fragment, zeros after the stored
+    // bytes: every reader takes up to a whole fragment from it as the job's header length says,
+    // and a damaged store can claim more text than it holds.
+    size_t size = std::max<size_t>(value.size(), SCH_FRAGMENT_SIZE);
+    void *fragment = sch_malloc_check(size, alloc::kJobFragment, 0, alloc::kAddJobEntry);
     if (!fragment) {
       mtrack_free(key);
       return -1;
     }
+    std::memset(fragment, 0, size);
     if (!value.empty()) std::memcpy(fragment, value.data(), value.size());
     sch_job_slot *slot = nullptr;
     sch_add_job_data(db, key, fragment, &slot);  // a fragment of an unknown job is dropped there

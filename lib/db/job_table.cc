@@ -62,8 +62,10 @@ int sch_add_job_hdr(sch_config_set *db, sch_config_key *key, sch_job_header *hea
     trace(kTraceRecord, "job %.32s key already present, adding!", slot->key->name);
     mtrack_free(key);
   }
-  // A header already there is replaced, not released: a store holds one header per job, so this
-  // only happens when the same record is restored twice.
+  // The table owns its headers, so one already there is released when another replaces it: a
+  // store from elsewhere or a damaged one can hold two headers with the same id (a header whose
+  // value is cut short reads as id 0), and the one replaced would otherwise be lost for good.
+  if (slot->header != header) mtrack_free(slot->header);
   slot->header = header;
   *out = slot;
   return 0;

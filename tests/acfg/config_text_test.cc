@@ -150,6 +150,14 @@ TEST_F(ConfigText, AJobWhoseTextCannotBeHadRendersItsNameAndEnd) {
   EXPECT_EQ(generate(ACFG_CFG_RUNNING), "feature scheduler\n\nscheduler job name big\nend-job\n\n");
 }
 
+// A damaged store's header may claim any length: the text is what the fragments hold.
+TEST_F(ConfigText, AJobLengthBeyondItsFragmentsRendersTheFragments) {
+  std::string text(SCH_FRAGMENT_SIZE - 1, 'a');
+  text += '\n';
+  add_job(&sch_running_config, 0, "torn", text)->header->length = 0x80000000u;
+  EXPECT_EQ(generate(ACFG_CFG_RUNNING), "feature scheduler\n\nscheduler job name torn\n" + text + "end-job\n\n");
+}
+
 TEST_F(ConfigText, StartupConfigurationComesFromItsStoreAndTheCopyIsFreed) {
   start_platform(true);
   // The startup store: a schedule, a job, a user, a log size, a transport sender.

@@ -147,6 +147,12 @@ TEST_F(ShowLogfile, PartsThatOverrunTheTotalOrTheMessageAreRefused) {
   EXPECT_EQ(output_.out, "Error cmi parsing\nError cmi parsing\n");
 }
 
+TEST_F(ShowLogfile, ATotalNoLogFileCanHoldIsRefusedAndTheNextEntryPrints) {
+  StreamingDaemon daemon({log_message(2, 1, 0, (65536 << 10) + 1, "ab"), log_message(2, 2, 0, 3, "ok\n")});
+  EXPECT_EQ(show(daemon), 0);
+  EXPECT_EQ(output_.out, "Error cmi parsing\n" + entry_text("Success (0)", "ok\n"));
+}
+
 TEST_F(ShowLogfile, SendFailureIsReportedAndReturned) {
   cmi_session *session = cmi_session_open("/tmp/schedcli-no-such-dir/schedd.sock");
   Command command(session, kLocalUser, {});

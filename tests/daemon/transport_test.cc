@@ -69,7 +69,10 @@ TEST_F(DaemonTransport, ServerWithoutVrfUsesTheDefaultOneAndBadPartsAreRefused) 
 
   for (const sch_email_transport_conf &bad :
        {server("mail.example.com", 1), server("192.0.2.1", 2), server("192.0.2.1", 3), server("", 16),
-        server("two words", 16), server("mail", 16, 25, "a vrf"), server(std::string(256, 'm'), 16)}) {
+        server("two words", 16), server("mail", 16, 25, "a vrf"), server(std::string(256, 'm'), 16),
+        // Names the shell would not read back from the configuration text.
+        server("mail.example.com:", 16), server("mail..example.com", 16), server("-mail.example.com", 16),
+        server("192.0.2.300", 16), server(std::string(64, 'm') + ".com", 16)}) {
     EXPECT_TRUE(answered(send(SCH_REQ_EMAIL_SMTP, bad), SCH_STATUS_BAD_REQUEST)) << bad.smtp_server;
   }
   EXPECT_TRUE(answered(send(SCH_REQ_EMAIL_SMTP, server("192.0.2.1", 1, 0)), SCH_STATUS_OUT_OF_RANGE));

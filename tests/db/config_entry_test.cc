@@ -99,6 +99,22 @@ TEST_F(ConfigEntry, ShortOrLongValuesAreZeroFilledOrCut) {
   EXPECT_EQ(job->header->length, 3u);
 }
 
+// A damaged store may claim more text than its fragments hold: reassembly, which trusts the
+// header's length, must stay inside the buffers and read zeros past the stored bytes.
+TEST_F(ConfigEntry, FragmentsShorterThanTheHeaderSaysAreReadAsZeros) {
+  EXPECT_EQ(dispatch(job_header_record("torn", 0, 1030)), 0);
+  EXPECT_EQ(dispatch(job_fragment_record("torn", 1, "ab")), 0);
+  EXPECT_EQ(dispatch(job_fragment_record("torn", 2, "")), 0);
+  sch_job_slot *job = nullptr;
+  ASSERT_EQ(sch_find_job(&sch_running_config, "torn", &job), 0);
+  for (GList *element = job->fragments; element; element = element->next) {
+    EXPECT_GE(mtrack_block_size(element->data), size_t{SCH_FRAGMENT_SIZE});
+  }
+  std::string text(1032, 'x');
+  sch_concat_fragments(job->fragments, text.data(), 1030);
+  EXPECT_EQ(text.substr(0, 1030), "ab" + std::string(1028, '\0'));
+}
+
 TEST_F(ConfigEntry, InvalidJobsAndOtherTypesAreDroppedWithSuccess) {
   EXPECT_EQ(dispatch(job_header_record("huge", 300, 1)), 0);
   EXPECT_EQ(dispatch(job_fragment_record("nobody", 1, "x")), 0);

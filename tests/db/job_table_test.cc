@@ -115,16 +115,22 @@ TEST_F(JobTable, HeaderWithIdAbove255IsRefusedAndReleased) {
   EXPECT_TRUE(traced("job top key added"));
 }
 
-TEST_F(JobTable, SecondHeaderForAnOccupiedSlotKeepsTheSlotsKey) {
+// Two headers with one id come from a damaged store: the second wins and the first is released.
+TEST_F(JobTable, SecondHeaderForAnOccupiedSlotKeepsTheSlotsKeyAndReleasesTheOldHeader) {
   sch_job_slot *first = install(4, "first");
   sch_config_key *kept = first->key;
-  sch_job_header *old_header = first->header;
+  uint64_t live = mtrack_live_blocks(SCH_MTRACK_IDENTITY);
   sch_job_slot *slot = nullptr;
   EXPECT_EQ(sch_add_job_hdr(&sch_running_config, job_key("other"), job_header(4, 9), &slot), 0);
   EXPECT_EQ(slot->key, kept);
   EXPECT_EQ(slot->header->length, 9u);
   EXPECT_TRUE(traced("job first key already present, adding!"));
-  mtrack_free(old_header);  // replaced, not released, by the table
+  EXPECT_EQ(mtrack_live_blocks(SCH_MTRACK_IDENTITY), live) << "the replaced header and the second key are released";
+
+  // The header the slot already holds, installed again, stays usable.
+  sch_config_key *again = job_key("first");
+  EXPECT_EQ(sch_add_job_hdr(&sch_running_config, again, slot->header, &slot), 0);
+  EXPECT_EQ(slot->header->length, 9u);
 }
 
 TEST_F(JobTable, FragmentsAttachInArrivalOrderToTheNamedJobOnly) {
