@@ -16,6 +16,7 @@
 #include "configuration.h"
 #include "context.h"
 #include "replay.h"
+#include "schedcli/cli.h"
 #include "schedcli/cli_config.h"
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/secrets.h"
@@ -314,32 +315,13 @@ bool transport_reply_to(Shell &shell, const Arguments &arguments) {
   return transport_address(shell, arguments, SCH_TRANSPORT_REPLY_TO);
 }
 
-// Letters, digits and inner hyphens in labels of 1 to 63, the last label not all digits: so
-// that a mistyped IPv4 address is not taken for a name.
-bool is_host_name(std::string_view host) {
-  if (host.empty() || host.size() > 253) return false;
-  std::string_view last;
-  for (std::size_t begin = 0; begin <= host.size();) {
-    std::size_t end = std::min(host.find('.', begin), host.size());
-    std::string_view label = host.substr(begin, end - begin);
-    bool valid = !label.empty() && label.size() <= 63 && label.front() != '-' && label.back() != '-' &&
-                 std::all_of(label.begin(), label.end(), [](char c) {
-                   return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '-';
-                 });
-    if (!valid) return false;
-    last = label;
-    begin = end + 1;
-  }
-  return !std::all_of(last.begin(), last.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
-
 // The address kind the handler expects with a server; 0 for text that is none of them, which
 // the handler refuses with its own message.
 uint32_t host_address_kind(const std::string &host) {
   unsigned char address[sizeof(in6_addr)];
   if (host.find(':') != std::string::npos) return inet_pton(AF_INET6, host.c_str(), address) == 1 ? SCH_ADDRESS_IPV6 : 0;
   if (inet_pton(AF_INET, host.c_str(), address) == 1) return SCH_ADDRESS_IPV4;
-  return is_host_name(host) ? SCH_ADDRESS_HOST_NAME : 0;
+  return sch_is_host_name(host.c_str()) ? SCH_ADDRESS_HOST_NAME : 0;
 }
 
 bool smtp_server(Shell &shell, const Arguments &arguments) {

@@ -2,8 +2,10 @@
 #include "config/text_rules.h"
 
 #include <algorithm>
+#include <string>
 
 #include "mail_message.h"
+#include "schedcli/cli.h"
 
 namespace schedd {
 
@@ -45,20 +47,7 @@ bool job_text_travels(std::span<const uint8_t> bytes) {
 bool address_travels(std::string_view address) { return schedd::mail::valid_address(address); }
 
 bool host_name_travels(std::string_view host) {
-  if (host.empty() || host.size() > 253) return false;
-  std::string_view last;
-  for (size_t begin = 0; begin <= host.size();) {
-    size_t end = std::min(host.find('.', begin), host.size());
-    std::string_view label = host.substr(begin, end - begin);
-    bool valid = !label.empty() && label.size() <= 63 && label.front() != '-' && label.back() != '-' &&
-                 std::all_of(label.begin(), label.end(), [](char c) {
-                   return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '-';
-                 });
-    if (!valid) return false;
-    last = label;
-    begin = end + 1;
-  }
-  return !std::all_of(last.begin(), last.end(), [](char c) { return c >= '0' && c <= '9'; });
+  return host.size() <= 253 && host.find('\0') == std::string_view::npos && sch_is_host_name(std::string(host).c_str());
 }
 
 }  // namespace schedd

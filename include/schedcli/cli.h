@@ -64,6 +64,12 @@ SCHED_EXPORT int sch_cli_check_name(const char *name);
  * never read past. Independent of the locale. */
 SCHED_EXPORT int sch_name_is_config_word(const char *name);
 
+/* The rule for a mail server's host name wherever it is accepted (the shell reads it back from the
+ * configuration text): 1 when `host` is at most 253 bytes of dot-separated labels of 1 to 63 ASCII
+ * letters, digits and inner hyphens, the last label not all digits (a mistyped IPv4 address is no
+ * name); else 0 (NULL included). Independent of the locale. */
+SCHED_EXPORT int sch_is_host_name(const char *host);
+
 /* ---- Job-execution credentials ---- */
 
 /* The gate of every job and schedule change: 0 when `user` is local, or remote with a stored

@@ -1,5 +1,9 @@
-// The rule for job and schedule names.
+// The rules for job and schedule names and for mail servers' host names.
 #include <regex.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
 
 #include "db/records.h"
 #include "schedcli/cli.h"
@@ -29,4 +33,21 @@ extern "C" int sch_name_is_config_word(const char *name) {
     if (!letter_or_digit(name[i]) && name[i] != '_' && name[i] != '-') return 0;
   }
   return 0;  // no terminator inside the field
+}
+
+extern "C" int sch_is_host_name(const char *host) {
+  if (!host) return 0;
+  std::string_view name(host, strnlen(host, 254));
+  if (name.empty() || name.size() > 253) return 0;
+  std::string_view last;
+  for (size_t begin = 0; begin <= name.size();) {
+    size_t end = std::min(name.find('.', begin), name.size());
+    std::string_view label = name.substr(begin, end - begin);
+    bool valid = !label.empty() && label.size() <= 63 && label.front() != '-' && label.back() != '-' &&
+                 std::all_of(label.begin(), label.end(), [](char c) { return letter_or_digit(c) || c == '-'; });
+    if (!valid) return 0;
+    last = label;
+    begin = end + 1;
+  }
+  return !std::all_of(last.begin(), last.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
