@@ -20,18 +20,7 @@ bool is_applied_change(uint32_t service, uint32_t opcode, const void *payload, s
   if (service != SCH_SERVICE_CONFIG || opcode != SCH_OPCODE_CONFIG || !payload) return false;
   sch_request_header header;
   if (sch_wire_decode(SCH_WIRE_REQUEST_HEADER, payload, length, &header) != 0) return false;
-  switch (header.type) {
-    case SCH_REQ_CREATE_JOB:
-    case SCH_REQ_DEFINE_JOB:
-    case SCH_REQ_DELETE_JOB:
-    case SCH_REQ_CREATE_SCHEDULE:
-    case SCH_REQ_MODIFY_SCHEDULE:
-    case SCH_REQ_DELETE_SCHEDULE:
-    case SCH_REQ_SCHEDULE_EMAIL:
-      return true;
-    default:
-      return false;
-  }
+  return sch_request_type_applies(header.type) != 0;
 }
 
 bool ChangeGathering::start(cmi_session *daemon, std::string *why) {

@@ -8,6 +8,7 @@
 #include "requests/requests.h"
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/cmi.h"
+#include "schedcli/protocol.h"
 #include "schedcli/wire.h"
 
 namespace schedd {
@@ -47,22 +48,6 @@ uint32_t type_of(RequestBytes record) {
   return header.type;
 }
 
-// The records an apply may carry: the objects of a configuration, nothing of the whole scheduler.
-bool applies(uint32_t type) {
-  switch (type) {
-    case SCH_REQ_CREATE_JOB:
-    case SCH_REQ_DEFINE_JOB:
-    case SCH_REQ_DELETE_JOB:
-    case SCH_REQ_CREATE_SCHEDULE:
-    case SCH_REQ_MODIFY_SCHEDULE:
-    case SCH_REQ_DELETE_SCHEDULE:
-    case SCH_REQ_SCHEDULE_EMAIL:
-      return true;
-    default:
-      return false;
-  }
-}
-
 void put_u32(std::vector<uint8_t> *out, uint32_t value) {
   uint8_t word[4];
   sch_wire_put_u32(word, value);
@@ -80,7 +65,7 @@ Reply run_gathered(const RequestContext &context) {
     RequestBytes record = entries.subspan(kLengthSize, length);
     entries = entries.subspan(kLengthSize + length);
     uint32_t type = type_of(record);
-    uint32_t status = applies(type) ? dispatch(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, record, context).status
+    uint32_t status = sch_request_type_applies(type) ? dispatch(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, record, context).status
                                     : SCH_STATUS_BAD_REQUEST;
     // Naming an existing schedule is how the shell enters it to change it: nothing to create.
     if (status == 0 || (type == SCH_REQ_CREATE_SCHEDULE && status == SCH_STATUS_EXISTS)) continue;

@@ -47,6 +47,23 @@ enum sch_request_type {
   SCH_REQ_GET_TIMERS = 30 /* the timers of every schedule, as text: the daemon's own addition */
 };
 
+/* 1 for the types a configuration apply may carry (the objects of a configuration, nothing of the
+ * whole scheduler), else 0. */
+static inline int sch_request_type_applies(unsigned int type) {
+  switch (type) {
+    case SCH_REQ_CREATE_JOB:
+    case SCH_REQ_DEFINE_JOB:
+    case SCH_REQ_DELETE_JOB:
+    case SCH_REQ_CREATE_SCHEDULE:
+    case SCH_REQ_MODIFY_SCHEDULE:
+    case SCH_REQ_DELETE_SCHEDULE:
+    case SCH_REQ_SCHEDULE_EMAIL:
+      return 1;
+    default:
+      return 0;
+  }
+}
+
 /* Sub-commands of the modify-schedule request (type 4). */
 #define SCH_MODIFY_ONESHOT 1u
 #define SCH_MODIFY_DAILY 3u
