@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -261,6 +262,7 @@ bool Daemon::start_runner(std::string *error) {
   settings.wall_timer = wall_timer_;
   settings.interpreter = options_.interpreter;
   settings.ready_program = options_.ready_program;
+  settings.awake_jobs = static_cast<unsigned>(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN)));
   settings.time_limit = std::chrono::seconds(options_.job_time_limit_seconds);
   settings.mail_ca_file = options_.mail_ca_file;
   if (!options_.mail_retry_delays_ms.empty()) {

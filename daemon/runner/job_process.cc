@@ -79,6 +79,7 @@ struct ChildPlan {
   std::vector<char *> argv;
   std::vector<char *> envp;
   std::time_t start_at = 0;
+  std::chrono::microseconds awake_before{0};
   RunMarker *start_gate = nullptr;
   pid_t daemon = 0;
   std::vector<std::string> ready_arguments;  // the daemon's program in its ready-job mode
@@ -126,9 +127,7 @@ void wait_for_start(const ChildPlan &plan, int marker_fd) {
     execve(plan.ready_argv[0], plan.ready_argv.data(), plan.envp.data());
     fcntl(kChildReportFd, F_SETFD, FD_CLOEXEC);  // it could not: the wait is made here
   }
-  timespec instant{plan.start_at, 0};
-  while (clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &instant, nullptr) == EINTR) {
-  }
+  wait_for_instant(plan.start_at, plan.awake_before);
   // Cancelled: the daemon ends this child; it never was the job.
   if (plan.start_gate && !plan.start_gate->claim_start()) _exit(0);
   // Once started, a job outlives a daemon that dies, as every job does: the next start ends it.
@@ -304,11 +303,12 @@ void JobProcess::launch() {
   plan.argv = pointers_to(plan.arguments);
   plan.envp = pointers_to(plan.environment);
   plan.start_at = spec_.start_at;
+  plan.awake_before = spec_.awake_before;
   plan.start_gate = spec_.start_gate;
   plan.daemon = getpid();
   if (spec_.start_at > 0 && spec_.start_gate && !spec_.ready_program.empty()) {
-    plan.ready_arguments = ready_job_arguments(spec_.ready_program, spec_.start_at, plan.daemon, kChildMarkerFd,
-                                               plan.arguments);
+    plan.ready_arguments = ready_job_arguments(spec_.ready_program, spec_.start_at, spec_.awake_before, plan.daemon,
+                                               kChildMarkerFd, plan.arguments);
     plan.ready_argv = pointers_to(plan.ready_arguments);
   }
 

@@ -46,6 +46,8 @@ struct JobSpec {
   // with it. 0: the job starts at once.
   std::time_t start_at = 0;
   RunMarker *start_gate = nullptr;
+  // How long before `start_at` the waiting child stays awake (see wait_for_instant in ready_job.h).
+  std::chrono::microseconds awake_before{0};
   // The daemon's own program: with a start gate, the child waits for the instant in it (see
   // ready_job.h) rather than as a copy of the daemon. Empty: the child waits itself.
   std::string ready_program;

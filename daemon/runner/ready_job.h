@@ -4,6 +4,7 @@
 #ifndef SCHEDD_RUNNER_READY_JOB_H
 #define SCHEDD_RUNNER_READY_JOB_H
 
+#include <chrono>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -16,9 +17,17 @@ namespace schedd::runner {
 inline constexpr const char *kReadyJobArgument = "--ready-job";
 
 // The arguments that make `program` wait for `instant` and then execute `job_argv`, if the start
-// is claimed in the marker open as `marker_fd`; `daemon` is the daemon's pid.
-std::vector<std::string> ready_job_arguments(const std::string &program, std::time_t instant, pid_t daemon,
-                                             int marker_fd, const std::vector<std::string> &job_argv);
+// is claimed in the marker open as `marker_fd`; `daemon` is the daemon's pid. See wait_for_instant
+// for `awake_before`.
+std::vector<std::string> ready_job_arguments(const std::string &program, std::time_t instant,
+                                             std::chrono::microseconds awake_before, pid_t daemon, int marker_fd,
+                                             const std::vector<std::string> &job_argv);
+
+// Returns at `instant` (seconds since the epoch on the system's clock), not before. The last
+// `awake_before` of the wait is spent awake reading the clock: a sleeper whose timer goes off on
+// an idle CPU starts only when that CPU has left idle, which takes milliseconds on some machines
+// (virtual ones above all), while a CPU kept busy hands over to the job at once.
+void wait_for_instant(std::time_t instant, std::chrono::microseconds awake_before);
 
 // The mode's main: waits, claims the start and executes the job; returns only on a usage error.
 // The job's setup failures are reported as the runner's child reports them.

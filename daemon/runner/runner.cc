@@ -280,6 +280,11 @@ void Runner::prepare(const std::string &name, std::time_t instant) {
   runner::JobSpec job_spec = job_spec_of(name, ready.job_name, user, ready.command);
   job_spec.start_at = instant;
   job_spec.start_gate = ready.marker.get();
+  size_t awake_already = std::count_if(prepared_.begin(), prepared_.end(), [instant](const auto &other) {
+    return other.second.instant == instant && other.second.awake;
+  });
+  ready.awake = awake_already < settings_.awake_jobs;
+  if (ready.awake) job_spec.awake_before = settings_.awake_before;
   job_spec.ready_program = settings_.ready_program;
   ready.process = runner::JobProcess::start(loop_.context(), job_spec, [this, name](const runner::JobOutcome &outcome) {
     prepared_job_ended(name, outcome);

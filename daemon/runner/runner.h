@@ -36,6 +36,11 @@ struct RunnerSettings {
   // How long before its instant the first job of a fire is made ready (user, session, directory),
   // so that it starts at the instant itself. Only with the wall timer; zero: never ahead.
   std::chrono::milliseconds start_ahead{std::chrono::seconds(2)};
+  // How long before the instant a job made ready stays awake, and for how many jobs of one
+  // instant: one per CPU keeps every CPU busy when the instant comes, so the others' timers wake
+  // them at once (see wait_for_instant). Zero jobs: all sleep to the instant.
+  std::chrono::microseconds awake_before{std::chrono::milliseconds(5)};
+  unsigned awake_jobs = 0;
   // The daemon's own executable, in which a job made ready waits (see ready_job.h); empty: the
   // job's child waits as it is.
   std::string ready_program;
@@ -74,6 +79,7 @@ class Runner final : public ModelListener {
     std::string job_name;
     std::string user;
     std::string command;
+    bool awake = false;  // stays awake before its instant
     std::unique_ptr<runner::RunMarker> marker;
     std::unique_ptr<runner::JobProcess> process;
     std::optional<runner::JobOutcome> ended;  // it ended before its fire was taken

@@ -190,6 +190,7 @@ TEST_F(JobRun, AJobMadeReadyStartsAtItsInstantUnlessCancelledFirst) {
   going.start_gate = started.get();
   going.time_limit = 3s;  // counted from the preparation, it would end the job
   going.ready_program = SCHEDD_PROGRAM;
+  going.awake_before = 300ms;  // the last stretch awake must not start it early either
   JobSpec stopped = job_spec("touch " + dir + "/ran");
   stopped.start_at = instant;
   stopped.start_gate = cancelled.get();
