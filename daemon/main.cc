@@ -2,6 +2,9 @@
 #include <signal.h>
 #include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
+
+#include <climits>
 
 #include <cctype>
 #include <cstdio>
@@ -22,6 +25,19 @@
 namespace {
 
 constexpr int kStartFailed = 1;
+
+// The ready-job program: beside this one (a build tree, or a relocated installation), else where
+// it is installed. None: a job made ready waits in its copy of the daemon.
+std::string ready_job_program() {
+  std::string self(PATH_MAX, '\0');
+  ssize_t length = readlink("/proc/self/exe", self.data(), self.size());
+  if (length > 0 && static_cast<size_t>(length) < self.size()) {
+    self.resize(static_cast<size_t>(length));
+    std::string beside = self.substr(0, self.rfind('/') + 1) + schedd::runner::kReadyJobProgramName;
+    if (access(beside.c_str(), X_OK) == 0) return beside;
+  }
+  return access(SCHEDD_READY_PROGRAM, X_OK) == 0 ? SCHEDD_READY_PROGRAM : "";
+}
 constexpr int kUsageError = 2;
 
 std::string start_text(const schedd::Options &options) {
@@ -62,10 +78,6 @@ int serve(const schedd::Options &options) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  // A job made ready ahead waits for its instant in this program (the runner starts it so).
-  if (argc > 1 && std::strcmp(argv[1], schedd::runner::kReadyJobArgument) == 0) {
-    return schedd::runner::ready_job_main(argc, argv);
-  }
   schedd::Options options;
   std::string error;
   switch (schedd::parse_options(argc, argv, &options, &error)) {
@@ -85,9 +97,7 @@ int main(int argc, char **argv) {
     case schedd::Parsed::run:
       break;
   }
-  // Through the link, not a path: a job's user may not reach the program's directory, and an
-  // upgrade may have replaced the file since the start.
-  options.ready_program = "/proc/self/exe";
+  options.ready_program = ready_job_program();
   openlog("schedd", LOG_PID, LOG_DAEMON);
   // Replies to a client that has gone must not end the daemon.
   signal(SIGPIPE, SIG_IGN);

@@ -80,18 +80,21 @@ bool debug_scheduler(Shell &shell, const Arguments &arguments) {
 
 // ---- Show ----
 
-bool show_jobs(Shell &shell, const Arguments &arguments) {
-  if (!name_fits(shell, arguments.get("<job>"))) return false;
+// A show command whose name argument, `parameter`, may be left out: all are shown then.
+bool show_named(Shell &shell, const Arguments &arguments, const char *parameter,
+                int (Backend::*show)(sch_cli_context *)) {
+  if (!name_fits(shell, arguments.get(parameter))) return false;
   CommandContext context(shell.session(), false);
-  if (const std::string *name = arguments.get("<job>")) context.add_string(*name);
-  return shell.backend().show_jobs(context.get()) == 0;
+  if (const std::string *name = arguments.get(parameter)) context.add_string(*name);
+  return (shell.backend().*show)(context.get()) == 0;
+}
+
+bool show_jobs(Shell &shell, const Arguments &arguments) {
+  return show_named(shell, arguments, "<job>", &Backend::show_jobs);
 }
 
 bool show_schedules(Shell &shell, const Arguments &arguments) {
-  if (!name_fits(shell, arguments.get("<schedule>"))) return false;
-  CommandContext context(shell.session(), false);
-  if (const std::string *name = arguments.get("<schedule>")) context.add_string(*name);
-  return shell.backend().show_schedules(context.get()) == 0;
+  return show_named(shell, arguments, "<schedule>", &Backend::show_schedules);
 }
 
 // Both handlers report their own failures and always return success.
@@ -106,10 +109,7 @@ bool show_memory_statistics(Shell &shell, const Arguments &) {
 }
 
 bool show_logfile(Shell &shell, const Arguments &arguments) {
-  if (!name_fits(shell, arguments.get("<name>"))) return false;
-  CommandContext context(shell.session(), false);
-  if (const std::string *name = arguments.get("<name>")) context.add_string(*name);
-  return shell.backend().show_logfile(context.get()) == 0;
+  return show_named(shell, arguments, "<name>", &Backend::show_logfile);
 }
 
 bool show_timers(Shell &shell, const Arguments &) {

@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -28,14 +27,9 @@ namespace schedd::runner {
 namespace {
 
 constexpr size_t kReadChunk = 64 * 1024;
-constexpr size_t kReportSize = 512;
 // How long the output may still be read after the job ended and its group was killed: a process
 // that left the group could hold the pipe open for ever.
 constexpr guint kDrainMilliseconds = 1000;
-
-// What the child reports on its report pipe before it gives up: one kind byte, then the reason.
-constexpr char kReportSetup = 'S';
-constexpr char kReportExec = 'E';
 
 struct UserEntry {
   std::string name;
@@ -82,7 +76,7 @@ struct ChildPlan {
   std::chrono::microseconds awake_before{0};
   RunMarker *start_gate = nullptr;
   pid_t daemon = 0;
-  std::vector<std::string> ready_arguments;  // the daemon's program in its ready-job mode
+  std::vector<std::string> ready_arguments;  // the ready-job program's
   std::vector<char *> ready_argv;
 };
 
@@ -99,32 +93,15 @@ std::vector<char *> pointers_to(std::vector<std::string> &texts) {
 // Nobody answers a job's PAM stack: any prompt ends the attempt.
 int refuse_prompts(int, const pam_message **, pam_response **, void *) { return PAM_CONV_ERR; }
 
-[[noreturn]] void give_up(int report_fd, char kind, int exit_code, const char *format, ...)
-    __attribute__((format(printf, 4, 5)));
-
-void give_up(int report_fd, char kind, int exit_code, const char *format, ...) {
-  char text[kReportSize];
-  text[0] = kind;
-  va_list arguments;
-  va_start(arguments, format);
-  int length = vsnprintf(text + 1, sizeof text - 1, format, arguments);
-  va_end(arguments);
-  size_t size = 1 + (length < 0 ? 0 : std::min(static_cast<size_t>(length), sizeof text - 2));
-  // One write below PIPE_BUF arrives whole; there is nothing to do if it fails.
-  ssize_t ignored = write(report_fd, text, size);
-  (void)ignored;
-  _exit(exit_code);
-}
-
-// A child made ready ahead waits for its instant in the daemon's program if it can, else here.
+// A child made ready ahead waits for its instant in the ready-job program if it can, else here.
 // The parent-death signal is asked for only now: a change of ids clears it.
-void wait_for_start(const ChildPlan &plan, int marker_fd) {
+void wait_for_start(const ChildPlan &plan, int marker_fd, int ready_program_fd) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != plan.daemon) _exit(0);  // the daemon died before the signal was asked for
-  if (marker_fd == kChildMarkerFd && !plan.ready_argv.empty()) {
+  if (marker_fd == kChildMarkerFd && ready_program_fd >= 0) {
     fcntl(kChildReportFd, F_SETFD, 0);
     fcntl(kChildMarkerFd, F_SETFD, 0);
-    execve(plan.ready_argv[0], plan.ready_argv.data(), plan.envp.data());
+    fexecve(ready_program_fd, plan.ready_argv.data(), plan.envp.data());
     fcntl(kChildReportFd, F_SETFD, FD_CLOEXEC);  // it could not: the wait is made here
   }
   wait_for_instant(plan.start_at, plan.awake_before);
@@ -160,9 +137,13 @@ void wait_for_start(const ChildPlan &plan, int marker_fd) {
   if (close_range(kChildReportFd + 1, ~0u, 0) != 0) {
     for (int fd = kChildReportFd + 1, last = static_cast<int>(sysconf(_SC_OPEN_MAX)); fd < last; fd++) close(fd);
   }
-  // Opened while still root: the marker is the daemon's file. The lowest free number is taken.
-  int marker_fd = -1;
-  if (plan.start_gate && !plan.ready_argv.empty()) marker_fd = open(plan.start_gate->path().c_str(), O_RDWR | O_CLOEXEC);
+  // Opened while still root: the marker is the daemon's file (the lowest free number is taken),
+  // and the job's user need not reach the ready-job program's directory.
+  int marker_fd = -1, ready_program_fd = -1;
+  if (plan.start_gate && !plan.ready_argv.empty()) {
+    marker_fd = open(plan.start_gate->path().c_str(), O_RDWR | O_CLOEXEC);
+    ready_program_fd = open(plan.ready_argv[0], O_PATH | O_CLOEXEC);
+  }
 
   const UserEntry &user = plan.user;
   if (plan.change_user) {
@@ -207,8 +188,9 @@ void wait_for_start(const ChildPlan &plan, int marker_fd) {
   if ((user.home.empty() || chdir(user.home.c_str()) != 0) && chdir("/") != 0) {
     give_up(report_fd, kReportSetup, kExitSystem, "cannot change to a working directory: %s\n", strerror(errno));
   }
-  if (plan.start_at > 0) wait_for_start(plan, marker_fd);
+  if (plan.start_at > 0) wait_for_start(plan, marker_fd, ready_program_fd);
   if (marker_fd >= 0) close(marker_fd);
+  if (ready_program_fd >= 0) close(ready_program_fd);
   execve(plan.argv[0], plan.argv.data(), plan.envp.data());
   report_exec_failure(plan.argv[0], errno);
 }
@@ -219,10 +201,6 @@ guint milliseconds_of(std::chrono::milliseconds duration) {
 }
 
 }  // namespace
-
-void report_exec_failure(const char *program, int error) {
-  give_up(kChildReportFd, kReportExec, kExitUnavailable, "cannot execute %s: %s\n", program, strerror(error));
-}
 
 void keep_pam_modules_loaded() {
   static pam_handle_t *kept = nullptr;

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 
+#include "runner/child_report.h"
 #include "runner/run_marker.h"
 
 namespace schedd::runner {
@@ -21,13 +22,6 @@ namespace schedd::runner {
 inline constexpr const char *kDefaultInterpreter = "/bin/sh";
 inline constexpr const char *kJobPath = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 inline constexpr const char *kJobPamService = "schedcli";
-
-// Exit codes of a runner child that could not start the job; the reason is the run's output.
-// (sysexits values: apart from the shell's 126 and 127 and from signals.)
-inline constexpr int kExitNoUser = 67;       // the user is not known to the system
-inline constexpr int kExitUnavailable = 69;  // the interpreter could not be executed
-inline constexpr int kExitSystem = 71;       // descriptors, directory or another system call failed
-inline constexpr int kExitNoPermission = 77; // PAM refused the user, or dropping privileges failed
 
 struct JobSpec {
   std::string job;
@@ -48,8 +42,8 @@ struct JobSpec {
   RunMarker *start_gate = nullptr;
   // How long before `start_at` the waiting child stays awake (see wait_for_instant in ready_job.h).
   std::chrono::microseconds awake_before{0};
-  // The daemon's own program: with a start gate, the child waits for the instant in it (see
-  // ready_job.h) rather than as a copy of the daemon. Empty: the child waits itself.
+  // The ready-job program (see ready_job.h): with a start gate, the child waits for the instant
+  // in it rather than as a copy of the daemon. Empty: the child waits itself.
   std::string ready_program;
 };
 
@@ -64,13 +58,6 @@ struct JobOutcome {
   int64_t started_at = 0;   // seconds since the epoch
   int64_t ended_at = 0;
 };
-
-// The runner child's report pipe, while it sets the job up: what it writes there before giving
-// up is the run's reason; the pipe closes unread when the job's exec succeeds.
-inline constexpr int kChildReportFd = 3;
-
-// Reports on the report pipe that `program` could not be executed (errno `error`), and exits.
-[[noreturn]] void report_exec_failure(const char *program, int error);
 
 // Loads the PAM service's modules into this process and keeps them there, so that each job's
 // child, which starts PAM for its user, finds them loaded rather than loading them again: that

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "runner/job_process.h"
+#include "runner/child_report.h"
 #include "runner/run_marker.h"
 
 extern char **environ;

@@ -1,6 +1,7 @@
 // A job made ready ahead waits for its instant in a process of its own: the runner's child, once
-// it is the job's user, executes the daemon's program in this mode, so that the copy of the
-// daemon it was forked from is gone before the instant and the start at the instant is one exec.
+// it is the job's user, executes the small ready-job program (schedd-ready), so that the copy of
+// the daemon it was forked from is gone before the instant and the start at the instant is one
+// exec, from a process with next to nothing to tear down.
 #ifndef SCHEDD_RUNNER_READY_JOB_H
 #define SCHEDD_RUNNER_READY_JOB_H
 
@@ -13,7 +14,8 @@
 
 namespace schedd::runner {
 
-// The first argument that selects the mode.
+inline constexpr const char *kReadyJobProgramName = "schedd-ready";
+// The ready-job program's first argument, against running it by mistake.
 inline constexpr const char *kReadyJobArgument = "--ready-job";
 
 // The arguments that make `program` wait for `instant` and then execute `job_argv`, if the start
@@ -29,7 +31,7 @@ std::vector<std::string> ready_job_arguments(const std::string &program, std::ti
 // (virtual ones above all), while a CPU kept busy hands over to the job at once.
 void wait_for_instant(std::time_t instant, std::chrono::microseconds awake_before);
 
-// The mode's main: waits, claims the start and executes the job; returns only on a usage error.
+// The ready-job program's main: waits, claims the start and executes the job; returns only on a usage error.
 // The job's setup failures are reported as the runner's child reports them.
 int ready_job_main(int argc, char **argv);
 

@@ -62,17 +62,6 @@ bool read_at(int fd, uint64_t offset, void *buffer, size_t length) {
   return true;
 }
 
-bool write_all(int fd, const uint8_t *bytes, size_t length) {
-  while (length > 0) {
-    ssize_t put = write(fd, bytes, length);
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return false;
-    bytes += put;
-    length -= static_cast<size_t>(put);
-  }
-  return true;
-}
-
 void put_name(uint8_t *field, std::string_view name) {
   std::memset(field, 0, kRunLogNameSize);
   std::memcpy(field, name.data(), std::min(name.size(), kRunLogNameSize));
@@ -163,10 +152,10 @@ bool rewrite(int fd, const std::string &location, uint64_t keep_from, uint64_t e
   bool written = true;
   for (uint64_t at = keep_from; written && at < end;) {
     size_t piece = static_cast<size_t>(std::min<uint64_t>(chunk.size(), end - at));
-    written = read_at(fd, at, chunk.data(), piece) && write_all(target.fd, chunk.data(), piece);
+    written = read_at(fd, at, chunk.data(), piece) && file_write_all(target.fd, chunk.data(), piece) == 0;
     at += piece;
   }
-  written = written && write_all(target.fd, entry.data(), entry.size()) && file_sync(target.fd) == 0;
+  written = written && file_write_all(target.fd, entry.data(), entry.size()) == 0 && file_sync(target.fd) == 0;
   if (!written || rename(temporary.c_str(), location.c_str()) != 0) {
     unlink(temporary.c_str());
     return false;

@@ -6,34 +6,13 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 
+#include "schedcli/platform/file_sync.h"
+
 namespace schedd::runner {
-
-namespace {
-
-// The first line of a marker.
-constexpr char kWaiting = 'w';
-constexpr char kStarted = 'r';
-constexpr char kCancelled = 'c';
-
-static_assert(std::atomic_ref<char>::is_always_lock_free, "the start is claimed across processes");
-
-bool write_all(int fd, const std::string &text) {
-  size_t done = 0;
-  while (done < text.size()) {
-    ssize_t wrote = write(fd, text.data() + done, text.size() - done);
-    if (wrote < 0 && errno == EINTR) continue;
-    if (wrote <= 0) return false;
-    done += static_cast<size_t>(wrote);
-  }
-  return true;
-}
-
-}  // namespace
 
 std::unique_ptr<RunMarker> RunMarker::create(const std::string &path, const RunMarkerFacts &facts, bool waiting) {
   std::ostringstream text;
@@ -42,8 +21,11 @@ std::unique_ptr<RunMarker> RunMarker::create(const std::string &path, const RunM
        << facts.started << '\n';
   int fd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   if (fd < 0) return nullptr;
+  const std::string contents = text.str();
   void *mapped = MAP_FAILED;
-  if (write_all(fd, text.str())) mapped = mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (file_write_all(fd, contents.data(), contents.size()) == 0) {
+    mapped = mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  }
   close(fd);
   if (mapped == MAP_FAILED) {
     unlink(path.c_str());
@@ -53,25 +35,6 @@ std::unique_ptr<RunMarker> RunMarker::create(const std::string &path, const RunM
 }
 
 RunMarker::~RunMarker() { munmap(state_, 1); }
-
-bool RunMarker::claim_start() {
-  char expected = kWaiting;
-  return std::atomic_ref<char>(*state_).compare_exchange_strong(expected, kStarted) || expected == kStarted;
-}
-
-bool RunMarker::claim_start(int fd) {
-  void *mapped = mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  if (mapped == MAP_FAILED) return false;
-  RunMarker marker("", static_cast<char *>(mapped));
-  return marker.claim_start();
-}
-
-bool RunMarker::cancel() {
-  char expected = kWaiting;
-  return std::atomic_ref<char>(*state_).compare_exchange_strong(expected, kCancelled) || expected == kCancelled;
-}
-
-bool RunMarker::started() const { return std::atomic_ref<char>(*state_).load() == kStarted; }
 
 void RunMarker::note_session(pid_t session, unsigned long long session_started) {
   std::ofstream(path_, std::ios::app) << session << '\n' << session_started << '\n';

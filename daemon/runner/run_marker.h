@@ -53,6 +53,12 @@ class RunMarker {
   void remove();
 
  private:
+  // The first line of a marker.
+  static constexpr char kWaiting = 'w';
+  static constexpr char kStarted = 'r';
+  static constexpr char kCancelled = 'c';
+
+  static bool claim(char *state);
   RunMarker(std::string path, char *state) : path_(std::move(path)), state_(state) {}
 
   std::string path_;

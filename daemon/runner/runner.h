@@ -41,8 +41,8 @@ struct RunnerSettings {
   // them at once (see wait_for_instant). Zero jobs: all sleep to the instant.
   std::chrono::microseconds awake_before{std::chrono::milliseconds(5)};
   unsigned awake_jobs = 0;
-  // The daemon's own executable, in which a job made ready waits (see ready_job.h); empty: the
-  // job's child waits as it is.
+  // The ready-job program, in which a job made ready waits (see ready_job.h); empty: the job's
+  // child waits as it is.
   std::string ready_program;
 };
 

@@ -40,17 +40,6 @@ uint32_t access_status(int error) {
   return error == ENOENT ? SECRETS_ERR_NO_KEY : SECRETS_ERR_KEY_ACCESS;
 }
 
-bool write_all(int fd, const unsigned char *bytes, size_t size) {
-  while (size > 0) {
-    ssize_t written = write(fd, bytes, size);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    bytes += written;
-    size -= static_cast<size_t>(written);
-  }
-  return true;
-}
-
 // Writes a new key beside the target and links it into place, so that nobody ever reads a part
 // of a key, and of two processes making one at once both end up with the same. Returns 0 when
 // a key is at `path` afterwards, whoever made it.
@@ -60,7 +49,7 @@ uint32_t make_key(const std::string &path) {
   if (fd < 0) return SECRETS_ERR_KEY_ACCESS;
   unsigned char key[secrets::kKeyBytes];
   crypto_aead_chacha20poly1305_ietf_keygen(key);
-  bool written = fchmod(fd, kKeyMode) == 0 && write_all(fd, key, sizeof key) && file_sync(fd) == 0;
+  bool written = fchmod(fd, kKeyMode) == 0 && file_write_all(fd, key, sizeof key) == 0 && file_sync(fd) == 0;
   sodium_memzero(key, sizeof key);
   close(fd);
   bool linked = written && (link(temporary.c_str(), path.c_str()) == 0 || errno == EEXIST);

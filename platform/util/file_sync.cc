@@ -21,6 +21,19 @@ int sync_descriptor(int fd) {
 
 extern "C" {
 
+int file_write_all(int fd, const void *bytes, size_t size) {
+  const auto *next = static_cast<const unsigned char *>(bytes);
+  while (size > 0) {
+    ssize_t written = write(fd, next, size);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return errno;
+    if (written == 0) return EIO;
+    next += written;
+    size -= static_cast<size_t>(written);
+  }
+  return 0;
+}
+
 int file_sync(int fd) { return sync_descriptor(fd); }
 
 int file_sync_directory_of(const char *path) {

@@ -189,7 +189,7 @@ TEST_F(JobRun, AJobMadeReadyStartsAtItsInstantUnlessCancelledFirst) {
   going.start_at = instant;
   going.start_gate = started.get();
   going.time_limit = 3s;  // counted from the preparation, it would end the job
-  going.ready_program = SCHEDD_PROGRAM;
+  going.ready_program = SCHEDD_READY_PROGRAM;
   going.awake_before = 300ms;  // the last stretch awake must not start it early either
   JobSpec stopped = job_spec("touch " + dir + "/ran");
   stopped.start_at = instant;
@@ -208,7 +208,7 @@ TEST_F(JobRun, AJobMadeReadyStartsAtItsInstantUnlessCancelledFirst) {
     std::ifstream cmdline("/proc/" + std::to_string(process->pid()) + "/cmdline");
     std::getline(cmdline, waiting);
   }
-  EXPECT_NE(waiting.find(std::string(SCHEDD_PROGRAM) + '\0' + "--ready-job"), std::string::npos) << waiting;
+  EXPECT_NE(waiting.find(std::string(SCHEDD_READY_PROGRAM) + '\0' + "--ready-job"), std::string::npos) << waiting;
   while (!finished) g_main_context_iteration(context_, TRUE);
   JobOutcome outcome = *finished;
   EXPECT_EQ(outcome.wait_status, 0) << outcome.output;

@@ -6,10 +6,15 @@
 #ifndef SCHEDCLI_PLATFORM_FILE_SYNC_H
 #define SCHEDCLI_PLATFORM_FILE_SYNC_H
 
+#include <stddef.h>
+
 #include "schedcli/export.h"
 
 SCHED_BEGIN_DECLS
 
+/* Writes all `size` bytes to `fd`, again after a short write or an interrupted one; EIO when a
+ * write takes nothing. */
+SCHED_EXPORT int file_write_all(int fd, const void *bytes, size_t size);
 /* Syncs the contents and size of the open file `fd`. */
 SCHED_EXPORT int file_sync(int fd);
 /* Syncs the directory that holds `path` (the part before its last '/', "." when it has none), so
