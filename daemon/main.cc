@@ -4,11 +4,9 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <climits>
-
 #include <cctype>
+#include <climits>
 #include <cstdio>
-#include <cstring>
 #include <string>
 
 #include "core/clock.h"
@@ -25,6 +23,7 @@
 namespace {
 
 constexpr int kStartFailed = 1;
+constexpr int kUsageError = 2;
 
 // The ready-job program: beside this one (a build tree, or a relocated installation), else where
 // it is installed. None: a job made ready waits in its copy of the daemon.
@@ -38,7 +37,6 @@ std::string ready_job_program() {
   }
   return access(SCHEDD_READY_PROGRAM, X_OK) == 0 ? SCHEDD_READY_PROGRAM : "";
 }
-constexpr int kUsageError = 2;
 
 std::string start_text(const schedd::Options &options) {
   return std::string("schedd " SCHED_VERSION " started as ") + (options.standby ? "standby" : "active") +

@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "runner/child_report.h"
 #include "runner/run_marker.h"
@@ -26,11 +28,11 @@ int64_t nanoseconds_now() {
   return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
-bool parse_number(const char *text, long long lowest, long long &number) {
+bool parse_number(const char *text, long long lowest, long long highest, long long &number) {
   char *end = nullptr;
   errno = 0;
   number = std::strtoll(text, &end, 10);
-  return errno == 0 && end != text && *end == '\0' && number >= lowest;
+  return errno == 0 && end != text && *end == '\0' && number >= lowest && number <= highest;
 }
 
 }  // namespace
@@ -65,8 +67,9 @@ int ready_job_main(int argc, char **argv) {
   // program --ready-job INSTANT AWAKE_US DAEMON MARKER_FD INTERPRETER ARGUMENTS...
   if (argc < 7 || std::strcmp(argv[1], kReadyJobArgument) != 0) return 2;
   long long instant = 0, awake_us = 0, daemon = 0, marker_fd = 0;
-  if (!parse_number(argv[2], 1, instant) || !parse_number(argv[3], 0, awake_us) || !parse_number(argv[4], 2, daemon) ||
-      !parse_number(argv[5], kChildReportFd + 1, marker_fd)) {
+  if (!parse_number(argv[2], 1, std::numeric_limits<std::time_t>::max() / 1'000'000'000, instant) ||
+      !parse_number(argv[3], 0, 1'000'000, awake_us) || !parse_number(argv[4], 2, INT_MAX, daemon) ||
+      !parse_number(argv[5], kChildReportFd + 1, INT_MAX, marker_fd)) {
     return 2;
   }
   // The parent-death signal asked for before the exec holds: a daemon gone already ends it here.
