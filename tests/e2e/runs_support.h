@@ -1,5 +1,4 @@
-// What the tests of job runs share: a wall clock shifted to a whole minute that is seconds away,
-// the shell as another user.
+// What the tests of job runs share: a wall clock shifted to a whole minute that is seconds away.
 #ifndef TESTS_E2E_RUNS_SUPPORT_H
 #define TESTS_E2E_RUNS_SUPPORT_H
 
@@ -34,11 +33,6 @@ class ShiftedClock {
 
 // `instant` as the one-shot time of "time start" (UTC): YYYY:MM:DD:HH:MM.
 std::string start_text(std::time_t instant);
-// The name of the daemon's socket in its runtime directory.
-std::string socket_name();
-// The shell as the local user `user` (who can reach the daemon's socket) with `input`.
-ShellRun shell_as(const Daemon &daemon, const std::string &user, const std::string &input,
-                  const Environment &environment);
 
 }  // namespace e2e
 

@@ -27,8 +27,6 @@ namespace {
 const char *const kGroup = "schedrun";
 const char *const kUser = "schedrun-job";
 
-int quiet(const std::string &command) { return std::system((command + " >/dev/null 2>&1").c_str()); }
-
 std::size_t count(const std::string &text, const std::string &what) {
   std::size_t found = 0;
   for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) found++;
@@ -98,18 +96,11 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
   // A job as another user: that user makes the schedule, through the daemon's group.
   bool other_user = false;
   if (geteuid() == 0) {
-    quiet(std::string("userdel ") + kUser);
-    quiet(std::string("groupdel ") + kGroup);
-    other_user = quiet(std::string("groupadd ") + kGroup) == 0 &&
-                 quiet(std::string("useradd -M -N -d / -s /bin/sh -g ") + kGroup + " " + kUser) == 0;
+    other_user = make_users(kGroup, {kUser});
     ASSERT_TRUE(other_user) << "useradd or groupadd failed";
-    gid_t group = getgrnam(kGroup)->gr_gid;
-    chmod(dir.c_str(), 0711);
-    ASSERT_EQ(chown((dir + "/run").c_str(), 0, group), 0);
-    ASSERT_EQ(chown((dir + "/run/" + socket_name()).c_str(), 0, group), 0);
-    ShellRun made = shell_as(daemon, kUser,
-                             "configure terminal\n" + job("j_user", "id -un") + schedule("s_user", "j_user", when),
-                             shifted);
+    ASSERT_TRUE(daemon.share_socket(kGroup));
+    ShellRun made = daemon.shell_as(
+        kUser, "configure terminal\n" + job("j_user", "id -un") + schedule("s_user", "j_user", when), shifted);
     ASSERT_EQ(made.err, "");
     ASSERT_EQ(made.status, 0);
   }
@@ -208,10 +199,7 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
   ASSERT_TRUE(daemon.start(&why, shifted, options)) << why;
   EXPECT_EQ(daemon.shell("show scheduler logfile\n", {}, shifted).out, after);
   EXPECT_EQ(daemon.stop(), 0) << daemon.log();
-  if (other_user) {
-    quiet(std::string("userdel ") + kUser);
-    quiet(std::string("groupdel ") + kGroup);
-  }
+  if (other_user) remove_users(kGroup, {kUser});
 }
 
 // The daemon and its shell know this process's user as the remote user alice (nss_wrapper), whom
