@@ -460,6 +460,7 @@ TEST_F(Requests, DisableLeavesNothingOfTheConfigurationInMemoryOrTheStores) {
   ASSERT_EQ(sch_save_runtime_job_status_entry_to_pss(pss_running_db, &result), 0);
   ASSERT_TRUE(std::filesystem::exists(state_file("moved.dat")));
   EXPECT_GT(mtrack_live_blocks(SCH_MTRACK_IDENTITY), 0u);
+  ASSERT_FALSE(image_of(debug_pss_running).empty()) << "the logging level is stored";
 
   ASSERT_EQ(feature(FM_FEATURE_DISABLE), 0u);
   EXPECT_EQ(mtrack_live_blocks(SCH_MTRACK_IDENTITY), 0u) << "every block of the database released";
@@ -467,6 +468,7 @@ TEST_F(Requests, DisableLeavesNothingOfTheConfigurationInMemoryOrTheStores) {
   EXPECT_EQ(std::filesystem::file_size(state_file("scheduler_circular_log.dat")), 0u);
   EXPECT_EQ(image_of(pss_running).size(), 1u) << "the condition record alone";
   EXPECT_TRUE(image_of(pss_running_db).empty());
+  EXPECT_TRUE(image_of(debug_pss_running).empty());
   restart();
   EXPECT_EQ(display(display_request(SCH_REQ_GET_JOBS, "", -1)).status, SCH_STATUS_FEATURE_DISABLED);
   ASSERT_EQ(feature(FM_FEATURE_ENABLE), 0u);
