@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -43,11 +42,6 @@ inline testing::AssertionResult answered(const Answer &answer, uint32_t expected
   if (answer.status == expected) return testing::AssertionSuccess();
   return testing::AssertionFailure() << std::hex << "0x" << answer.status << " (" << syserr2str(answer.status)
                                      << ") instead of 0x" << expected << " (" << syserr2str(expected) << ")";
-}
-
-inline std::string own_user() {
-  passwd *entry = getpwuid(geteuid());
-  return entry ? entry->pw_name : std::to_string(geteuid());
 }
 
 struct Exit {
