@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -43,20 +42,6 @@ inline testing::AssertionResult answered(const Answer &answer, uint32_t expected
   if (answer.status == expected) return testing::AssertionSuccess();
   return testing::AssertionFailure() << std::hex << "0x" << answer.status << " (" << syserr2str(answer.status)
                                      << ") instead of 0x" << expected << " (" << syserr2str(expected) << ")";
-}
-
-inline std::string read_file(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-inline void write_file(const std::string &path, const std::string &text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
-
-inline std::string own_user() {
-  passwd *entry = getpwuid(geteuid());
-  return entry ? entry->pw_name : std::to_string(geteuid());
 }
 
 struct Exit {
@@ -203,29 +188,22 @@ class DaemonTest : public testing::Test {
     return result;
   }
   std::string running_config() { return config_text(ACFG_CFG_RUNNING); }
-  std::string startup_config() { return config_text(ACFG_CFG_STARTUP); }
 
-  // Every entry the cursor walk of a display type hands out, as payloads, in order.
-  std::vector<Bytes> walk(uint32_t type) {
+  // Every job the cursor walk hands out, as payloads, in order.
+  std::vector<Bytes> walk_jobs() {
     std::vector<Bytes> entries;
     for (int32_t cursor = -1; entries.size() <= SCH_MAX_JOBS;) {
-      Answer answer = display(display_request(type, "", cursor));
+      Answer answer = display(display_request(SCH_REQ_GET_JOBS, "", cursor));
       EXPECT_TRUE(answered(answer, 0));
       if (answer.payload.empty()) break;
-      cursor = static_cast<int32_t>(type == SCH_REQ_GET_JOBS ? decode_job(answer.payload).cursor
-                                                             : decode_schedule(answer.payload).head.cursor);
+      cursor = static_cast<int32_t>(decode_job(answer.payload).cursor);
       entries.push_back(std::move(answer.payload));
     }
     return entries;
   }
   Names job_names() {
     Names names;
-    for (const Bytes &entry : walk(SCH_REQ_GET_JOBS)) names.push_back(decode_job(entry).name);
-    return names;
-  }
-  Names schedule_names() {
-    Names names;
-    for (const Bytes &entry : walk(SCH_REQ_GET_SCHEDULES)) names.emplace_back(decode_schedule(entry).head.name);
+    for (const Bytes &entry : walk_jobs()) names.push_back(decode_job(entry).name);
     return names;
   }
 

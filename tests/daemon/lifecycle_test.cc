@@ -59,7 +59,7 @@ TEST_F(DaemonLifecycle, ForegroundDaemonServesUntilSigint) {
 }
 
 TEST_F(DaemonLifecycle, SecondDaemonOnTheSameDirectoriesIsRefused) {
-  start_enabled();
+  start_or_fail({"--enable-feature"});  // on from the start: no request needed
   Exit second = run_schedd(directories());
   EXPECT_EQ(second.code, 1);
   EXPECT_NE(second.error_output.find("(pid " + std::to_string(daemon_pid_) + ") is already running"),

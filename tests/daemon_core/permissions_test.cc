@@ -108,8 +108,21 @@ TEST_F(Permissions, PasswordsAreShownToRootAlone) {
   std::string shown = text_as(kAlice);
   EXPECT_NE(shown.find("username carol password 7 <removed>\n"), std::string::npos) << shown;
   EXPECT_EQ(shown.find(stored), std::string::npos);
-  // Nor through the credential request.
-  EXPECT_EQ(as(kAlice, credential_request(SCH_CREDENTIAL_FETCH, "carol")), SCH_STATUS_PERMISSION);
+  // Nor through the credential requests: a user reaches her own credential alone, and lists it alone.
+  for (const Bytes &request : {credential_request(SCH_CREDENTIAL_FETCH, "carol"),
+                               credential_request(SCH_CREDENTIAL_STORE, "carol", "7$x"),
+                               credential_request(SCH_CREDENTIAL_DELETE, "carol")}) {
+    EXPECT_EQ(as(kAlice, request), SCH_STATUS_PERMISSION);
+  }
+  EXPECT_EQ(as(kAlice, credential_request(SCH_CREDENTIAL_STORE, "alice", "7$mine")), 0u);
+  Bytes own = ask(kAlice, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, credential_request(SCH_CREDENTIAL_FETCH, "alice")).payload;
+  ASSERT_EQ(own.size(), 256u);
+  EXPECT_STREQ(reinterpret_cast<const char *>(own.data()) + 128, "7$mine");
+  const Bytes list = header_request(SCH_REQ_GET_USER_CONFIG);
+  EXPECT_EQ(decode_credentials(ask(kAlice, SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE, list).payload),
+            Names{"alice=7$mine"});
+  EXPECT_EQ(decode_credentials(ask(kRoot, SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE, list).payload),
+            (Names{"carol=" + stored, "alice=7$mine"}));
 }
 
 TEST_F(Permissions, TheDaemonDecryptsOnlyTheCallersOwnCredential) {

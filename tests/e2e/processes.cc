@@ -2,8 +2,10 @@
 #include "processes.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +16,8 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
+
+#include "schedcli/platform/cmi.h"
 
 extern char **environ;
 
@@ -185,6 +189,67 @@ ShellRun Daemon::shell(const std::string &input, const std::vector<std::string> 
   run.out = read_file(base + ".out");
   run.err = read_file(base + ".err");
   return run;
+}
+
+ShellRun Daemon::shell_as(const std::string &user, const std::string &input, const Environment &changes) const {
+  std::string base = directory_ + "/shell-" + user;
+  write_file(base + ".in", input);
+  passwd *account = getpwnam(user.c_str());
+  if (!account) return ShellRun{"", "no user " + user, -1};
+  uid_t uid = account->pw_uid;
+  gid_t gid = account->pw_gid;
+  std::string state = directory_ + "/state", run = directory_ + "/run";
+  pid_t child = fork();
+  if (child == 0) {
+    int in = open((base + ".in").c_str(), O_RDONLY);
+    int out = open((base + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    int err = open((base + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(in, STDIN_FILENO);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    for (const auto &[name, value] : changes) {
+      if (value.empty()) {
+        unsetenv(name.c_str());
+      } else {
+        setenv(name.c_str(), value.c_str(), 1);
+      }
+    }
+    if (initgroups(user.c_str(), gid) != 0 || setgid(gid) != 0 || setuid(uid) != 0) _exit(99);
+    execl(E2E_SCHEDSH, E2E_SCHEDSH, "--state-dir", state.c_str(), "--runtime-dir", run.c_str(),
+          static_cast<char *>(nullptr));
+    _exit(127);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return ShellRun{read_file(base + ".out"), read_file(base + ".err"), decode_status(status)};
+}
+
+bool Daemon::share_socket(const std::string &group) const {
+  struct group *entry = getgrnam(group.c_str());
+  return entry && chmod(directory_.c_str(), 0711) == 0 && chown((directory_ + "/run").c_str(), 0, entry->gr_gid) == 0 &&
+         chown(socket_path().c_str(), 0, entry->gr_gid) == 0;
+}
+
+std::string Daemon::socket_path() const { return directory_ + "/run/" CMI_SOCKET_NAME; }
+
+namespace {
+
+int quiet(const std::string &command) { return std::system((command + " >/dev/null 2>&1").c_str()); }
+
+}  // namespace
+
+bool make_users(const std::string &group, const std::vector<std::string> &users) {
+  remove_users(group, users);
+  if (quiet("groupadd " + group) != 0) return false;
+  for (const std::string &user : users) {
+    if (quiet("useradd -M -N -d / -s /bin/sh -g " + group + " " + user) != 0) return false;
+  }
+  return true;
+}
+
+void remove_users(const std::string &group, const std::vector<std::string> &users) {
+  for (const std::string &user : users) quiet("userdel " + user);
+  quiet("groupdel " + group);
 }
 
 std::string user_name() {

@@ -58,12 +58,21 @@ class Daemon {
   // the directory options; a run that takes over 60 s is killed.
   ShellRun shell(const std::string &input, const std::vector<std::string> &arguments = {},
                  const Environment &environment = stopped_clock()) const;
+  // The shell as the local user `user` with `input`, in the test's environment with `changes`.
+  ShellRun shell_as(const std::string &user, const std::string &input, const Environment &changes = {}) const;
+  // Makes `group` the socket's group, which may reach it and nothing else of the directory.
+  bool share_socket(const std::string &group) const;
+  std::string socket_path() const;
 
  private:
   sch::testing::TempDir temp_;  // removed after the destructor has stopped the daemon
   std::string directory_ = temp_.path();
   pid_t pid_ = -1;
 };
+
+// As root: `group` and `users` in it made afresh (useradd), true when made; removed again.
+bool make_users(const std::string &group, const std::vector<std::string> &users);
+void remove_users(const std::string &group, const std::vector<std::string> &users);
 
 // The login name of the effective user, as the programs see it without wrappers.
 std::string user_name();

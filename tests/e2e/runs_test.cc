@@ -1,5 +1,6 @@
-// Job runs on the real clock: a real daemon fires one-shot schedules at the next whole minute and
-// the real shell shows what the runs left behind, across a restart and a kill during a run.
+// Job runs: a real daemon fires one-shot schedules at a whole minute a few seconds away on its
+// shifted clock and the real shell shows what the runs left behind, across a restart and a kill
+// during a run.
 //
 // Every schedule of a test is due in the same minute, so one wait covers every case.
 #include <grp.h>
@@ -25,8 +26,6 @@ namespace {
 
 const char *const kGroup = "schedrun";
 const char *const kUser = "schedrun-job";
-
-int quiet(const std::string &command) { return std::system((command + " >/dev/null 2>&1").c_str()); }
 
 std::size_t count(const std::string &text, const std::string &what) {
   std::size_t found = 0;
@@ -65,20 +64,23 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
   std::string why;
   const std::string dir = daemon.directory();
   const std::vector<std::string> options{"--job-time-limit", "2"};
-  ASSERT_TRUE(daemon.start(&why, real_clock(), options)) << why;
+  const ShiftedClock clock(std::chrono::seconds(8));
+  const Environment shifted = clock.environment();
+  ASSERT_TRUE(daemon.start(&why, shifted, options)) << why;
   ASSERT_TRUE(daemon.enable_feature(&why)) << why;
 
   // Before any run the log is empty: no output, no error.
-  ShellRun empty = daemon.shell("show scheduler logfile\n", {}, real_clock());
+  ShellRun empty = daemon.shell("show scheduler logfile\n", {}, shifted);
   EXPECT_EQ(empty.out, "");
   EXPECT_EQ(empty.err, "");
   EXPECT_EQ(empty.status, 0);
 
-  std::time_t due = next_minute(std::chrono::seconds(8));
+  std::time_t due = clock.minute();
   std::string when = start_text(due);
   // The log must hold the large entry whole: its default size is 16 KB.
   std::string config = "configure terminal\nscheduler logfile size 1024\n" +
-      job("j_print", "echo hello from $SCHEDULER_JOB\nsleep 300 &\necho $! > " + dir + "/left.pid") +
+      job("j_print", "date +%s > " + dir + "/print.at\necho hello from $SCHEDULER_JOB\nsleep 300 &\necho $! > " +
+                           dir + "/left.pid") +
       job("j_fail", "echo failing\nexit 3") +
       job("j_slow", "sleep 300 &\necho $! > " + dir + "/slow.pid\nsleep 100") +
       job("j_big", "head -c 150000 /dev/zero | tr '\\0' x") +
@@ -87,48 +89,42 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
       schedule("s_late", "j_late", when) + schedule("s_gone", "j_gone", when) +
       schedule("s_print", "j_print", when) + schedule("s_fail", "j_fail", when) +
       schedule("s_slow", "j_slow", when) + schedule("s_big", "j_big", when) + schedule("s_cut", "j_cut", when);
-  ShellRun configured = daemon.shell(config, {}, real_clock());
+  ShellRun configured = daemon.shell(config, {}, shifted);
   ASSERT_EQ(configured.err, "");
   ASSERT_EQ(configured.status, 0);
 
   // A job as another user: that user makes the schedule, through the daemon's group.
   bool other_user = false;
   if (geteuid() == 0) {
-    quiet(std::string("userdel ") + kUser);
-    quiet(std::string("groupdel ") + kGroup);
-    other_user = quiet(std::string("groupadd ") + kGroup) == 0 &&
-                 quiet(std::string("useradd -M -N -d / -s /bin/sh -g ") + kGroup + " " + kUser) == 0;
+    other_user = make_users(kGroup, {kUser});
     ASSERT_TRUE(other_user) << "useradd or groupadd failed";
-    gid_t group = getgrnam(kGroup)->gr_gid;
-    chmod(dir.c_str(), 0711);
-    ASSERT_EQ(chown((dir + "/run").c_str(), 0, group), 0);
-    ASSERT_EQ(chown((dir + "/run/" + socket_name()).c_str(), 0, group), 0);
-    ShellRun made = shell_as(daemon, kUser,
-                             "configure terminal\n" + job("j_user", "id -un") + schedule("s_user", "j_user", when));
+    ASSERT_TRUE(daemon.share_socket(kGroup));
+    ShellRun made = daemon.shell_as(
+        kUser, "configure terminal\n" + job("j_user", "id -un") + schedule("s_user", "j_user", when), shifted);
     ASSERT_EQ(made.err, "");
     ASSERT_EQ(made.status, 0);
   }
 
   // Armed and waiting: one header and one line per schedule.
-  ShellRun timers = daemon.shell("show scheduler timers\n", {}, real_clock());
+  ShellRun timers = daemon.shell("show scheduler timers\n", {}, shifted);
   EXPECT_EQ(timers.err, "");
   EXPECT_EQ(timers.out.rfind("Schedule             State    Next run", 0), 0u) << timers.out;
   EXPECT_EQ(count(timers.out, "\n"), other_user ? 9u : 8u) << timers.out;
   EXPECT_EQ(count(timers.out, " armed "), other_user ? 8u : 7u) << timers.out;
 
   // A second before the instant the first jobs are ready to start; a change now still counts.
-  std::this_thread::sleep_until(std::chrono::system_clock::from_time_t(due - 1));
+  clock.sleep_until(due - 1);
   ShellRun late = daemon.shell("configure terminal\nscheduler schedule name s_late\nno job name j_late\njob name j_after\n"
-                               "exit\nno scheduler schedule name s_gone\n", {}, real_clock());
+                               "exit\nno scheduler schedule name s_gone\n", {}, shifted);
   ASSERT_EQ(late.err, "");
-  ASSERT_LT(std::time(nullptr), due) << "the change came too late to test anything";
+  ASSERT_LT(clock.now(), due) << "the change came too late to test anything";
 
   // Every run but j_cut's ends: j_slow by its time limit of 2 s; j_cut ignores the SIGTERM of its
   // limit and has 5 s of grace before the SIGKILL.
   std::size_t ending = other_user ? 6 : 5;
   std::string log;
-  ASSERT_TRUE(wait_until(due + 20, [&] {
-    log = daemon.shell("show scheduler logfile\n", {}, real_clock()).out;
+  ASSERT_TRUE(clock.wait_until(due + 20, [&] {
+    log = daemon.shell("show scheduler logfile\n", {}, shifted).out;
     return count(log, "Job Name       : ") >= ending;
   })) << log << daemon.log();
 
@@ -138,6 +134,10 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
   EXPECT_NE(printed.find(" Job Output " + std::string(33, '-') + "\nhello from j_print\n" + std::string(78, '=')),
             std::string::npos)
       << printed;
+  // Made ready ahead, it started at its instant, on the daemon's clock.
+  long started = std::atol(read_file(dir + "/print.at").c_str());
+  EXPECT_GE(started, due);
+  EXPECT_LE(started, due + 2);
   EXPECT_NE(log_entry(log, "j_fail").find("Job Status: Failed (3)\n"), std::string::npos) << log;
   EXPECT_NE(log_entry(log, "j_fail").find("\nfailing\n"), std::string::npos) << log;
   EXPECT_NE(log_entry(log, "j_after").find("\nafter\n"), std::string::npos) << log;
@@ -167,11 +167,11 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
   }
 
   // The one-shots that ran are done; s_cut still runs.
-  timers = daemon.shell("show scheduler timers\n", {}, real_clock());
+  timers = daemon.shell("show scheduler timers\n", {}, shifted);
   EXPECT_EQ(count(timers.out, " armed "), 0u) << timers.out;
   EXPECT_NE(timers.out.find("s_cut                running"), std::string::npos) << timers.out;
 
-  std::string shown = daemon.shell("show scheduler schedule name s_fail\n", {}, real_clock()).out;
+  std::string shown = daemon.shell("show scheduler schedule name s_fail\n", {}, shifted).out;
   EXPECT_NE(shown.find("Execution count     : 1\n"), std::string::npos) << shown;
   EXPECT_NE(shown.find("j_fail                            Failed  (3)"), std::string::npos) << shown;
 
@@ -179,41 +179,35 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
   ASSERT_TRUE(alive(dir + "/cut.pid"));
   daemon.signal(SIGKILL);
   daemon.reap();
-  ASSERT_TRUE(daemon.start(&why, real_clock(), options)) << why;
-  EXPECT_TRUE(wait_until(std::time(nullptr) + 2, [&] { return !alive(dir + "/cut.pid"); }))
+  ASSERT_TRUE(daemon.start(&why, shifted, options)) << why;
+  EXPECT_TRUE(clock.wait_until(clock.now() + 2, [&] { return !alive(dir + "/cut.pid"); }))
       << "the killed daemon's job still runs";
-  std::string after = daemon.shell("show scheduler logfile\n", {}, real_clock()).out;
+  std::string after = daemon.shell("show scheduler logfile\n", {}, shifted).out;
   EXPECT_EQ(after.substr(0, log.size()), log);
   std::string cut = log_entry(after, "j_cut");
   EXPECT_NE(cut.find("Schedule Name  : s_cut"), std::string::npos) << after.substr(log.size());
   EXPECT_NE(cut.find("Job Status: Failed (0)\n"), std::string::npos) << cut;
   EXPECT_NE(cut.find("cut short"), std::string::npos) << cut;
-  EXPECT_EQ(daemon.shell("show scheduler schedule name s_fail\n", {}, real_clock()).out, shown);
-  shown = daemon.shell("show scheduler schedule name s_cut\n", {}, real_clock()).out;
+  EXPECT_EQ(daemon.shell("show scheduler schedule name s_fail\n", {}, shifted).out, shown);
+  shown = daemon.shell("show scheduler schedule name s_cut\n", {}, shifted).out;
   EXPECT_NE(shown.find("Execution count     : 1\n"), std::string::npos) << shown;
   // The schedule's display reads only the exit code, so a run ended by a signal shows as 0 there.
   EXPECT_NE(shown.find("j_cut                             Success (0)"), std::string::npos) << shown;
 
   // A clean stop and start change nothing.
   ASSERT_EQ(daemon.stop(), 0) << daemon.log();
-  ASSERT_TRUE(daemon.start(&why, real_clock(), options)) << why;
-  EXPECT_EQ(daemon.shell("show scheduler logfile\n", {}, real_clock()).out, after);
+  ASSERT_TRUE(daemon.start(&why, shifted, options)) << why;
+  EXPECT_EQ(daemon.shell("show scheduler logfile\n", {}, shifted).out, after);
   EXPECT_EQ(daemon.stop(), 0) << daemon.log();
-  if (other_user) {
-    quiet(std::string("userdel ") + kUser);
-    quiet(std::string("groupdel ") + kGroup);
-  }
+  if (other_user) remove_users(kGroup, {kUser});
 }
 
 // The daemon and its shell know this process's user as the remote user alice (nss_wrapper), whom
-// pam_matrix authenticates with the password wonderland; on the real clock.
-Environment as_remote_user(const Daemon &daemon) {
+// pam_matrix authenticates with the password wonderland; on the shifted clock.
+Environment as_remote_user(const Daemon &daemon, const ShiftedClock &clock) {
   Environment environment = as_user(daemon.directory(), "alice");
-  for (const char *faked : {"FAKETIME", "FAKETIME_FMT", "DONT_FAKE_MONOTONIC", "FAKETIME_DONT_FAKE_MONOTONIC"}) {
-    environment[faked] = "";
-  }
-  preload(environment, std::string(E2E_PAM_WRAPPER_LIBRARY) + ":" + E2E_NSS_WRAPPER_LIBRARY);
-  return environment;
+  environment["LD_PRELOAD"] = std::string(E2E_PAM_WRAPPER_LIBRARY) + ":" + E2E_NSS_WRAPPER_LIBRARY;
+  return clock.environment(environment);
 }
 
 TEST(Runs, ARemoteUserRunsOnlyWithAStoredCredential) {
@@ -221,20 +215,21 @@ TEST(Runs, ARemoteUserRunsOnlyWithAStoredCredential) {
   // the schedule was made.
   Daemon kept, lost;
   std::string why;
-  ASSERT_TRUE(kept.start(&why, as_remote_user(kept))) << why;
-  ASSERT_TRUE(lost.start(&why, as_remote_user(lost))) << why;
-  std::time_t due = next_minute(std::chrono::seconds(6));
+  const ShiftedClock clock(std::chrono::seconds(6));
+  ASSERT_TRUE(kept.start(&why, as_remote_user(kept, clock))) << why;
+  ASSERT_TRUE(lost.start(&why, as_remote_user(lost, clock))) << why;
+  std::time_t due = clock.minute();
   std::string setup = "configure terminal\nfeature scheduler\nscheduler aaa-authentication password wonderland\n" +
                       job("j_remote", "echo remote ran") + schedule("s_remote", "j_remote", start_text(due));
-  ShellRun made = kept.shell(setup, {}, as_remote_user(kept));
+  ShellRun made = kept.shell(setup, {}, as_remote_user(kept, clock));
   ASSERT_EQ(made.err, "");
-  made = lost.shell(setup + "no scheduler aaa-authentication\n", {}, as_remote_user(lost));
+  made = lost.shell(setup + "no scheduler aaa-authentication\n", {}, as_remote_user(lost, clock));
   ASSERT_EQ(made.err, "");
 
   std::string ran, refused;
-  ASSERT_TRUE(wait_until(due + 20, [&] {
-    ran = kept.shell("show scheduler logfile\n", {}, as_remote_user(kept)).out;
-    refused = lost.shell("show scheduler logfile\n", {}, as_remote_user(lost)).out;
+  ASSERT_TRUE(clock.wait_until(due + 20, [&] {
+    ran = kept.shell("show scheduler logfile\n", {}, as_remote_user(kept, clock)).out;
+    refused = lost.shell("show scheduler logfile\n", {}, as_remote_user(lost, clock)).out;
     return count(ran, "Job Name") == 1 && count(refused, "Job Name") == 1;
   })) << kept.log() << lost.log();
   EXPECT_NE(ran.find("Job Status: Success (0)\n"), std::string::npos) << ran;

@@ -34,8 +34,6 @@ const char *const kGroup = "schedsec";
 const char *const kAlice = "schedsec-alice";
 const char *const kBob = "schedsec-bob";
 
-int run(const std::string &command) { return std::system((command + " >/dev/null 2>&1").c_str()); }
-
 struct Account {
   uid_t uid;
   gid_t gid;
@@ -71,16 +69,11 @@ class Users : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     if (geteuid() != 0) return;
-    for (const char *user : {kAlice, kBob}) run(std::string("userdel ") + user);
-    run(std::string("groupdel ") + kGroup);
-    made_ = run(std::string("groupadd ") + kGroup) == 0 &&
-            run(std::string("useradd -M -N -s /bin/sh -g ") + kGroup + " " + kAlice) == 0 &&
-            run(std::string("useradd -M -N -s /bin/sh -g ") + kGroup + " " + kBob) == 0;
+    made_ = make_users(kGroup, {kAlice, kBob});
   }
   static void TearDownTestSuite() {
     if (geteuid() != 0) return;
-    for (const char *user : {kAlice, kBob}) run(std::string("userdel ") + user);
-    run(std::string("groupdel ") + kGroup);
+    remove_users(kGroup, {kAlice, kBob});
   }
 
   void SetUp() override {
@@ -89,37 +82,11 @@ class Users : public testing::Test {
     ASSERT_TRUE(daemon_.start(&why_)) << why_;
     ASSERT_TRUE(daemon_.enable_feature(&why_)) << why_;
     // The daemon's group is the users' group: it may reach the socket, nothing else.
-    gid_t group = getgrnam(kGroup)->gr_gid;
-    chmod(daemon_.directory().c_str(), 0711);
-    ASSERT_EQ(chown(run_dir().c_str(), 0, group), 0);
-    ASSERT_EQ(chown(socket_path().c_str(), 0, group), 0);
+    ASSERT_TRUE(daemon_.share_socket(kGroup));
   }
 
-  std::string run_dir() const { return daemon_.directory() + "/run"; }
-  std::string socket_path() const { return run_dir() + "/" CMI_SOCKET_NAME; }
-
-  // The shell as `user` with `input`; its standard error and exit status.
-  ShellRun shell_as(const char *user, const std::string &input) {
-    std::string base = daemon_.directory() + "/shell-" + user;
-    write_file(base + ".in", input);
-    pid_t child = fork();
-    if (child == 0) {
-      Account account_of = account(user);
-      int in = open((base + ".in").c_str(), O_RDONLY);
-      int out = open((base + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-      int err = open((base + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-      dup2(in, 0);
-      dup2(out, 1);
-      dup2(err, 2);
-      if (initgroups(user, account_of.gid) != 0 || setgid(account_of.gid) != 0 || setuid(account_of.uid) != 0) _exit(99);
-      execl(E2E_SCHEDSH, E2E_SCHEDSH, "--state-dir", (daemon_.directory() + "/state").c_str(), "--runtime-dir",
-            run_dir().c_str(), static_cast<char *>(nullptr));
-      _exit(127);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return ShellRun{read_file(base + ".out"), read_file(base + ".err"), WIFEXITED(status) ? WEXITSTATUS(status) : -1};
-  }
+  std::string socket_path() const { return daemon_.socket_path(); }
+  ShellRun shell_as(const char *user, const std::string &input) { return daemon_.shell_as(user, input); }
 
   // One request record straight to the socket, as `user`.
   uint32_t request_as(const char *user, uint32_t service, uint32_t opcode, const Bytes &request) {
@@ -240,7 +207,7 @@ TEST_F(Users, PasswordsAreRemovedForUsersAndTheirDecryptionRefused) {
   ASSERT_EQ(stat((daemon_.directory() + "/state/" SECRETS_DEVICE_KEY_NAME).c_str(), &key), 0);
   EXPECT_EQ(key.st_mode & 0777, 0600u);
   struct stat store;
-  ASSERT_EQ(stat((run_dir() + "/scheduler_runtime").c_str(), &store), 0);
+  ASSERT_EQ(stat((daemon_.directory() + "/run/scheduler_runtime").c_str(), &store), 0);
   EXPECT_EQ(store.st_mode & 0777, 0600u);
 }
 

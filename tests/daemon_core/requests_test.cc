@@ -1,0 +1,529 @@
+// The configuration and display requests one by one, as the daemon answers them: what each takes,
+// what it refuses (and that a refusal changes nothing), what it leaves in the stores and what
+// survives a restart. Tables of request and expected status where only the status tells.
+#include <cstring>
+#include <fstream>
+#include <functional>
+
+#include "db/records.h"
+#include "in_process.h"
+#include "schedcli/status.h"
+#include "schedcli/wire.h"
+
+namespace in_process {
+namespace {
+
+struct Step {
+  Bytes request;
+  uint32_t status;
+  const char *why;
+};
+
+Bytes named(uint8_t first, const std::string &name) {
+  Bytes payload{first};
+  payload.insert(payload.end(), name.begin(), name.end());
+  payload.push_back(0);
+  return payload;
+}
+
+std::string read_file(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+sch_email_transport_conf server(const std::string &name, uint32_t kind, uint32_t port = 25, const std::string &vrf = "") {
+  sch_email_transport_conf conf{};
+  set_text(conf.smtp_server, name);
+  conf.smtp_reserved = kind;
+  conf.smtp_port = port;
+  set_text(conf.vrf, vrf);
+  return conf;
+}
+
+sch_email_transport_conf addresses(const std::string &from, const std::string &reply_to) {
+  sch_email_transport_conf conf{};
+  set_text(conf.from, from);
+  set_text(conf.reply_to, reply_to);
+  set_text(conf.reply_to_copy, reply_to);
+  return conf;
+}
+
+class Requests : public InProcessDaemon {
+ protected:
+  void SetUp() override { ASSERT_TRUE(start()) << error_; }
+
+  void expect_all(const std::vector<Step> &steps) {
+    for (const Step &step : steps) EXPECT_EQ(configure(step.request), step.status) << step.why;
+  }
+  // Stops and starts again on the same directories; `standby` as the option says.
+  void restart(bool standby = false) {
+    stop();
+    schedd::Options chosen = options();
+    chosen.standby = standby;
+    daemon_ = std::make_unique<schedd::Daemon>(chosen, clock_);
+    ASSERT_TRUE(daemon_->start(&error_, parts_)) << error_;
+  }
+  schedd::Reply display(const Bytes &request) { return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY, request); }
+  schedd::Reply simple(uint32_t type) {
+    return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE, header_request(type));
+  }
+  // Whether a display of that type, name and cursor ends (an empty reply).
+  bool ends(uint32_t type, const std::string &name, int32_t cursor) {
+    schedd::Reply reply = display(display_request(type, name, cursor));
+    return reply.status == 0 && reply.payload.empty();
+  }
+  Names walk(uint32_t type) {
+    Names names;
+    for (int32_t cursor = -1; names.size() <= SCH_MAX_JOBS;) {
+      schedd::Reply reply = display(display_request(type, "", cursor));
+      EXPECT_EQ(reply.status, 0u);
+      if (reply.payload.empty()) break;
+      if (type == SCH_REQ_GET_JOBS) {
+        JobEntry job = decode_job(reply.payload);
+        cursor = static_cast<int32_t>(job.cursor);
+        names.push_back(job.name);
+      } else {
+        ScheduleEntry schedule = decode_schedule(reply.payload);
+        cursor = static_cast<int32_t>(schedule.head.cursor);
+        names.emplace_back(schedule.head.name);
+      }
+    }
+    return names;
+  }
+  ScheduleEntry schedule(const std::string &name) {
+    schedd::Reply reply = display(display_request(SCH_REQ_GET_SCHEDULES, name, -1));
+    EXPECT_FALSE(reply.payload.empty()) << "no schedule " << name;
+    return reply.payload.empty() ? ScheduleEntry{} : decode_schedule(reply.payload);
+  }
+  std::string job_text(const std::string &name) {
+    schedd::Reply reply = display(display_request(SCH_REQ_GET_JOBS, name, -1));
+    EXPECT_FALSE(reply.payload.empty()) << "no job " << name;
+    return reply.payload.empty() ? "" : decode_job(reply.payload).text;
+  }
+  // "type.sequence" of every record of the running stores named `name`.
+  Names stored_keys(pss2_handle store, const std::string &name) {
+    Names keys;
+    for (const auto &[key, value] : image_of(store)) {
+      const auto *bytes = reinterpret_cast<const uint8_t *>(key.data());
+      if (std::string(key.c_str() + 8, strnlen(key.c_str() + 8, 32)) != name) continue;
+      keys.push_back(std::to_string(sch_wire_get_u32(bytes)) + "." + std::to_string(sch_wire_get_u32(bytes + 4)));
+    }
+    return keys;
+  }
+  std::string log_record() {
+    for (const auto &[key, value] : image_of(pss_running)) {
+      if (sch_wire_get_u32(reinterpret_cast<const uint8_t *>(key.data())) == SCH_REC_LOG_FILE) return value;
+    }
+    return "";
+  }
+  uint32_t log_size() {
+    schedd::Reply reply = display(header_request(SCH_REQ_GET_LOG_CONFIG));
+    EXPECT_EQ(reply.payload.size(), 4u);
+    return reply.payload.size() == 4 ? sch_wire_get_u32(reply.payload.data()) : 0;
+  }
+  // The transport as the display shows it: "from|reply-to|copy|server|kind|port|vrf".
+  std::string transport() {
+    schedd::Reply reply = simple(SCH_REQ_GET_EMAIL_TRANSPORT);
+    EXPECT_EQ(reply.payload.size(), 712u);
+    sch_email_transport_conf c{};
+    sch_wire_decode(SCH_WIRE_TRANSPORT_CONF, reply.payload.data(), reply.payload.size(), &c);
+    return std::string(c.from) + "|" + c.reply_to + "|" + c.reply_to_copy + "|" + c.smtp_server + "|" +
+           std::to_string(c.smtp_reserved) + "|" + std::to_string(c.smtp_port) + "|" + c.vrf;
+  }
+  Names credentials() { return decode_credentials(simple(SCH_REQ_GET_USER_CONFIG).payload); }
+  std::string password_of(const std::string &user) {
+    schedd::Reply fetched = call(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, credential_request(SCH_CREDENTIAL_FETCH, user));
+    EXPECT_EQ(fetched.payload.size(), 256u);
+    if (fetched.payload.size() != 256) return "?";
+    const char *password = reinterpret_cast<const char *>(fetched.payload.data()) + 128;
+    return std::string(password, strnlen(password, 128));
+  }
+  uint32_t logging_level(uint8_t level, const std::string &facility = "scheduler") {
+    return call(ACFG_SERVICE, ACFG_OP_LOGGING_LEVEL, named(level, facility)).status;
+  }
+  std::string state_file(const std::string &name) const { return options().state_dir + "/" + name; }
+};
+
+TEST_F(Requests, JobNamesTextAndDeletion) {
+  std::string longest(31, 'n');
+  std::string bad_fragment(8182, 'a');
+  expect_all({{job_request(SCH_REQ_CREATE_JOB, "backup"), 0, "backup"},
+              {job_request(SCH_REQ_CREATE_JOB, "backup"), SCH_STATUS_EXISTS, "taken"},
+              {job_request(SCH_REQ_CREATE_JOB, longest), 0, "the longest name the field holds"},
+              {job_request(SCH_REQ_CREATE_JOB, ""), SCH_STATUS_BAD_REQUEST, "empty"},
+              {job_request(SCH_REQ_CREATE_JOB, "_lead"), SCH_STATUS_BAD_REQUEST, "_lead"},
+              {job_request(SCH_REQ_CREATE_JOB, "-lead"), SCH_STATUS_BAD_REQUEST, "-lead"},
+              {job_request(SCH_REQ_CREATE_JOB, "a.b"), SCH_STATUS_BAD_REQUEST, "a.b"},
+              {job_request(SCH_REQ_CREATE_JOB, "a b"), SCH_STATUS_BAD_REQUEST, "a b"},
+              {job_request(SCH_REQ_CREATE_JOB, "j"), 0, "j"}});
+  EXPECT_EQ(walk(SCH_REQ_GET_JOBS), (Names{"backup", longest, "j"}));
+
+  // Replaced whole across fragment boundaries, down to nothing.
+  for (size_t length : {1024u, 1025u, 2049u, 8182u, 3u, 0u}) {
+    std::string text(length, 'a');
+    for (size_t i = 0; i < length; i += 7) text[i] = static_cast<char>('0' + i % 10);
+    if (length > 0) text.back() = '\n';
+    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", text)), 0u) << length;
+    EXPECT_EQ(job_text("j"), text) << length;
+  }
+  // Text the shell could not have gathered would not survive the configuration text pasted back.
+  expect_all({{job_request(SCH_REQ_DEFINE_JOB, "j", bad_fragment + "\n"), SCH_STATUS_TEXT_TOO_LONG, "too long"},
+              {job_request(SCH_REQ_DEFINE_JOB, "j", std::string("a\0b", 3)), SCH_STATUS_BAD_REQUEST, "a NUL"},
+              {job_request(SCH_REQ_DEFINE_JOB, "nope", "x\n"), SCH_STATUS_NO_SUCH_JOB, "no such job"},
+              {job_request(SCH_REQ_DEFINE_JOB, "j", "echo done"), SCH_STATUS_BAD_TEXT, "unended last line"},
+              {job_request(SCH_REQ_DEFINE_JOB, "j", "a\nb"), SCH_STATUS_BAD_TEXT, "unended after a line"},
+              {job_request(SCH_REQ_DEFINE_JOB, "j", "a\r\n"), SCH_STATUS_BAD_TEXT, "carriage return"},
+              {job_request(SCH_REQ_DEFINE_JOB, "j", "end-job\n"), SCH_STATUS_BAD_TEXT, "end-job"},
+              {job_request(SCH_REQ_DEFINE_JOB, "j", "a\n  end-job\t\nb\n"), SCH_STATUS_BAD_TEXT, "spaced end-job"},
+              {job_request(SCH_REQ_DEFINE_JOB, "j", " ?\n"), SCH_STATUS_BAD_TEXT, "help asked"}});
+  EXPECT_EQ(job_text("j"), "") << "refused texts change nothing";
+  for (std::string good : {"a\tb\n", "end-jobs\n\n", "echo end-job\n", "\n", "echo ?\n"}) {
+    EXPECT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", good)), 0u) << good;
+    EXPECT_EQ(job_text("j"), good);
+  }
+  // A shorter text leaves no stale fragment records.
+  ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", std::string(2999, 'x') + "\n")), 0u);
+  ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", "short\n")), 0u);
+  EXPECT_EQ(stored_keys(pss_running, "j"), (Names{"1.0", "1.1"}));
+  restart();
+  EXPECT_EQ(job_text("j"), "short\n");
+
+  // Deletion takes the job off every schedule and its results off the store.
+  for (std::string name : {"s1", "s2"}) {
+    ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, name)), 0u);
+    ASSERT_EQ(configure(assign_request(name, "j")), 0u);
+    ASSERT_EQ(configure(assign_request(name, "backup")), 0u);
+  }
+  sch_runtime_job_status result{"s1", 2, {3u << 8, 0}};  // j (id 2) ran for s1 and exited with 3
+  ASSERT_EQ(sch_save_runtime_job_status_entry_to_pss(pss_running_db, &result), 0);
+  restart();
+  EXPECT_EQ(schedule("s1").jobs.at(1).status, 3u << 8);
+  EXPECT_EQ(schedule("s2").jobs.at(1).status, 0u) << "ran for s1 only";
+  ASSERT_EQ(configure(job_request(SCH_REQ_DELETE_JOB, "j")), 0u);
+  ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, "newcomer")), 0u) << "takes the freed id, no old result";
+  EXPECT_TRUE(stored_keys(pss_running, "j").empty());
+  EXPECT_TRUE(stored_keys(pss_running_db, "s1").empty());
+  restart();
+  for (std::string name : {"s1", "s2"}) EXPECT_EQ(schedule(name).job_names(), Names{"backup"}) << name;
+}
+
+TEST_F(Requests, ScheduleTimesJobsAndAddresses) {
+  ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1")), 0u);
+  ScheduleEntry s1 = schedule("s1");
+  EXPECT_EQ(std::string(s1.head.user), "root") << "the requesting user's";
+  EXPECT_EQ(s1.head.time.type, 0);
+  EXPECT_EQ(s1.head.any_email, 0u);
+  EXPECT_TRUE(s1.jobs.empty());
+
+  tminfo weekly{SCH_TM_WEEKLY, 9, 2, 0, 5, 0, 0, 0, 0, 0};
+  ASSERT_EQ(configure(modify_request("s1", SCH_MODIFY_WEEKLY, weekly)), 0u);
+  tminfo stored = schedule("s1").head.time;
+  EXPECT_EQ(std::memcmp(&stored, &weekly, sizeof weekly), 0) << "stored as sent";
+  tminfo repeat{SCH_TM_REPEAT, 0, 0, 0, 1, 0, 0, 1'800'000'120, 0, 0};
+  tminfo no_interval = repeat;
+  no_interval.minute = 0;
+  for (std::string job : {"a", "b", "c"}) ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, job)), 0u);
+  expect_all({{schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1"), SCH_STATUS_EXISTS, "taken"},
+              {schedule_request(SCH_REQ_CREATE_SCHEDULE, "bad/name"), SCH_STATUS_BAD_REQUEST, "bad name"},
+              {modify_request("s1", SCH_MODIFY_START_REPEAT, repeat), 0, "repeat"},
+              {modify_request("s1", SCH_MODIFY_START_REPEAT, no_interval), SCH_STATUS_OUT_OF_RANGE, "no interval"},
+              {modify_request("s1", SCH_MODIFY_DAILY, daily(24, 0)), SCH_STATUS_OUT_OF_RANGE, "hour 24"},
+              {modify_request("s1", SCH_MODIFY_WEEKLY, daily(1, 0)), SCH_STATUS_BAD_REQUEST, "kind differs from code"},
+              {modify_request("s1", 2, daily(1, 0)), SCH_STATUS_BAD_REQUEST, "no such sub-command"},
+              {modify_request("s1", SCH_MODIFY_DAILY, daily(1, 0), "", true), SCH_STATUS_BAD_REQUEST, "no 'no' form"},
+              {modify_request("nope", SCH_MODIFY_DAILY, daily(1, 0)), SCH_STATUS_NO_SUCH_SCHEDULE, "no schedule"},
+              {assign_request("s1", "c"), 0, "c"},
+              {assign_request("s1", "a"), 0, "a"},
+              {assign_request("s1", "a"), 0, "a again"},
+              {assign_request("s1", "b"), 0, "b"},
+              {assign_request("s1", "nope"), SCH_STATUS_NO_SUCH_JOB, "no job"},
+              {assign_request("nope", "a"), SCH_STATUS_NO_SUCH_SCHEDULE, "no schedule to assign to"}});
+  EXPECT_EQ(schedule("s1").head.time.type, SCH_TM_REPEAT) << "refused times change nothing";
+  EXPECT_EQ(schedule("s1").job_names(), (Names{"a", "b", "c"})) << "once each, in job id order";
+  ASSERT_EQ(configure(assign_request("s1", "b", true)), 0u);
+  ASSERT_EQ(configure(assign_request("s1", "b", true)), 0u) << "not assigned: nothing to do";
+  EXPECT_EQ(schedule("s1").job_names(), (Names{"a", "c"}));
+  ASSERT_EQ(configure(modify_request("s1", SCH_MODIFY_JOB_NO_NAME, tminfo{})), 0u);
+  EXPECT_EQ(schedule("s1").head.job_count, 2u) << "the positive form names no job";
+  ASSERT_EQ(configure(modify_request("s1", SCH_MODIFY_JOB_NO_NAME, tminfo{}, "", true)), 0u);
+  EXPECT_TRUE(schedule("s1").jobs.empty());
+
+  // Addresses are removed by exact name, are one word of the text, and go with their schedule.
+  ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s10")), 0u);
+  expect_all({{email_request(SCH_EMAIL_ADD, "s10", "a@b.com"), 0, "s10"},
+              {email_request(SCH_EMAIL_ADD, "s1", "a@b.c"), 0, "a@b.c"},
+              {email_request(SCH_EMAIL_ADD, "s1", "a@b.com"), 0, "a@b.com"},
+              {email_request(SCH_EMAIL_DELETE, "s1", "a@b.c"), 0, "delete a@b.c"}});
+  EXPECT_EQ(schedule("s1").addresses(), (Names{"", "a@b.com"}));
+  expect_all({{email_request(SCH_EMAIL_DELETE, "s1", "a@b"), 0, "not an address of s1: nothing to do"},
+              {email_request(SCH_EMAIL_DELETE, "s1", "a@b.com"), 0, "the last"}});
+  EXPECT_EQ(schedule("s1").head.any_email, 0u);
+  expect_all({              {email_request(SCH_EMAIL_ADD, "nope", "x@y"), SCH_STATUS_NO_SUCH_SCHEDULE, "no schedule"},
+              {email_request(22, "s1", "x@y"), SCH_STATUS_BAD_REQUEST, "no such operation"},
+              {email_request(SCH_EMAIL_ADD, "s1", ""), SCH_STATUS_BAD_REQUEST, "empty"},
+              {email_request(SCH_EMAIL_ADD, "s1", "z /etc"), SCH_STATUS_BAD_ADDRESS, "a space"},
+              {email_request(SCH_EMAIL_ADD, "s1", "a@b\n"), SCH_STATUS_BAD_ADDRESS, "a newline"},
+              {email_request(SCH_EMAIL_ADD, "s1", "a\t@b"), SCH_STATUS_BAD_ADDRESS, "a tab"},
+              {email_request(SCH_EMAIL_ADD, "s1", "\x7f@b"), SCH_STATUS_BAD_ADDRESS, "DEL"},
+              {email_request(SCH_EMAIL_ADD, "s1", "ops@example.com"), 0, "ops"},
+              {schedule_request(SCH_REQ_DELETE_SCHEDULE, "s1"), 0, "delete s1"},
+              {schedule_request(SCH_REQ_DELETE_SCHEDULE, "s1"), SCH_STATUS_NO_SUCH_SCHEDULE, "gone"}});
+  restart();
+  EXPECT_EQ(schedule("s10").addresses(), Names{"a@b.com"});
+  ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1")), 0u);
+  EXPECT_TRUE(schedule("s1").addresses().empty()) << "the old schedule's addresses went with it";
+}
+
+TEST_F(Requests, DisplayCursorsNeitherRepeatNorSkip) {
+  for (std::string name : {"j0", "j1", "j2", "j3", "j4"}) ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, name)), 0u);
+  ASSERT_EQ(configure(job_request(SCH_REQ_DELETE_JOB, "j2")), 0u);
+  EXPECT_EQ(walk(SCH_REQ_GET_JOBS), (Names{"j0", "j1", "j3", "j4"})) << "id order";
+  EXPECT_EQ(decode_job(display(display_request(SCH_REQ_GET_JOBS, "", 2)).payload).cursor, 4u);
+  for (int32_t past_end : {SCH_MAX_JOBS, 5, -2, INT32_MIN}) EXPECT_TRUE(ends(SCH_REQ_GET_JOBS, "", past_end));
+  JobEntry j3 = decode_job(display(display_request(SCH_REQ_GET_JOBS, "j3", -1)).payload);
+  EXPECT_EQ(j3.name, "j3");
+  EXPECT_TRUE(ends(SCH_REQ_GET_JOBS, "j3", static_cast<int32_t>(j3.cursor)));
+  EXPECT_TRUE(ends(SCH_REQ_GET_JOBS, "j2", -1));
+
+  for (std::string name : {"s4", "s1", "s3", "s2"}) {
+    ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, name)), 0u);
+  }
+  ScheduleEntry first = decode_schedule(display(display_request(SCH_REQ_GET_SCHEDULES, "", -1)).payload);
+  ASSERT_STREQ(first.head.name, "s4");
+  for (std::string name : {"s4", "s1"}) ASSERT_EQ(configure(schedule_request(SCH_REQ_DELETE_SCHEDULE, name)), 0u);
+  int32_t after_first = static_cast<int32_t>(first.head.cursor);
+  EXPECT_STREQ(decode_schedule(display(display_request(SCH_REQ_GET_SCHEDULES, "", after_first)).payload).head.name, "s3");
+  ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1")), 0u);
+  EXPECT_EQ(walk(SCH_REQ_GET_SCHEDULES), (Names{"s3", "s2", "s1"})) << "creation order";
+  EXPECT_TRUE(ends(SCH_REQ_GET_SCHEDULES, "s4", -1));
+  EXPECT_TRUE(ends(SCH_REQ_GET_SCHEDULES, "", -7));
+  restart();
+  EXPECT_EQ(walk(SCH_REQ_GET_SCHEDULES), (Names{"s3", "s2", "s1"})) << "not the store's name order";
+}
+
+TEST_F(Requests, LogFileSizeNameAndClear) {
+  auto resize = [](uint32_t bytes, bool no_form = false) { return log_file_request(SCH_REQ_LOG_SIZE, no_form, "", bytes); };
+  auto rename = [](const std::string &path) { return log_file_request(SCH_REQ_LOG_NAME, false, path); };
+  const Bytes back = log_file_request(SCH_REQ_LOG_NAME, true, "scheduler_circular_log.dat");
+  EXPECT_EQ(log_size(), 16384u);
+  expect_all({{resize(1024), 0, "1024"},
+              {resize(1023), SCH_STATUS_OUT_OF_RANGE, "1023"},
+              {resize(0), SCH_STATUS_OUT_OF_RANGE, "0"},
+              {resize(UINT32_MAX), SCH_STATUS_OUT_OF_RANGE, "most"},
+              {resize(10240), 0, "10240"}});
+  restart();
+  EXPECT_EQ(log_size(), 10240u);
+  EXPECT_EQ(configure(resize(0, true)), 0u);
+  EXPECT_EQ(log_size(), 16384u) << "the no form means the default whatever size it carries";
+
+  // The file moves with its name and never over another.
+  const std::string log = state_file("scheduler_circular_log.dat"), target = state_file("logs/run.log");
+  ASSERT_TRUE(std::filesystem::exists(log)) << "created at the first start";
+  std::ofstream(log) << "entries";
+  std::ofstream(state_file("taken")) << "someone else's";
+  std::filesystem::create_directories(state_file("logs"));
+  std::filesystem::create_directory_symlink("/tmp", state_file("elsewhere"));
+  expect_all({{rename(target), 0, "absolute"},
+              {rename("taken"), SCH_STATUS_LOG_FILE_EXISTS, "taken"},
+              {rename(state_file("no/such/dir/x.log")), SCH_STATUS_LOG_FILE_DIRECTORY, "no directory"},
+              {rename("/tmp/x.log"), SCH_STATUS_LOG_FILE_PLACE, "outside"},
+              {rename("logs/../../x.log"), SCH_STATUS_LOG_FILE_PLACE, "climbs out"},
+              {rename("elsewhere/x.log"), SCH_STATUS_LOG_FILE_PLACE, "a link may not lead outside"},
+              {rename(""), SCH_STATUS_BAD_REQUEST, "empty"}});
+  EXPECT_FALSE(std::filesystem::exists(log));
+  EXPECT_EQ(read_file(target), "entries") << "refusals leave the file where it was";
+  EXPECT_EQ(read_file(state_file("taken")), "someone else's");
+  // A relative name lies under the state directory, and survives a restart.
+  ASSERT_EQ(configure(rename("logs/renamed.log")), 0u);
+  EXPECT_STREQ(log_record().c_str(), "logs/renamed.log");
+  restart();
+  expect_all({{rename(state_file("logs/renamed.log")), 0, "already there: nothing to do"},
+              {back, 0, "back to the default"},
+              {back, 0, "the no form can be repeated"}});
+  EXPECT_EQ(read_file(log), "entries");
+
+  // A clear empties the file and forgets its entries, and makes a file that has gone anew.
+  stop();
+  uint32_t status = 0;
+  pss2_handle store = pss2_open((options().runtime_dir + "/scheduler_runtime").c_str(), PSS2_MODE_UPDATE, 0, 0,
+                                nullptr, &status);
+  sch_log_file_record record{};
+  std::memcpy(record.writer_data, "scheduler_circular_log.dat", 27);
+  record.size_limit = 4096;
+  record.read_offset = 12;
+  record.count = 3;
+  ASSERT_EQ(sch_save_log_file_entry_to_pss(store, &sch_log_file_key, &record), 0);
+  pss2_close(store);
+  std::ofstream(log) << std::string(100, 'e');
+  ASSERT_TRUE(start());
+  const Bytes clear = log_file_request(SCH_REQ_LOG_CLEAR, false);
+  ASSERT_EQ(configure(clear), 0u);
+  EXPECT_EQ(std::filesystem::file_size(log), 0u);
+  EXPECT_EQ(log_size(), 4096u);
+  std::string cleared = log_record();
+  ASSERT_EQ(cleared.size(), size_t{SCH_LOG_FILE_STORED_SIZE});
+  EXPECT_EQ(sch_wire_get_u32(reinterpret_cast<const uint8_t *>(cleared.data()) + 260), 0u) << "read offset";
+  EXPECT_EQ(sch_wire_get_u32(reinterpret_cast<const uint8_t *>(cleared.data()) + 268), 0u) << "count";
+  std::filesystem::remove(log);
+  restart();
+  EXPECT_TRUE(std::filesystem::exists(log));
+  std::filesystem::remove(log);
+  ASSERT_EQ(configure(clear), 0u);
+  EXPECT_TRUE(std::filesystem::exists(log));
+}
+
+TEST_F(Requests, TransportPartsSetClearedAndRefused) {
+  EXPECT_EQ(transport(), "||||1|25|management");
+  expect_all({{transport_request(SCH_REQ_EMAIL_FROM, addresses("sched@example.com", "")), 0, "from"},
+              {transport_request(SCH_REQ_EMAIL_REPLY_TO, addresses("", "ops@example.com")), 0, "reply-to"},
+              {transport_request(SCH_REQ_EMAIL_SMTP, server("2001:db8::25", 2, 587, "default")), 0, "server"}});
+  restart();
+  EXPECT_EQ(transport(), "sched@example.com|ops@example.com|ops@example.com|2001:db8::25|2|587|default");
+  // Each no form clears its own part only.
+  ASSERT_EQ(configure(transport_request(SCH_REQ_NO_EMAIL_REPLY_TO, {})), 0u);
+  EXPECT_EQ(transport(), "sched@example.com|||2001:db8::25|2|587|default");
+  ASSERT_EQ(configure(transport_request(SCH_REQ_NO_EMAIL_FROM, {})), 0u);
+  ASSERT_EQ(configure(transport_request(SCH_REQ_NO_EMAIL_SMTP, server("", 0))), 0u);
+  restart();
+  EXPECT_EQ(transport(), "||||1|25|management");
+
+  // A server without a vrf uses the default one; names the shell would not read back are refused.
+  ASSERT_EQ(configure(transport_request(SCH_REQ_EMAIL_SMTP, server("mail.example.com", 16))), 0u);
+  for (const sch_email_transport_conf &bad :
+       {server("mail.example.com", 1), server("192.0.2.1", 2), server("192.0.2.1", 3), server("", 16),
+        server("two words", 16), server("mail", 16, 25, "a vrf"), server(std::string(256, 'm'), 16),
+        server("mail.example.com:", 16), server("mail..example.com", 16), server("-mail.example.com", 16),
+        server("192.0.2.300", 16), server(std::string(64, 'm') + ".com", 16)}) {
+    EXPECT_EQ(configure(transport_request(SCH_REQ_EMAIL_SMTP, bad)), SCH_STATUS_BAD_REQUEST) << bad.smtp_server;
+  }
+  expect_all({{transport_request(SCH_REQ_EMAIL_SMTP, server("192.0.2.1", 1, 0)), SCH_STATUS_OUT_OF_RANGE, "port 0"},
+              {transport_request(SCH_REQ_EMAIL_SMTP, server("192.0.2.1", 1, 65536)), SCH_STATUS_OUT_OF_RANGE, "port"},
+              {transport_request(SCH_REQ_EMAIL_FROM, addresses("", "")), SCH_STATUS_BAD_ADDRESS, "no sender"},
+              {transport_request(SCH_REQ_EMAIL_FROM, addresses("a@b.c\nscheduler job name x", "")),
+               SCH_STATUS_BAD_ADDRESS, "two lines"},
+              {transport_request(SCH_REQ_EMAIL_REPLY_TO, addresses("", std::string(64, 'r'))), SCH_STATUS_BAD_ADDRESS,
+               "fills the field"}});
+  EXPECT_EQ(transport(), "|||mail.example.com|16|25|management") << "nothing refused was applied";
+}
+
+TEST_F(Requests, CredentialsStoredReplacedFetchedDeleted) {
+  EXPECT_EQ(password_of("root"), "") << "none stored yet";
+  ASSERT_EQ(configure(credential_request(SCH_CREDENTIAL_STORE, "root", "7$first")), 0u);
+  ASSERT_EQ(configure(credential_request(SCH_CREDENTIAL_STORE, "root", "7$second")), 0u);
+  EXPECT_EQ(password_of("root"), "7$second");
+  EXPECT_EQ(credentials(), Names{"root=7$second"});
+  expect_all({{credential_request(SCH_CREDENTIAL_STORE, "root", ""), SCH_STATUS_NO_CREDENTIAL, "no password"},
+              {credential_request(SCH_CREDENTIAL_STORE, "", "7$x"), SCH_STATUS_NO_CREDENTIAL, "no user"},
+              {credential_request(2, "root"), SCH_STATUS_BAD_REQUEST, "no such operation"},
+              {credential_request(SCH_CREDENTIAL_STORE, "root", std::string(128, 'p')), SCH_STATUS_BAD_REQUEST, "long"},
+              {credential_request(SCH_CREDENTIAL_DELETE, "root"), 0, "delete"},
+              {credential_request(SCH_CREDENTIAL_DELETE, "root"), 0, "nothing stored: nothing to do"}});
+  restart();
+  EXPECT_EQ(password_of("root"), "");
+  EXPECT_TRUE(credentials().empty());
+}
+
+TEST_F(Requests, FeatureStatesAndEverythingRefusedWhileOff) {
+  restart();
+  ASSERT_EQ(feature(FM_FEATURE_DISABLE), 0u);
+  EXPECT_EQ(feature(FM_FEATURE_DISABLE), FM_ERR_ALREADY_DISABLED);
+  const Bytes mixed = named(FM_FEATURE_ENABLE, "scheduler");
+  EXPECT_EQ(call(FM_SERVICE, FM_FEATURE_DISABLE, mixed).status, SCH_STATUS_BAD_REQUEST) << "action and opcode differ";
+  EXPECT_EQ(call(FM_SERVICE, FM_FEATURE_ENABLE, Bytes{FM_FEATURE_ENABLE}).status, SCH_STATUS_BAD_REQUEST);
+  EXPECT_EQ(call(FM_SERVICE, FM_FEATURE_ENABLE, named(FM_FEATURE_ENABLE, "bgp")).status, SCH_STATUS_NO_SUCH_FEATURE);
+  for (const Bytes &request :
+       {job_request(SCH_REQ_CREATE_JOB, "j"), schedule_request(SCH_REQ_CREATE_SCHEDULE, "s"),
+        email_request(SCH_EMAIL_ADD, "s", "a@b.c"), credential_request(SCH_CREDENTIAL_FETCH, "root"),
+        log_file_request(SCH_REQ_LOG_CLEAR, false), transport_request(SCH_REQ_NO_EMAIL_FROM, {})}) {
+    EXPECT_EQ(configure(request), SCH_STATUS_FEATURE_DISABLED) << request.size() << " bytes";
+  }
+  EXPECT_EQ(display(display_request(SCH_REQ_GET_SCHEDULES, "", -1)).status, SCH_STATUS_FEATURE_DISABLED);
+  EXPECT_EQ(display(header_request(SCH_REQ_GET_LOG_CONFIG)).status, SCH_STATUS_FEATURE_DISABLED);
+  EXPECT_EQ(simple(SCH_REQ_GET_EMAIL_TRANSPORT).status, SCH_STATUS_FEATURE_DISABLED);
+  EXPECT_EQ(simple(SCH_REQ_GET_USER_CONFIG).status, SCH_STATUS_FEATURE_DISABLED);
+  EXPECT_EQ(logging_level(3), SCH_STATUS_FEATURE_DISABLED);
+  EXPECT_EQ(configure(header_request(SCH_REQ_CREATE_JOB)), SCH_STATUS_BAD_REQUEST) << "malformed is still malformed";
+  EXPECT_EQ(running_text(), "") << "the scheduler adds nothing to the configuration while off";
+  restart();
+  EXPECT_EQ(feature(FM_FEATURE_ENABLE), 0u) << "off kept across a restart";
+  EXPECT_EQ(feature(FM_FEATURE_ENABLE), FM_ERR_ALREADY_ENABLED);
+  restart(true);
+  EXPECT_EQ(feature(FM_FEATURE_ENABLE), SCH_STATUS_STANDBY);
+}
+
+TEST_F(Requests, DisableLeavesNothingOfTheConfigurationInMemoryOrTheStores) {
+  configure_everything();
+  ASSERT_EQ(configure(log_file_request(SCH_REQ_LOG_NAME, false, "moved.dat")), 0u);
+  ASSERT_EQ(logging_level(2), 0u);
+  sch_runtime_job_status result{};
+  set_text(result.schedule, "alpha");
+  ASSERT_EQ(sch_save_runtime_job_status_entry_to_pss(pss_running_db, &result), 0);
+  ASSERT_TRUE(std::filesystem::exists(state_file("moved.dat")));
+  EXPECT_GT(mtrack_live_blocks(SCH_MTRACK_IDENTITY), 0u);
+  ASSERT_FALSE(image_of(debug_pss_running).empty()) << "the logging level is stored";
+
+  ASSERT_EQ(feature(FM_FEATURE_DISABLE), 0u);
+  EXPECT_EQ(mtrack_live_blocks(SCH_MTRACK_IDENTITY), 0u) << "every block of the database released";
+  EXPECT_FALSE(std::filesystem::exists(state_file("moved.dat"))) << "the run log goes with the configuration";
+  EXPECT_EQ(std::filesystem::file_size(state_file("scheduler_circular_log.dat")), 0u);
+  EXPECT_EQ(image_of(pss_running).size(), 1u) << "the condition record alone";
+  EXPECT_TRUE(image_of(pss_running_db).empty());
+  EXPECT_TRUE(image_of(debug_pss_running).empty());
+  restart();
+  EXPECT_EQ(display(display_request(SCH_REQ_GET_JOBS, "", -1)).status, SCH_STATUS_FEATURE_DISABLED);
+  ASSERT_EQ(feature(FM_FEATURE_ENABLE), 0u);
+  EXPECT_TRUE(walk(SCH_REQ_GET_JOBS).empty());
+  EXPECT_TRUE(walk(SCH_REQ_GET_SCHEDULES).empty());
+  EXPECT_TRUE(credentials().empty());
+  EXPECT_EQ(log_size(), 16384u);
+  EXPECT_EQ(transport(), "||||1|25|management");
+  EXPECT_EQ(running_text(), "feature scheduler\n\n") << "no logging level, size or transport line";
+}
+
+TEST_F(Requests, LoggingLevelStartupTextAndRequestsThatDoNotHoldUp) {
+  ASSERT_NO_FATAL_FAILURE(configure_everything());
+  const std::string base = running_text();
+  ASSERT_EQ(logging_level(3), 0u);
+  EXPECT_EQ(running_text(), "feature scheduler\nlogging level scheduler 3\n" + base.substr(18));
+  ASSERT_EQ(logging_level(5), 0u);
+  EXPECT_EQ(running_text(), base) << "the default level has no line";
+  ASSERT_EQ(logging_level(0), 0u);
+  restart();
+  EXPECT_EQ(running_text(), "feature scheduler\nlogging level scheduler 0\n" + base.substr(18));
+  ASSERT_EQ(logging_level(ACFG_LEVEL_DEFAULT), 0u);
+  EXPECT_EQ(running_text(), base);
+  EXPECT_EQ(logging_level(3, "bgp"), SCH_STATUS_NO_SUCH_FACILITY);
+  EXPECT_EQ(call(ACFG_SERVICE, ACFG_OP_LOGGING_LEVEL, Bytes{3, 's', 'c', 'h'}).status, SCH_STATUS_BAD_REQUEST);
+  EXPECT_EQ(logging_level(8), SCH_STATUS_BAD_REQUEST);
+  EXPECT_EQ(call(ACFG_SERVICE, 99, Bytes{0}).status, SCH_STATUS_UNKNOWN_REQUEST);
+  EXPECT_EQ(call(ACFG_SERVICE, ACFG_OP_COPY_STARTUP, Bytes{}).status, SCH_STATUS_BAD_REQUEST);
+  EXPECT_EQ(call(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, Bytes{3, 0}).status, SCH_STATUS_BAD_REQUEST);
+
+  // Showing the startup configuration brings the log file, transport and email records of the
+  // startup store into the live configuration (intended); a job created since stays.
+  ASSERT_EQ(copy_to_startup(), 0u);
+  const std::string startup = startup_text();
+  expect_all({{email_request(SCH_EMAIL_DELETE, "alpha", "ops@example.com"), 0, "address"},
+              {email_request(SCH_EMAIL_DELETE, "zeta", "ops@example.com"), 0, "address"},
+              {log_file_request(SCH_REQ_LOG_SIZE, true), 0, "size"},
+              {transport_request(SCH_REQ_NO_EMAIL_FROM, {}), 0, "from"},
+              {job_request(SCH_REQ_CREATE_JOB, "later"), 0, "later"}});
+  ASSERT_NE(running_text(), startup);
+  EXPECT_EQ(startup_text(), startup);
+  std::string running = running_text();
+  for (const char *line : {"scheduler logfile size 4\n", "scheduler transport email from scheduler@example.com\n",
+                           "email-addr ops@example.com\n", "scheduler job name later\n"}) {
+    EXPECT_NE(running.find(line), std::string::npos) << line << running;
+  }
+  EXPECT_EQ(log_size(), 4096u);
+  // A startup configuration with the feature off has no text either.
+  ASSERT_EQ(feature(FM_FEATURE_DISABLE), 0u);
+  ASSERT_EQ(copy_to_startup(), 0u);
+  EXPECT_EQ(startup_text(), "");
+  restart(true);
+  EXPECT_EQ(copy_to_startup(), SCH_STATUS_STANDBY);
+  EXPECT_EQ(logging_level(3), SCH_STATUS_STANDBY);
+}
+
+}  // namespace
+}  // namespace in_process
