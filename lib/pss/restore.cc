@@ -21,9 +21,24 @@ std::span<const uint8_t> value_bytes(const pss2_datum &value) {
   return codec::bytes(value.data, static_cast<size_t>(value.length));
 }
 
-void restore_user(std::span<const uint8_t> value, int private_copy) {
+// A record is kept under the key its writer makes from its value, so a key that disagrees with the
+// value marks a damaged record. Keeping it would hold in memory what no save can give back: the
+// save files it under the value's key, where it may replace another record or sort elsewhere.
+// Such a record is dropped, as a job header with an impossible id is.
+bool key_made_from_value(const sch_config_key &key, const sch_config_key &made, const char *name) {
+  if (key.type == made.type && key.sequence == made.sequence &&
+      std::memcmp(key.name, made.name, sizeof key.name) == 0) {
+    return true;
+  }
+  trace(kTraceRecord, "dropped record of type %d for %.32s: its key is not its value's", static_cast<int>(key.type),
+        name);
+  return false;
+}
+
+void restore_user(const sch_config_key &key, std::span<const uint8_t> value, int private_copy) {
   sch_user_config_record record{};
   codec::decode(codec::kUserRecord, value, &record, ShortValue::kZeroFill);
+  if (!key_made_from_value(key, sch::pss::make_key(SCH_REC_USER, record.word, record.user), record.user)) return;
   trace(kTraceRecord, "restoring uname %.128s password %.128s from pss", record.user, record.password);
   auto *element = static_cast<sch_user_element *>(
       sch_malloc_check(sizeof(sch_user_element), sch::alloc::kUser, 0, sch::alloc::kUserConfig));
@@ -75,13 +90,16 @@ void restore_record(sch_config_set *set, const sch_config_key &key, pss2_datum k
       trace(kTraceRecord, "got schedule email conf entry");
       sch_schedule_email_entry record{};
       codec::decode(codec::kScheduleEmail, value, &record, ShortValue::kZeroFill);
+      if (!key_made_from_value(key, sch::pss::make_key(SCH_REC_SCHEDULE_EMAIL, 0, record.schedule), record.schedule)) {
+        break;
+      }
       trace(kTraceRecord, "Configured schedule email conf for %.32s is %d\n", record.schedule,
             static_cast<int>(record.count));
       sch_add_schedule_email_entry_from_pss(&sch_schedule_email_list, &record);
       break;
     }
     case SCH_REC_USER:
-      restore_user(value, private_copy);
+      restore_user(key, value, private_copy);
       break;
     default:
       sch_add_config_entry(set, &key_datum, &value_datum);

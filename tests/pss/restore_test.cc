@@ -296,6 +296,38 @@ TEST_F(Restore, UserThatCannotBeAllocatedIsSkipped) {
   EXPECT_NE(std::find(texts.begin(), texts.end(), "Failed to allocate memory for q elem, username first"), texts.end());
 }
 
+// A damaged store (or a planted one) can file a record under a key its value does not give; the
+// record would be saved back under another key, so it is not restored at all.
+TEST_F(Restore, UserAndEmailRecordsUnderAKeyTheirValueDoesNotGiveAreDropped) {
+  add_user(&sch_uname_q, "kept", "a", 1);
+  add_user(&sch_uname_q, "moved", "b", 2);
+  ASSERT_EQ(sch_add_schedule_email_entry(&sch_schedule_email_list, "s", "a@example.net"), 0);
+  sch_save_config_to_pss(&sch_running_config, config_);
+  ASSERT_EQ(sch_save_schedule_email_entry_to_pss(config_, static_cast<sch_schedule_email_entry *>(sch_schedule_email_list->data)), 0);
+  forget_memory();
+  auto copy_under = [&](const std::string &from, const std::string &to) {
+    std::string value = value_at(config_, from);
+    ASSERT_NE(value, "<none>");
+    pss2_datum key{const_cast<char *>(to.data()), SCH_KEY_SIZE};
+    pss2_datum datum{value.data(), static_cast<int32_t>(value.size())};
+    ASSERT_EQ(pss2_store(config_, &key, &datum), 0u);
+  };
+  copy_under(stored_key(SCH_REC_USER, 2, "moved"), stored_key(SCH_REC_USER, 2, "aaa"));    // another name
+  copy_under(stored_key(SCH_REC_USER, 2, "moved"), stored_key(SCH_REC_USER, 7, "moved"));  // another word
+  copy_under(stored_key(SCH_REC_SCHEDULE_EMAIL, 0, "s"), stored_key(SCH_REC_SCHEDULE_EMAIL, 0, "r"));
+  copy_under(stored_key(SCH_REC_SCHEDULE_EMAIL, 0, "s"), stored_key(SCH_REC_SCHEDULE_EMAIL, 1, "s"));
+
+  sch_restore_config_from_pss(&sch_running_config, config_, 0);
+  ASSERT_EQ(sch_uname_q.count, 2u);
+  auto *first = static_cast<sch_user_element *>(peek_head(&sch_uname_q));
+  EXPECT_STREQ(first->record.user, "kept");
+  EXPECT_STREQ(static_cast<sch_user_element *>(first->link)->record.user, "moved");
+  ASSERT_EQ(g_list_length(sch_schedule_email_list), 1u);
+  auto texts = trace_texts();
+  EXPECT_EQ(std::count(texts.begin(), texts.end(), "dropped record of type 9 for moved: its key is not its value's"), 2);
+  EXPECT_EQ(std::count(texts.begin(), texts.end(), "dropped record of type 8 for s: its key is not its value's"), 2);
+}
+
 TEST_F(Restore, DeletingAJobsRunResultsReleasesThemAll) {
   add_job(&sch_running_config, 3, "noisy", "echo");
   add_result(&sch_running_config, 3, "s", 0, 1);
