@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -126,7 +127,29 @@ Environment as_user(const std::string &directory, const std::string &user) {
 
 Daemon::Daemon() = default;
 
-Daemon::~Daemon() { stop(); }
+// libfaketime leaves a shared-memory clock and a semaphore in /dev/shm for every faked process
+// that ends by a signal or _exit. Those of processes gone for minutes are nobody's any more.
+void remove_stale_fake_clocks() {
+  std::error_code error;
+  auto old = std::filesystem::file_time_type::clock::now() - std::chrono::minutes(2);
+  for (const auto &entry : std::filesystem::directory_iterator("/dev/shm", error)) {
+    std::string name = entry.path().filename().string();
+    std::size_t digits = name.find_first_of("0123456789");
+    if (digits == std::string::npos ||
+        (name.compare(0, digits, "faketime_shm_") != 0 && name.compare(0, digits, "sem.faketime_sem_") != 0)) {
+      continue;
+    }
+    pid_t pid = static_cast<pid_t>(std::atol(name.c_str() + digits));
+    if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH && entry.last_write_time(error) < old) {
+      std::filesystem::remove(entry.path(), error);
+    }
+  }
+}
+
+Daemon::~Daemon() {
+  stop();
+  remove_stale_fake_clocks();
+}
 
 bool Daemon::start(std::string *why, const Environment &environment, const std::vector<std::string> &options) {
   std::vector<std::string> arguments{"--foreground", "--state-dir", directory_ + "/state", "--runtime-dir",
