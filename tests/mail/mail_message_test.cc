@@ -13,6 +13,7 @@ TEST(MailAddress, AcceptsPlainAddressesUpToTheFieldWidth) {
   EXPECT_TRUE(valid_address("ops@example.com"));
   EXPECT_TRUE(valid_address("first.last+tag@mail-1.example.org"));
   EXPECT_TRUE(valid_address("root@switch1"));
+  EXPECT_TRUE(valid_address("Zz09@zone9.example.com"));  // each end of each character range
   std::string longest = std::string(51, 'a') + "@example.com";  // 63 bytes
   ASSERT_EQ(longest.size(), kMaxAddressLength);
   EXPECT_TRUE(valid_address(longest));
