@@ -127,6 +127,8 @@ Environment as_user(const std::string &directory, const std::string &user) {
 
 Daemon::Daemon() = default;
 
+namespace {
+
 // libfaketime leaves a shared-memory clock and a semaphore in /dev/shm for every faked process
 // that ends by a signal or _exit. Those of processes gone for minutes are nobody's any more.
 void remove_stale_fake_clocks() {
@@ -145,6 +147,8 @@ void remove_stale_fake_clocks() {
     }
   }
 }
+
+}  // namespace
 
 Daemon::~Daemon() {
   stop();
