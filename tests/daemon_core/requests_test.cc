@@ -388,6 +388,7 @@ TEST_F(Requests, TransportPartsSetClearedAndRefused) {
   EXPECT_EQ(transport(), "||||1|25|management");
 
   // A server without a vrf uses the default one; names the shell would not read back are refused.
+  ASSERT_EQ(configure(transport_request(SCH_REQ_EMAIL_SMTP, server("mail.example.com", 16, 25, "blue"))), 0u);
   ASSERT_EQ(configure(transport_request(SCH_REQ_EMAIL_SMTP, server("mail.example.com", 16))), 0u);
   for (const sch_email_transport_conf &bad :
        {server("mail.example.com", 1), server("192.0.2.1", 2), server("192.0.2.1", 3), server("", 16),

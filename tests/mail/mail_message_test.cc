@@ -1,6 +1,8 @@
 // Composition of the job-output message: the address rule, header safety and the body's lines.
 #include "mail_message.h"
 
+#include <signal.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -111,7 +113,7 @@ TEST(MailCompose, RecipientsAreDedupedAndInvalidOnesKeptForReporting) {
   EXPECT_EQ(rejected, (std::vector<std::string>{"bad\r\n@x.org"}));
 }
 
-TEST(MailCompose, ReasonOfARunThatNeverStartedReadsAsFailed) {
+TEST(MailCompose, AFailedRunNamesItsReasonOrTheSignalThatEndedIt) {
   RunReport run;
   run.schedule = "s";
   run.job = "j";
@@ -120,6 +122,10 @@ TEST(MailCompose, ReasonOfARunThatNeverStartedReadsAsFailed) {
   ASSERT_TRUE(compose(run, {"o@x.org", "", {"a@x.org"}}, "sw1", "1.2@sw1", {}, &message, &error));
   EXPECT_NE(message.find("Subject: Scheduler job j of schedule s on sw1: Failed (1)\r\n"), std::string::npos);
   EXPECT_NE(message.find("Reason   : unknown user\r\n"), std::string::npos);
+  run.failure_reason.clear();
+  run.wait_status = SIGKILL;  // ended by the signal, no exit code
+  ASSERT_TRUE(compose(run, {"o@x.org", "", {"a@x.org"}}, "sw1", "1.2@sw1", {}, &message, &error));
+  EXPECT_NE(message.find("Signal   : 9\r\n"), std::string::npos) << message;
 }
 
 }  // namespace

@@ -280,6 +280,19 @@ TEST_F(MailerTest, RetriesAreBoundedThenTheMailIsGivenUp) {
   EXPECT_EQ(mailer_->queued_bytes(), 0u);
 }
 
+TEST_F(MailerTest, AMessageRefusedForGoodIsGivenUpWithoutARetry) {
+  SmtpServer server(spool_, {"--refuse-data"});
+  settings_.retry_delays = {50ms, 50ms};
+  start();
+  ASSERT_TRUE(mailer_->submit(request(server.port())));
+  ASSERT_TRUE(wait_results(1));
+  EXPECT_EQ(results_[0].outcome, MailOutcome::given_up);
+  EXPECT_EQ(results_[0].attempts, 1);
+  auto lines = log_matching("SCH_ERR");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("server: 554 5.7.1 message refused"), std::string::npos) << lines[0];
+}
+
 TEST_F(MailerTest, AServerThatNeverAnswersHitsTheTimeLimit) {
   SmtpServer server(spool_, {"--silent"});
   settings_.transfer_timeout = 1s;

@@ -6,7 +6,8 @@ Prints "READY <port>" on standard output once it listens. Each message received 
 (lines "from <sender>", "to <recipient>" per recipient, "tls yes|no"); N.env is renamed into place
 last, so a test that sees it sees both.
 
---refuse ADDRESS (repeatable) answers RCPT TO for that address with 550; --silent accepts
+--refuse ADDRESS (repeatable) answers RCPT TO for that address with 550; --refuse-data answers every
+message's data with 554; --silent accepts
 connections and never says a word; --cert/--key offer STARTTLS and require it.
 """
 import argparse
@@ -19,9 +20,10 @@ from aiosmtpd.smtp import SMTP
 
 
 class Spool:
-    def __init__(self, directory, refused):
+    def __init__(self, directory, refused, refuse_data):
         self.directory = directory
         self.refused = set(refused)
+        self.refuse_data = refuse_data
         self.count = 0
 
     async def handle_RCPT(self, server, session, envelope, address, rcpt_options):
@@ -31,6 +33,8 @@ class Spool:
         return "250 OK"
 
     async def handle_DATA(self, server, session, envelope):
+        if self.refuse_data:
+            return "554 5.7.1 message refused"
         self.count += 1
         base = os.path.join(self.directory, str(self.count))
         with open(base + ".eml", "wb") as out:
@@ -53,6 +57,7 @@ async def main():
     parser.add_argument("--port", type=int, default=0)
     parser.add_argument("--spool", required=True)
     parser.add_argument("--refuse", action="append", default=[])
+    parser.add_argument("--refuse-data", action="store_true")
     parser.add_argument("--silent", action="store_true")
     parser.add_argument("--cert")
     parser.add_argument("--key")
@@ -62,7 +67,7 @@ async def main():
     if options.silent:
         server = await asyncio.start_server(silent, "127.0.0.1", options.port)
     else:
-        handler = Spool(options.spool, options.refuse)
+        handler = Spool(options.spool, options.refuse, options.refuse_data)
         tls = None
         if options.cert:
             tls = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
