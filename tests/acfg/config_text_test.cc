@@ -43,61 +43,6 @@ class ConfigText : public PssTest {
   }
 };
 
-TEST_F(ConfigText, RunningConfigurationOfAConfiguredSystem) {
-  sch_log_file.size_limit = 10240;
-  add_user(&sch_uname_q, "remote", "ENCRYPTED7", 0);
-  std::strcpy(email_transport_conf.from, "sched@example.net");
-  std::strcpy(email_transport_conf.reply_to, "ops@example.net");
-  std::strcpy(email_transport_conf.smtp_server, "10.1.1.1");
-  email_transport_conf.smtp_port = 587;
-  add_job(&sch_running_config, 0, "backup", "copy running-config startup-config\nshow clock\n");
-  add_job(&sch_running_config, 3, "empty", "");
-  add_schedule(&sch_running_config, "nightly", tminfo{3, 2, 0, 0, 30, 0, 0, 0, 0, 0}, {0, 3});
-  add_schedule(&sch_running_config, "weekly", tminfo{4, 8, 2, 0, 5, 0, 0, 0, 0, 0}, {});
-  add_schedule(&sch_running_config, "monthly", tminfo{5, -1, 0, 28, 0, 0, 0, 0, 0, 0}, {});
-  add_schedule(&sch_running_config, "once", tminfo{1, 10, -1, 15, 0, 2, 127, 0, 0, 0}, {});
-  add_schedule(&sch_running_config, "repeat", tminfo{7, -1, 1, -1, 30, -1, -1, 1700000000, 0, 0}, {});
-  add_schedule(&sch_running_config, "none", tminfo{}, {});
-  sch_add_schedule_email_entry(&sch_schedule_email_list, "nightly", "a@example.net");
-  sch_add_schedule_email_entry(&sch_schedule_email_list, "nightly", "b@example.net");
-
-  EXPECT_EQ(generate(ACFG_CFG_RUNNING),
-            "feature scheduler\n"
-            "scheduler logfile size 10\n\n"
-            "scheduler aaa-authentication username remote password 7 ENCRYPTED7\n"
-            "\n"
-            "scheduler transport email from sched@example.net\n"
-            "scheduler transport email reply-to ops@example.net\n"
-            "scheduler transport email smtp-server 10.1.1.1 port 587\n"
-            "scheduler job name backup\n"
-            "copy running-config startup-config\nshow clock\n"
-            "end-job\n\n"
-            "scheduler job name empty\n"
-            "end-job\n\n"
-            "scheduler schedule name nightly\n"
-            "  job name backup\n"
-            "  job name empty\n"
-            "  time daily 02:30\n"
-            "email-addr a@example.net\n"
-            "email-addr b@example.net\n"
-            "\n"
-            "scheduler schedule name weekly\n"
-            "  time weekly 02:08:05\n"
-            "\n"
-            "scheduler schedule name monthly\n"
-            "  time monthly 28:00:00\n"
-            "\n"
-            "scheduler schedule name once\n"
-            "  time start 2027:03:15:10:00\n"
-            "\n"
-            "scheduler schedule name repeat\n"
-            "  time start 2023:11:14:22:13 repeat 1:0:30\n"
-            "\n"
-            "scheduler schedule name none\n"
-            "  \n");
-  EXPECT_EQ(cfg_type, 1u);
-}
-
 TEST_F(ConfigText, DefaultsRenderNoSizeNoPortAndPasswordsCanBeHidden) {
   add_user(&sch_uname_q, "remote", "ENCRYPTED7", 0);
   std::strcpy(email_transport_conf.smtp_server, "mail.example.net");
@@ -156,56 +101,6 @@ TEST_F(ConfigText, AJobLengthBeyondItsFragmentsRendersTheFragments) {
   text += '\n';
   add_job(&sch_running_config, 0, "torn", text)->header->length = 0x80000000u;
   EXPECT_EQ(generate(ACFG_CFG_RUNNING), "feature scheduler\n\nscheduler job name torn\n" + text + "end-job\n\n");
-}
-
-TEST_F(ConfigText, StartupConfigurationComesFromItsStoreAndTheCopyIsFreed) {
-  start_platform(true);
-  // The startup store: a schedule, a job, a user, a log size, a transport sender.
-  add_job(&sch_startup_config, 0, "saved-job", "show version\n");
-  add_schedule(&sch_startup_config, "saved", tminfo{3, 1, 0, 0, 0, 0, 0, 0, 0, 0}, {0});
-  pss2_handle startup = create(sch::pss::uri_text(sch_pss_startup_uri));
-  sch_save_config_to_pss(&sch_startup_config, startup);
-  sch_free_config(&sch_startup_config);
-  sch_user_config_record user{};
-  std::strcpy(user.user, "stored-user");
-  std::strcpy(user.password, "STORED7");
-  sch_save_user_config_entry_to_pss(startup, &user);
-  sch_log_file_record log = sch_log_file;
-  log.size_limit = 2048;
-  sch_save_log_file_entry_to_pss(startup, &sch_log_file_key, &log);
-  std::strcpy(email_transport_conf.from, "startup@example.net");
-  sch_save_email_from_conf_to_pss(startup, &email_transport_conf);
-  pss2_close(startup);
-  email_transport_conf.from[0] = '\0';
-
-  // The live database differs.
-  add_job(&sch_running_config, 1, "live-job", "date\n");
-  add_user(&sch_uname_q, "live-user", "LIVE7", 0);
-  sch_log_file.size_limit = 4096;
-
-  uint64_t live_blocks = mtrack_live_blocks(SCH_MTRACK_IDENTITY);
-  EXPECT_EQ(generate(ACFG_CFG_STARTUP),
-            "feature scheduler\n"
-            "scheduler logfile size 2\n\n"
-            "scheduler aaa-authentication username stored-user password 7 STORED7\n"
-            "\n"
-            "scheduler transport email from startup@example.net\n"
-            "scheduler job name saved-job\n"
-            "show version\n"
-            "end-job\n\n"
-            "scheduler schedule name saved\n"
-            "  job name saved-job\n"
-            "  time daily 01:00\n"
-            "\n");
-  EXPECT_EQ(mtrack_live_blocks(SCH_MTRACK_IDENTITY), live_blocks) << "the private copy is freed";
-  EXPECT_EQ(startup_schedule_list, nullptr);
-  EXPECT_EQ(sch_uname_acfg_q.count, 0u);
-  // Deliberate side effects on live records; the live jobs and users stay.
-  EXPECT_EQ(sch_log_file.size_limit, 2048u);
-  EXPECT_STREQ(email_transport_conf.from, "startup@example.net");
-  sch_job_slot *job = nullptr;
-  EXPECT_EQ(sch_find_job(&sch_running_config, "live-job", &job), 1);
-  EXPECT_EQ(sch_uname_q.count, 1u);
 }
 
 TEST_F(ConfigText, WithoutAStartupStoreTheResponseIsEmptyAndTheSizeIsReset) {

@@ -20,54 +20,6 @@ std::string doubled_colon_line(uint32_t code) { return error_line("Error: ", cod
 
 std::vector<std::string> deregistered;
 
-TEST_F(FeatureCommand, EachDirectionToleratesOnlyItsOwnAlreadyCode) {
-  deregistered.clear();
-  vsh_parse_tree_hook_set([](const char *feature, void *) { deregistered.push_back(feature); }, nullptr);
-  // Per run: no form, scripted status, result.
-  const std::tuple<bool, uint32_t, int> runs[] = {{false, 0, 0},
-                                                  {false, FM_ERR_ALREADY_ENABLED, 0},
-                                                  {false, FM_ERR_ALREADY_DISABLED, 1},
-                                                  {true, FM_ERR_ALREADY_DISABLED, 0},
-                                                  {true, FM_ERR_ALREADY_ENABLED, 1},
-                                                  {true, 0, 0}};
-  for (auto [no_form, status, result] : runs) {
-    EXPECT_TRUE(deregistered.empty()) << "only a disable that went through removes the commands";
-    daemon_.answer(status);
-    EXPECT_EQ(run(sch_enable_scheduler, 0, no_form), result);
-    EXPECT_EQ(err_, status ? error_line("Error", status) : "");
-  }
-  EXPECT_EQ(deregistered, std::vector<std::string>{"scheduler"});
-  vsh_parse_tree_hook_set(nullptr, nullptr);
-
-  Command flagged(daemon_.session());
-  flagged.context.feature = 1;
-  EXPECT_EQ(run(sch_enable_scheduler, flagged), 0);
-  auto sent = requests();
-  ASSERT_EQ(sent.size(), 6u);
-  for (size_t i = 0; i < sent.size(); i++) {
-    EXPECT_EQ(sent[i].service, FM_SERVICE);
-    EXPECT_EQ(sent[i].feature, "scheduler");
-    EXPECT_EQ(sent[i].feature_action, i < 3 ? FM_FEATURE_ENABLE : FM_FEATURE_DISABLE);
-  }
-}
-
-TEST_F(LogFileCommands, SizeGoesInBytesAndClearOnlyInItsHeader) {
-  EXPECT_EQ(run(sch_cli_logfile_resize, 0, true), 0u);
-  Command one_kilobyte(daemon_.session());
-  one_kilobyte.number(1).context.debug = 1;
-  EXPECT_EQ(run(sch_cli_logfile_resize, one_kilobyte), 0u);
-  EXPECT_EQ(err_, "log file size is 1\n");
-  EXPECT_EQ(run(sch_cli_logfile_clear), 0u);
-  EXPECT_EQ(out_ + err_, "");
-
-  auto sent = requests();
-  ASSERT_EQ(sent.size(), 3u);
-  EXPECT_EQ(sent[0].service * 10 + sent[0].opcode, 59503u);
-  EXPECT_EQ(sent[0].bytes, image(532, {{0, 9}, {4, 524}, {8, 1}, {528, 16384}}));
-  EXPECT_EQ(sent[1].bytes, image(532, {{0, 9}, {4, 524}, {528, 1024}}));
-  EXPECT_EQ(sent[2].bytes, image(532, {{0, 11}, {4, 524}}));
-}
-
 TEST_F(LogFileCommands, FailuresPrintTheDoubledColon) {
   Command size(daemon_.session()), clear(daemon_.session()), rename(daemon_.session(), 0, true);
   size.number(64);
@@ -78,41 +30,6 @@ TEST_F(LogFileCommands, FailuresPrintTheDoubledColon) {
     EXPECT_EQ(run(handler, *command), CMI_ERR_TIMEOUT);
     EXPECT_EQ(err_, doubled_colon_line(CMI_ERR_TIMEOUT));
   }
-}
-
-TEST_F(LogFileCommands, RenameSendsPathAndUriButRefusesAnExistingFile) {
-  std::string state = daemon_.directory() + "/state";
-  ASSERT_EQ(sysmgr_dirs_set(state.c_str(), (daemon_.directory() + "/run").c_str()), 0);
-  std::filesystem::create_directories(state + "/logs");
-  std::ofstream(state + "/logs/taken.log") << "x";
-
-  EXPECT_EQ(run(sch_cli_logfile_rename, 0, true), 0u);
-  Command taken(daemon_.session()), fresh(daemon_.session());
-  EXPECT_EQ(run(sch_cli_logfile_rename, taken.file("logs:taken.log")), 0u);
-  EXPECT_EQ(err_, "Error: File exists.\n");
-  EXPECT_EQ(run(sch_cli_logfile_rename, fresh.file("logs:new.log")), 0u);
-  sysmgr_dirs_clear();
-
-  auto sent = requests();
-  ASSERT_EQ(sent.size(), 2u) << "nothing is sent for an existing file";
-  EXPECT_EQ(sent[0].bytes, image(532, {{0, 10}, {4, 524}, {8, 1}}, {{16, "scheduler_circular_log.dat"}, {272, "NONE"}}));
-  EXPECT_EQ(sent[1].bytes, image(532, {{0, 10}, {4, 524}}, {{16, state + "/logs/new.log"}, {272, "logs:new.log"}}));
-}
-
-TEST_F(TransportCommand, FromAndReplyToAndTheirNoForms) {
-  Command from(daemon_.session(), SCH_TRANSPORT_FROM), reply_to(daemon_.session(), SCH_TRANSPORT_REPLY_TO);
-  const std::string full(64, 'r');  // fills the field: sent without a terminator
-  EXPECT_EQ(run(sch_cli_config_email_transport, from.text("ops@example.com")), 0u);
-  EXPECT_EQ(run(sch_cli_config_email_transport, reply_to.text(full.c_str())), 0u);
-  EXPECT_EQ(run(sch_cli_config_email_transport, SCH_TRANSPORT_FROM, true), 0u);
-  EXPECT_EQ(run(sch_cli_config_email_transport, SCH_TRANSPORT_REPLY_TO, true), 0u);
-
-  auto sent = requests();
-  ASSERT_EQ(sent.size(), 4u);
-  EXPECT_EQ(sent[0].bytes, image(720, {{0, 13}, {4, 712}}, {{8, "ops@example.com"}}));
-  EXPECT_EQ(sent[1].bytes, image(720, {{0, 15}, {4, 712}}, {{8 + 64, full}, {8 + 128, full}}));
-  EXPECT_EQ(sent[2].bytes, image(720, {{0, 14}, {4, 712}}));
-  EXPECT_EQ(sent[3].bytes, image(720, {{0, 16}, {4, 712}}));
 }
 
 TEST_F(TransportCommand, SmtpServerKindsPortAndVrf) {

@@ -26,11 +26,6 @@ Bytes named(uint8_t first, const std::string &name) {
   return payload;
 }
 
-std::string read_file(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 sch_email_transport_conf server(const std::string &name, uint32_t kind, uint32_t port = 25, const std::string &vrf = "") {
   sch_email_transport_conf conf{};
   set_text(conf.smtp_server, name);
@@ -272,104 +267,6 @@ TEST_F(Requests, ScheduleTimesJobsAndAddresses) {
   EXPECT_EQ(schedule("s10").addresses(), Names{"a@b.com"});
   ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1")), 0u);
   EXPECT_TRUE(schedule("s1").addresses().empty()) << "the old schedule's addresses went with it";
-}
-
-TEST_F(Requests, DisplayCursorsNeitherRepeatNorSkip) {
-  for (std::string name : {"j0", "j1", "j2", "j3", "j4"}) ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, name)), 0u);
-  ASSERT_EQ(configure(job_request(SCH_REQ_DELETE_JOB, "j2")), 0u);
-  EXPECT_EQ(walk(SCH_REQ_GET_JOBS), (Names{"j0", "j1", "j3", "j4"})) << "id order";
-  EXPECT_EQ(decode_job(display(display_request(SCH_REQ_GET_JOBS, "", 2)).payload).cursor, 4u);
-  for (int32_t past_end : {SCH_MAX_JOBS, 5, -2, INT32_MIN}) EXPECT_TRUE(ends(SCH_REQ_GET_JOBS, "", past_end));
-  JobEntry j3 = decode_job(display(display_request(SCH_REQ_GET_JOBS, "j3", -1)).payload);
-  EXPECT_EQ(j3.name, "j3");
-  EXPECT_TRUE(ends(SCH_REQ_GET_JOBS, "j3", static_cast<int32_t>(j3.cursor)));
-  EXPECT_TRUE(ends(SCH_REQ_GET_JOBS, "j2", -1));
-
-  for (std::string name : {"s4", "s1", "s3", "s2"}) {
-    ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, name)), 0u);
-  }
-  ScheduleEntry first = decode_schedule(display(display_request(SCH_REQ_GET_SCHEDULES, "", -1)).payload);
-  ASSERT_STREQ(first.head.name, "s4");
-  for (std::string name : {"s4", "s1"}) ASSERT_EQ(configure(schedule_request(SCH_REQ_DELETE_SCHEDULE, name)), 0u);
-  int32_t after_first = static_cast<int32_t>(first.head.cursor);
-  EXPECT_STREQ(decode_schedule(display(display_request(SCH_REQ_GET_SCHEDULES, "", after_first)).payload).head.name, "s3");
-  ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1")), 0u);
-  EXPECT_EQ(walk(SCH_REQ_GET_SCHEDULES), (Names{"s3", "s2", "s1"})) << "creation order";
-  EXPECT_TRUE(ends(SCH_REQ_GET_SCHEDULES, "s4", -1));
-  EXPECT_TRUE(ends(SCH_REQ_GET_SCHEDULES, "", -7));
-  restart();
-  EXPECT_EQ(walk(SCH_REQ_GET_SCHEDULES), (Names{"s3", "s2", "s1"})) << "not the store's name order";
-}
-
-TEST_F(Requests, LogFileSizeNameAndClear) {
-  auto resize = [](uint32_t bytes, bool no_form = false) { return log_file_request(SCH_REQ_LOG_SIZE, no_form, "", bytes); };
-  auto rename = [](const std::string &path) { return log_file_request(SCH_REQ_LOG_NAME, false, path); };
-  const Bytes back = log_file_request(SCH_REQ_LOG_NAME, true, "scheduler_circular_log.dat");
-  EXPECT_EQ(log_size(), 16384u);
-  expect_all({{resize(1024), 0, "1024"},
-              {resize(1023), SCH_STATUS_OUT_OF_RANGE, "1023"},
-              {resize(0), SCH_STATUS_OUT_OF_RANGE, "0"},
-              {resize(UINT32_MAX), SCH_STATUS_OUT_OF_RANGE, "most"},
-              {resize(10240), 0, "10240"}});
-  restart();
-  EXPECT_EQ(log_size(), 10240u);
-  EXPECT_EQ(configure(resize(0, true)), 0u);
-  EXPECT_EQ(log_size(), 16384u) << "the no form means the default whatever size it carries";
-
-  // The file moves with its name and never over another.
-  const std::string log = state_file("scheduler_circular_log.dat"), target = state_file("logs/run.log");
-  ASSERT_TRUE(std::filesystem::exists(log)) << "created at the first start";
-  std::ofstream(log) << "entries";
-  std::ofstream(state_file("taken")) << "someone else's";
-  std::filesystem::create_directories(state_file("logs"));
-  std::filesystem::create_directory_symlink("/tmp", state_file("elsewhere"));
-  expect_all({{rename(target), 0, "absolute"},
-              {rename("taken"), SCH_STATUS_LOG_FILE_EXISTS, "taken"},
-              {rename(state_file("no/such/dir/x.log")), SCH_STATUS_LOG_FILE_DIRECTORY, "no directory"},
-              {rename("/tmp/x.log"), SCH_STATUS_LOG_FILE_PLACE, "outside"},
-              {rename("logs/../../x.log"), SCH_STATUS_LOG_FILE_PLACE, "climbs out"},
-              {rename("elsewhere/x.log"), SCH_STATUS_LOG_FILE_PLACE, "a link may not lead outside"},
-              {rename(""), SCH_STATUS_BAD_REQUEST, "empty"}});
-  EXPECT_FALSE(std::filesystem::exists(log));
-  EXPECT_EQ(read_file(target), "entries") << "refusals leave the file where it was";
-  EXPECT_EQ(read_file(state_file("taken")), "someone else's");
-  // A relative name lies under the state directory, and survives a restart.
-  ASSERT_EQ(configure(rename("logs/renamed.log")), 0u);
-  EXPECT_STREQ(log_record().c_str(), "logs/renamed.log");
-  restart();
-  expect_all({{rename(state_file("logs/renamed.log")), 0, "already there: nothing to do"},
-              {back, 0, "back to the default"},
-              {back, 0, "the no form can be repeated"}});
-  EXPECT_EQ(read_file(log), "entries");
-
-  // A clear empties the file and forgets its entries, and makes a file that has gone anew.
-  stop();
-  uint32_t status = 0;
-  pss2_handle store = pss2_open((options().runtime_dir + "/scheduler_runtime").c_str(), PSS2_MODE_UPDATE, 0, 0,
-                                nullptr, &status);
-  sch_log_file_record record{};
-  std::memcpy(record.writer_data, "scheduler_circular_log.dat", 27);
-  record.size_limit = 4096;
-  record.read_offset = 12;
-  record.count = 3;
-  ASSERT_EQ(sch_save_log_file_entry_to_pss(store, &sch_log_file_key, &record), 0);
-  pss2_close(store);
-  std::ofstream(log) << std::string(100, 'e');
-  ASSERT_TRUE(start());
-  const Bytes clear = log_file_request(SCH_REQ_LOG_CLEAR, false);
-  ASSERT_EQ(configure(clear), 0u);
-  EXPECT_EQ(std::filesystem::file_size(log), 0u);
-  EXPECT_EQ(log_size(), 4096u);
-  std::string cleared = log_record();
-  ASSERT_EQ(cleared.size(), size_t{SCH_LOG_FILE_STORED_SIZE});
-  EXPECT_EQ(sch_wire_get_u32(reinterpret_cast<const uint8_t *>(cleared.data()) + 260), 0u) << "read offset";
-  EXPECT_EQ(sch_wire_get_u32(reinterpret_cast<const uint8_t *>(cleared.data()) + 268), 0u) << "count";
-  std::filesystem::remove(log);
-  restart();
-  EXPECT_TRUE(std::filesystem::exists(log));
-  std::filesystem::remove(log);
-  ASSERT_EQ(configure(clear), 0u);
-  EXPECT_TRUE(std::filesystem::exists(log));
 }
 
 TEST_F(Requests, TransportPartsSetClearedAndRefused) {

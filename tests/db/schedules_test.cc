@@ -12,15 +12,6 @@ namespace {
 using sch::testing::DatabaseTest;
 using sch::testing::trace_texts;
 
-sch_schedule_entry *add_schedule(const std::string &name) {
-  auto *key = static_cast<sch_config_key *>(sch_malloc_check(sizeof(sch_config_key), 14, 0, "t"));
-  std::memcpy(key->name, name.data(), std::min(name.size(), sizeof key->name));
-  auto *value = static_cast<sch_schedule_record *>(sch_malloc_check(sizeof(sch_schedule_record), 14, 0, "t"));
-  sch_schedule_entry *entry = nullptr;
-  EXPECT_EQ(sch_add_schedule_entry(&sch_running_config, key, value, &entry), 0);
-  return entry;
-}
-
 sch_schedule_email_entry *email_entry(const char *schedule) {
   sch_schedule_email_entry *entry = nullptr;
   EXPECT_EQ(sch_find_schedule_email_entry(&sch_schedule_email_list, schedule, &entry), 0);
@@ -33,33 +24,6 @@ bool traced(const std::string &text) {
 }
 
 using Schedules = DatabaseTest;
-
-TEST_F(Schedules, KeepCreationOrderAndFindTheFirstExactName) {
-  sch_schedule_entry *found = reinterpret_cast<sch_schedule_entry *>(1);
-  EXPECT_EQ(sch_find_schedule(&sch_running_config, "any", &found), 0);
-  EXPECT_EQ(found, nullptr);
-
-  sch_schedule_entry *first = add_schedule("daily");
-  add_schedule("weekly");
-  add_schedule("daily");
-  EXPECT_EQ(static_cast<sch_schedule_entry *>(g_list_nth_data(sch_schedule_list, 1))->key->name, std::string("weekly"));
-  sch_find_schedule(&sch_running_config, "daily", &found);
-  EXPECT_EQ(found, first);
-  for (uint32_t word : first->daemon_words) EXPECT_EQ(word, 0u);
-  sch_find_schedule(&sch_running_config, "dail", &found);
-  EXPECT_EQ(found, nullptr);
-}
-
-TEST_F(Schedules, FreeingAnEntryUnlinksOnlyThatOne) {
-  add_schedule("a");
-  sch_schedule_entry *b = add_schedule("b");
-  add_schedule("c");
-  sch_free_schedule_entry(&sch_running_config, g_list_find(sch_schedule_list, b));
-  ASSERT_EQ(g_list_length(sch_schedule_list), 2u);
-  sch_schedule_entry *found = nullptr;
-  sch_find_schedule(&sch_running_config, "b", &found);
-  EXPECT_EQ(found, nullptr);
-}
 
 TEST_F(Schedules, EntryThatCannotBeAllocatedLeavesTheListAlone) {
   auto *key = static_cast<sch_config_key *>(sch_malloc_check(sizeof(sch_config_key), 14, 0, "t"));
@@ -140,24 +104,6 @@ TEST_F(ScheduleEmail, RemovalsMatchByPrefixAndLookupsExactly) {
 
   EXPECT_EQ(sch_remove_schedule_email_entry(&sch_schedule_email_list, "none"), 0);
   EXPECT_EQ(sch_remove_schedule_email_addr(&sch_schedule_email_list, "none", "a"), 0);
-}
-
-TEST_F(ScheduleEmail, RestoredEntryIsACopyAppendedAsItStands) {
-  sch_schedule_email_entry stored{};
-  std::strcpy(stored.schedule, "restored");
-  stored.count = 1;
-  std::strcpy(stored.slots[4].address, "late@x");
-  stored.slots[4].in_use = 1;
-  EXPECT_EQ(sch_add_schedule_email_entry_from_pss(&sch_schedule_email_list, &stored), 0);
-  sch_schedule_email_entry *entry = email_entry("restored");
-  ASSERT_NE(entry, nullptr);
-  EXPECT_NE(entry, &stored);
-  EXPECT_EQ(std::memcmp(entry, &stored, sizeof stored), 0);
-
-  mtrack_fail_nth(1, 14, 0);
-  EXPECT_EQ(sch_add_schedule_email_entry_from_pss(&sch_schedule_email_list, &stored), -1);
-  EXPECT_EQ(sch_add_new_schedule_email_entry(&sch_schedule_email_list, "x", "y"), 0);  // hook fired once
-  EXPECT_EQ(g_list_length(sch_schedule_email_list), 2u);
 }
 
 TEST_F(ScheduleEmail, EachAddOperationSurvivesItsAllocationFailing) {

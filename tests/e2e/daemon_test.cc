@@ -43,33 +43,6 @@ class WithDaemon : public ::testing::Test {
   std::string why;
 };
 
-TEST_F(WithDaemon, ARestartedDaemonKeepsEverything) {
-  ShellRun setup = daemon.shell(
-      "configure terminal\n"
-      "scheduler job name backup\necho one\necho two\nend-job\n"
-      "scheduler job name report echo a ; echo b\n"
-      "scheduler schedule name daily\ntime daily 02:30\njob name backup\njob name report\n"
-      "email-addr ops@example.com\n"
-      "scheduler schedule name weekly\ntime weekly Fri:23:00\n"
-      "scheduler schedule name monthly\ntime monthly 21:00:05\n"
-      "scheduler schedule name once\ntime start 2031:Dec:31:23:59\n"
-      "scheduler schedule name repeat\ntime start now repeat 2:03:04\njob name backup\n");
-  ASSERT_EQ(setup.status, 0) << setup.err;
-  const std::string show = "show scheduler job\nshow scheduler schedule\n";
-  ShellRun before = daemon.shell(show);
-  ASSERT_EQ(count(before.out, "Schedule Name"), 5u);
-  restart();
-  ShellRun after = daemon.shell(show);
-  EXPECT_EQ(after.out, before.out);
-  EXPECT_EQ(after.err, "");
-  // What exists is still refused, and the restored configuration can be changed.
-  ShellRun again = daemon.shell("configure terminal\nscheduler job name backup\nend-job\n"
-                                "scheduler schedule name daily\nno job name report\nno scheduler job name report\n"
-                                "end\nshow scheduler job name report\n");
-  EXPECT_EQ(again.err, "Error: job exists\n% Lines up to end-job are ignored: the job was not created\n");
-  EXPECT_EQ(again.out, "");
-}
-
 TEST_F(WithDaemon, TheJobTableHolds256Jobs) {
   std::string input = "configure terminal\n";
   for (int i = 1; i <= 257; ++i) input += "scheduler job name job" + std::to_string(i) + "\nend-job\n";
@@ -120,25 +93,6 @@ TEST_F(WithDaemon, ADaemonKilledDuringACommandIsAClearError) {
   ShellRun gone = daemon.shell("show scheduler job\n");
   EXPECT_EQ(gone.err, error_line("Error", CMI_ERR_NO_DAEMON));
   EXPECT_EQ(gone.status, 1);
-}
-
-TEST_F(WithDaemon, AskingForTheFeatureStateItIsInIsReportedButNoFailure) {
-  const std::vector<std::string> enable{"-c", "configure terminal", "-c", "feature scheduler"};
-  const std::vector<std::string> disable{"-c", "configure terminal", "-c", "no feature scheduler"};
-  ShellRun again = daemon.shell("", enable);
-  EXPECT_EQ(again.err, error_line("Error", FM_ERR_ALREADY_ENABLED));
-  EXPECT_EQ(again.status, 0);
-  EXPECT_EQ(daemon.shell("", disable).status, 0);
-  ShellRun twice = daemon.shell("", disable);
-  EXPECT_EQ(twice.err, error_line("Error", FM_ERR_ALREADY_DISABLED));
-  EXPECT_EQ(twice.status, 0);
-  // Any other failure is one.
-  ASSERT_EQ(daemon.stop(), 0);
-  for (const std::vector<std::string> &arguments : {enable, disable}) {
-    ShellRun gone = daemon.shell("", arguments);
-    EXPECT_EQ(gone.err, error_line("Error", CMI_ERR_NO_DAEMON));
-    EXPECT_EQ(gone.status, 1);
-  }
 }
 
 TEST_F(WithDaemon, MemoryStatisticsAreTheDaemons) {

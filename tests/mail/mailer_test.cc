@@ -175,29 +175,6 @@ TEST_F(MailerTest, SuccessArrivesWithTheExactEnvelopeHeadersAndBody) {
                       "(attempt 1): 250 2.0.0 queued as test-1");
 }
 
-TEST_F(MailerTest, FailureAndDefaultSenderGoToTenRecipients) {
-  SmtpServer server(spool_, {});
-  start();
-  MailRequest mail = request(server.port(), 3 << 8, "");
-  mail.transport.sender = "";
-  mail.recipients.clear();
-  std::string expected_envelope = "from scheduler@sw1.example.net\n";
-  for (int i = 0; i < 10; i++) {
-    mail.recipients.push_back("user" + std::to_string(i) + "@example.com");
-    expected_envelope += "to user" + std::to_string(i) + "@example.com\n";
-  }
-  ASSERT_TRUE(mailer_->submit(mail));
-  ASSERT_TRUE(wait_results(1));
-  EXPECT_EQ(results_[0].outcome, MailOutcome::delivered);
-  EXPECT_EQ(results_[0].accepted.size(), 10u);
-  EXPECT_EQ(read_file(spool_ / "1.env"), expected_envelope + "tls no\n");
-  std::string message = read_file(spool_ / "1.eml");
-  EXPECT_NE(message.find("Subject: Scheduler job backup of schedule nightly on sw1.example.net: Failed (3)\r\n"),
-            std::string::npos);
-  EXPECT_NE(message.find("To: user0@example.com,\r\n user1@example.com,\r\n"), std::string::npos);
-  EXPECT_NE(message.find("Result   : Failed (3)\r\n\r\n"), std::string::npos);
-}
-
 TEST_F(MailerTest, HostileOutputArrivesIntactAndCannotEndTheMessage) {
   SmtpServer server(spool_, {});
   start();
@@ -249,21 +226,6 @@ TEST_F(MailerTest, ARecipientRefusedByTheServerIsReportedAndTheOthersGetTheMail)
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_NE(lines[0].find("delivered to 2 of 3 recipients; refused: gone@example.com (550 5.1.1 no such user here)"),
             std::string::npos);
-}
-
-TEST_F(MailerTest, AServerThatIsDownThenComesBackGetsTheMailOnARetry) {
-  int port = free_port();
-  settings_.retry_delays = {300ms, 300ms, 300ms, 300ms};
-  start();
-  ASSERT_TRUE(mailer_->submit(request(port)));
-  std::this_thread::sleep_for(450ms);
-  SmtpServer server(spool_, {}, port);
-  ASSERT_EQ(server.port(), port);
-  ASSERT_TRUE(wait_results(1));
-  EXPECT_EQ(results_[0].outcome, MailOutcome::delivered);
-  EXPECT_GE(results_[0].attempts, 2);
-  EXPECT_TRUE(fs::exists(spool_ / "1.env"));
-  EXPECT_EQ(log_matching("SCH_").size(), 1u);  // retries are no outcome of their own
 }
 
 TEST_F(MailerTest, RetriesAreBoundedThenTheMailIsGivenUp) {

@@ -46,35 +46,6 @@ TEST_F(Writers, ScheduleRecordGoesUnderItsOwnKeyAsABigEndianImage) {
   EXPECT_TRUE(all_records(store_).empty());
 }
 
-TEST_F(Writers, JobsAreAHeaderAndFragmentsOfAtMost1024Bytes) {
-  struct Case {
-    size_t length;
-    std::vector<size_t> fragments;
-  };
-  for (const Case &c : {Case{0, {}}, Case{1024, {1024}}, Case{1025, {1024, 1}}, Case{8182, {1024, 1024, 1024, 1024, 1024, 1024, 1024, 1014}}}) {
-    std::string name = "job" + std::to_string(c.length);
-    std::string text = text_of(c.length);
-    sch_job_slot *job = add_job(&sch_running_config, 1, name, text);
-    ASSERT_EQ(sch_save_job_entry_to_pss(store_, job), 0);
-    auto records = all_records(store_);
-    ASSERT_EQ(records.size(), c.fragments.size() + 1) << c.length;
-    EXPECT_EQ(records[0].first, stored_key(SCH_REC_JOB, 0, name));
-    EXPECT_EQ(records[0].second, be32(1) + be32(0x1001) + be32(static_cast<uint32_t>(c.length)));
-    std::string joined;
-    for (size_t i = 0; i < c.fragments.size(); i++) {
-      EXPECT_EQ(records[i + 1].first, stored_key(SCH_REC_JOB, static_cast<uint32_t>(i + 1), name));
-      EXPECT_EQ(records[i + 1].second.size(), c.fragments[i]);
-      joined += records[i + 1].second;
-    }
-    EXPECT_EQ(joined, text);
-    EXPECT_EQ(job->key->sequence, c.fragments.size()) << "the key keeps the last sequence written";
-
-    ASSERT_EQ(sch_delete_job_entry_from_pss(store_, job), 0);
-    EXPECT_TRUE(all_records(store_).empty());
-    sch_free_job_entry(job);
-  }
-}
-
 TEST_F(Writers, JobDeletionFollowsTheFragmentsInMemoryNotInTheStore) {
   sch_job_slot *job = add_job(&sch_running_config, 2, "grown", text_of(3000));
   ASSERT_EQ(sch_save_job_entry_to_pss(store_, job), 0);
@@ -85,48 +56,6 @@ TEST_F(Writers, JobDeletionFollowsTheFragmentsInMemoryNotInTheStore) {
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].first, stored_key(SCH_REC_JOB, 3, "grown"));
   EXPECT_TRUE(traced("pss delete job (grown) fragment (2)"));
-}
-
-TEST_F(Writers, SurplusFragmentsAreWrittenEmpty) {
-  sch_job_slot *job = add_job(&sch_running_config, 3, "odd", text_of(2048));
-  job->header->length = 1500;  // the list holds more than the length accounts for
-  job->fragments = g_list_append(job->fragments, sch_malloc_check(1, 7, 0, "t"));
-  ASSERT_EQ(sch_save_job_entry_to_pss(store_, job), 0);
-  auto records = all_records(store_);
-  ASSERT_EQ(records.size(), 4u);
-  EXPECT_EQ(records[1].second.size(), 1024u);
-  EXPECT_EQ(records[2].second.size(), 476u);
-  EXPECT_EQ(records[3].second.size(), 0u);
-}
-
-TEST_F(Writers, SingleInstanceRecordsReplaceThemselves) {
-  sch_log_file.size_limit = 32768;
-  std::strcpy(email_transport_conf.from, "from@example.net");
-  std::strcpy(email_transport_conf.reply_to, "reply@example.net");
-  std::strcpy(email_transport_conf.smtp_server, "10.0.0.1");
-  email_transport_conf.smtp_port = 2525;
-  for (int round = 0; round < 2; round++) {
-    EXPECT_EQ(sch_save_log_file_entry_to_pss(store_, &sch_log_file_key, &sch_log_file), 0);
-    EXPECT_EQ(sch_save_condition_entry_to_pss(store_, &sch_condition_key, 1), 0);
-    EXPECT_EQ(sch_save_email_from_conf_to_pss(store_, &email_transport_conf), 0);
-    EXPECT_EQ(sch_save_email_replyto_conf_to_pss(store_, &email_transport_conf), 0);
-    EXPECT_EQ(sch_save_email_smtpserver_conf_to_pss(store_, &email_transport_conf), 0);
-  }
-  auto records = all_records(store_);
-  ASSERT_EQ(records.size(), 5u);
-  EXPECT_EQ(value_at(store_, stored_key(SCH_REC_CONDITION, 0)), be32(1));
-  std::string log = value_at(store_, stored_key(SCH_REC_LOG_FILE, 0));
-  ASSERT_EQ(log.size(), 532u);
-  EXPECT_EQ(log.substr(256, 4), be32(32768));
-  std::string from = value_at(store_, stored_key(SCH_REC_EMAIL_FROM, 0));
-  EXPECT_EQ(from.size(), 64u);
-  EXPECT_STREQ(from.c_str(), "from@example.net");
-  EXPECT_STREQ(value_at(store_, stored_key(SCH_REC_EMAIL_REPLY_TO, 0)).c_str(), "reply@example.net");
-  std::string smtp = value_at(store_, stored_key(SCH_REC_EMAIL_SMTP, 0));
-  ASSERT_EQ(smtp.size(), 520u);
-  EXPECT_EQ(smtp.substr(260, 4), be32(2525));
-  EXPECT_TRUE(traced("saving ENABLE flag success"));
-  EXPECT_TRUE(traced("saving Email reply-to conf success"));
 }
 
 TEST_F(Writers, EmailEntriesUsersAndRunResultsUseTheirKeys) {
@@ -160,20 +89,6 @@ TEST_F(Writers, EmailEntriesUsersAndRunResultsUseTheirKeys) {
   sch_delete_user_config_entry_from_pss(store_, &user->record);
   EXPECT_TRUE(traced("Deleted username " + long_user + " password Zm9v "));
   EXPECT_EQ(all_records(store_).size(), 1u);
-}
-
-TEST_F(Writers, RunResultsOfJobsWithoutTextAreNotSaved) {
-  add_job(&sch_running_config, 0, "with-text", "echo hi");
-  add_job(&sch_running_config, 1, "empty", "");
-  add_result(&sch_running_config, 0, "s", 1, 2);
-  add_result(&sch_running_config, 0, "t", 3, 4);
-  add_result(&sch_running_config, 1, "s", 5, 6);
-  EXPECT_EQ(sch_save_db_to_pss(&sch_running_config, store_), 0);
-  auto records = all_records(store_);
-  ASSERT_EQ(records.size(), 2u);
-  EXPECT_EQ(records[0].first, stored_key(SCH_REC_RUNTIME_STATUS, 0, "s"));
-  EXPECT_EQ(records[1].first, stored_key(SCH_REC_RUNTIME_STATUS, 0, "t"));
-  EXPECT_TRUE(traced("saving job with-text (0)"));
 }
 
 // Each writer, with its first store call failing: its result and its traces.
