@@ -70,39 +70,6 @@ TEST_F(ConfigText, DailyWithoutHourAndNegativeFieldsRenderAsStated) {
   sch_acfg_print_schedule_type(&daily, nullptr, 0);  // nothing to write into: no crash
 }
 
-TEST_F(ConfigText, LoggingLevelLineOnlyForAStoredNonDefaultLevel) {
-  struct Case {
-    uint32_t marker, level;
-    size_t length;
-    bool shown;
-  };
-  for (const Case &c : {Case{1, 3, 8, true}, Case{1, 5, 8, false}, Case{1, 8, 8, false}, Case{0, 3, 8, false},
-                        Case{1, 3, 7, false}, Case{1, 0, 8, true}}) {
-    debug_pss_running = debug_store_with(c.marker, c.level, c.length);
-    std::string text = generate(ACFG_CFG_RUNNING);
-    std::string line = "logging level scheduler " + std::to_string(c.level) + "\n";
-    EXPECT_EQ(text.find("feature scheduler\n" + line) == 0, c.shown) << c.marker << " " << c.level << " " << c.length;
-    pss2_close(debug_pss_running);
-    debug_pss_running = 0;
-    pss2_destroy(path("debug-running").c_str());
-  }
-  EXPECT_EQ(generate(ACFG_CFG_RUNNING), "feature scheduler\n\n") << "no debug store, no level";
-}
-
-TEST_F(ConfigText, AJobWhoseTextCannotBeHadRendersItsNameAndEnd) {
-  add_job(&sch_running_config, 0, "big", "echo hello\n");
-  mtrack_fail_nth(1, 12, 0);
-  EXPECT_EQ(generate(ACFG_CFG_RUNNING), "feature scheduler\n\nscheduler job name big\nend-job\n\n");
-}
-
-// A damaged store's header may claim any length: the text is what the fragments hold.
-TEST_F(ConfigText, AJobLengthBeyondItsFragmentsRendersTheFragments) {
-  std::string text(SCH_FRAGMENT_SIZE - 1, 'a');
-  text += '\n';
-  add_job(&sch_running_config, 0, "torn", text)->header->length = 0x80000000u;
-  EXPECT_EQ(generate(ACFG_CFG_RUNNING), "feature scheduler\n\nscheduler job name torn\n" + text + "end-job\n\n");
-}
-
 TEST_F(ConfigText, WithoutAStartupStoreTheResponseIsEmptyAndTheSizeIsReset) {
   start_platform(true);
   sch_log_file.size_limit = 4096;

@@ -51,41 +51,6 @@ TEST_F(Credentials, LocalUsersPassAndRemoteUsersNeedAWorkingStoredPassword) {
   EXPECT_EQ(sch_validate_authentication_passwd(session_, kLocalUser, "x"), SCH_STATUS_LOCAL_USER);
 }
 
-TEST_F(Credentials, RemoteUserWithoutPasswordChangesNothing) {
-  const std::pair<uint32_t (*)(sch_cli_context *), uint32_t> commands[] = {{sch_cli_create_delete_job, 0},
-                                                                          {sch_cli_create_delete_schedule, 0},
-                                                                          {sch_cli_modify_schedule, SCH_MODIFY_DAILY},
-                                                                          {sch_cli_modify_schedule_emailaddr, 0}};
-  for (auto [handler, code] : commands) {
-    answer(0, fetched(""));
-    EXPECT_EQ(run(handler, {"nightly", "02:30"}, code, false, kRemoteUser), 255u);
-    EXPECT_EQ(output_.err, "Error: User name or password missing\n");
-  }
-  for (const Bytes &request : requests()) EXPECT_EQ(request.at(8), 1) << "only fetches";
-}
-
-TEST_F(Credentials, StoringIsCheckedAndDeletingIsNot) {
-  EXPECT_EQ(aaa({kEncrypted}, {"x"}, false), 9);
-  EXPECT_EQ(output_.err, "Error: Password cannot be stored for a local user\n");
-  EXPECT_EQ(aaa({kUser, kEncrypted}, {kRemoteUser, "garbage"}, false), 9);
-  EXPECT_EQ(output_.err, "Error: User authentication failed\n");
-  EXPECT_TRUE(requests().empty());
-
-  EXPECT_EQ(aaa({kUser, kClear}, {"bob", "s3cret"}, true), 8);
-  EXPECT_EQ(aaa({3}, {"other kinds are skipped"}, true, kRemoteUser), 8);
-  EXPECT_EQ(output_.out + output_.err, "");
-  auto sent = requests();
-  EXPECT_EQ(Bytes(sent.at(0).begin(), sent.at(0).begin() + 137), image(137, {{0, 22}, {4, 257}}, {{8, "\x04" "bob"}}));
-  // Only the encrypted form leaves the shell.
-  std::string text = field(sent.at(0), 137, 128);
-  char *clear = nullptr;
-  uint32_t length = 0;
-  ASSERT_EQ(security_conf_decrypt(text.c_str(), uint32_t(text.size() + 1), SECRETS_TYPE7, 0, 0, &clear, &length), 0u);
-  EXPECT_EQ(std::string(clear, length), "s3cret");
-  std::free(clear);
-  EXPECT_EQ(sent.at(1), image(265, {{0, 22}, {4, 257}}, {{8, "\x04rita"}}));
-}
-
 TEST_F(Credentials, MalformedParametersAreRefused) {
   EXPECT_EQ(aaa({kClear}, {nullptr}, true), 9);
   EXPECT_EQ(aaa({kEncrypted}, {nullptr}, true), 9);

@@ -23,20 +23,6 @@ class JobCommands : public CliTest {
   }
 };
 
-TEST_F(JobCommands, CreateDeleteAndDefineSendTheirRecords) {
-  EXPECT_EQ(run(sch_cli_create_delete_job, {"backup"}), 0u);
-  EXPECT_EQ(run(sch_cli_create_delete_job, {"backup"}, 0, true), 0u);
-  EXPECT_EQ(run(sch_cli_create_delete_job, {std::string(40, 'j').c_str()}), 0u);
-  EXPECT_EQ(output_.out + output_.err, "");
-  EXPECT_EQ(sch_cli_define_job(session_, "show clock\nx\n", 13, "backup", kLocalUser, nullptr), 0u);
-  auto sent = requests();
-  EXPECT_EQ(sent.at(0), image(56, {{0, 0}, {4, 48}}, {{16, "backup"}}));
-  EXPECT_EQ(sent.at(1), image(56, {{0, 2}, {4, 48}, {8, 1}}, {{16, "backup"}}));
-  EXPECT_EQ(sent.at(2), image(56, {{0, 0}, {4, 48}}, {{16, std::string(31, 'j')}}));  // cut, terminated
-  EXPECT_EQ(sent.at(3), image(69, {{0, 1}, {4, 61}, {52, 13}}, {{16, "backup"}, {56, "show clock\nx\n"}}));
-  EXPECT_EQ(services().at(0), std::make_pair(5950u, 3u));
-}
-
 TEST_F(JobCommands, RefusalsAndFailures) {
   EXPECT_EQ(run(sch_cli_create_delete_job, {"_backup"}), 255u);
   EXPECT_EQ(output_.err, kInvalidName);
@@ -89,20 +75,6 @@ TEST_F(JobCommands, CommandsPastTheLimitAreDroppedAndTheRestIsSent) {
   }
   EXPECT_EQ(split((text + "; zz").c_str()), expected + " zz\n");
   EXPECT_EQ(output_.err, "Cannot add more lines, buffer size 8192\nCannot add more lines, buffer size 8192\n");
-}
-
-TEST(CommandBuffer, GrowsBeforeAnyByteLandsPastItsEnd) {
-  int used = 1000, capacity = 1024;
-  char *buffer = static_cast<char *>(std::calloc(1, 1024));
-  // The command fills the buffer exactly: its newline needs the next step.
-  ASSERT_EQ(sch_add_cmd_to_data_buf(&buffer, &used, &capacity, 24, std::string(24, 'y').c_str()), 0);
-  EXPECT_EQ(capacity, 2048);
-  // Longer than one step.
-  ASSERT_EQ(sch_add_cmd_to_data_buf(&buffer, &used, &capacity, 3000, std::string(3000, 'c').c_str()), 0);
-  EXPECT_EQ(used, 4026);
-  EXPECT_EQ(capacity, 4096);
-  EXPECT_EQ(std::string(buffer + 1000, 3026), std::string(24, 'y') + "\n" + std::string(3000, 'c') + "\n");
-  std::free(buffer);
 }
 
 }  // namespace

@@ -35,20 +35,6 @@ std::string column(const std::string &name) { return name + std::string(32 - nam
 using ShowJobs = CliTest;
 using ShowSchedules = CliTest;
 
-TEST_F(ShowJobs, WalkEchoesTheCursorUntilAnEmptyReply) {
-  answer(0, job_reply("backup", 7, "show clock\ncopy run start\n"));
-  answer(0, job_reply(std::string(32, 'n'), 9, ""));  // a name that fills its field
-  EXPECT_EQ(run(sch_cli_show_jobs, {}), 0);
-  EXPECT_EQ(output_.out, "Job Name: backup\n" + std::string(16, '-') + "\nshow clock\ncopy run start\n" + kRule +
-                             "Job Name: " + std::string(32, 'n') + "\n" + std::string(42, '-') + "\n" + kRule);
-  auto sent = requests();
-  EXPECT_EQ(sent.size(), 3u);
-  EXPECT_EQ(services().at(0), std::make_pair(5951u, 2u));
-  EXPECT_EQ(sent.at(0), image(48, {{0, 7}, {4, 40}, {44, ~0u}}));
-  EXPECT_EQ(sent.at(1), image(48, {{0, 7}, {4, 40}, {44, 7}}));
-  EXPECT_EQ(sent.at(2), image(48, {{0, 7}, {4, 40}, {44, 9}}));
-}
-
 TEST_F(ShowJobs, NamedEntryEmptyListFailureAndShortReplies) {
   answer(0, job_reply("backup", 7, "x\n"));
   answer(0, job_reply("other", 8, "y\n"));
@@ -67,12 +53,6 @@ TEST_F(ShowJobs, NamedEntryEmptyListFailureAndShortReplies) {
     EXPECT_EQ(run(sch_cli_show_jobs, {}), 1);
     EXPECT_EQ(output_.out + output_.err, error_line("Error", CMI_ERR_LENGTH));
   }
-}
-
-TEST_F(ShowJobs, NegativeTextLengthIsAcceptedAndShowsNoText) {
-  answer(0, image(46, {{32, 3}, {40, ~0u}}, {{0, "neg"}, {44, "xy"}}));
-  EXPECT_EQ(run(sch_cli_show_jobs, {"neg"}), 0);
-  EXPECT_EQ(output_.out + output_.err, "Job Name: neg\n" + std::string(13, '-') + "\n" + kRule);
 }
 
 TEST_F(ShowSchedules, NeverRunAndRunSchedules) {
@@ -99,14 +79,6 @@ TEST_F(ShowSchedules, NeverRunAndRunSchedules) {
                 "Run on every 28 of every month at 10 Hrs 0 Mins\n" + ran + "Execution count     : 3\n" + kHeading +
                 "              No jobs assigned to schedule\n" + kRule);  // fourteen blanks
   EXPECT_EQ(requests().at(1), image(48, {{0, 6}, {4, 40}, {44, 0x10}}));
-}
-
-TEST_F(ShowSchedules, NamedRepeatShowsItsStart) {
-  answer(0, schedule_reply("r", {.type = 7, .hour = 2, .day_of_week = 1, .minute = 3, .start_time = 1907749800}));
-  EXPECT_EQ(run(sch_cli_show_schedules, {"r"}), 0);
-  EXPECT_NE(output_.out.find("Run every 1 Days 2 Hrs 3 Mins\nStart Time          : Sat Jun 15 10:30:00 2030\n"),
-            std::string::npos);
-  EXPECT_EQ(requests(), std::vector<Bytes>{image(48, {{0, 6}, {4, 40}, {44, ~0u}}, {{12, "r"}})});
 }
 
 TEST_F(ShowSchedules, FailuresAndBrokenRepliesEndTheWalk) {

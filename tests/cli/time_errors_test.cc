@@ -5,12 +5,6 @@
 
 namespace {
 
-TEST(NameCheck, AlphanumericStartThenWordCharacters) {
-  for (const char *name : {"a", "9", "a_-9", "backup-2_daily"}) EXPECT_EQ(sch_cli_check_name(name), 1) << name;
-  for (const char *name : {"", "_a", "-a", "a.b", "a b", "a\n", "a;b"}) EXPECT_EQ(sch_cli_check_name(name), 0) << name;
-  EXPECT_EQ(sch_cli_check_name(nullptr), 0);
-}
-
 TEST(NameCheck, ConfigWordIsAsciiAndEndsInsideItsField) {
   for (const char *name : {"a", "9", "a_-9", "Z", "backup-2_daily"}) EXPECT_EQ(sch_name_is_config_word(name), 1) << name;
   for (const char *name : {"", "_a", "-a", "a.b", "a b", "a\n", "a;b", "caf\xc3\xa9", "\xe9t\xe9", "a{", "a`"}) {

@@ -94,32 +94,6 @@ TEST_F(ShowConfig, WholeConfigurationInOrder) {
   EXPECT_EQ(sent[8].bytes, image(48, {{0, 6}, {4, 40}, {44, 0x20}}));
 }
 
-TEST_F(ShowConfig, NoJobsOrSchedulesEndsAfterTheCredentials) {
-  daemon_.answer(0, image(4, {{0, 1023}}));
-  daemon_.answer(0, transport("", "", "mail", 2525));
-  daemon_.answer(0, users({{"rita", "ENC"}}));
-  EXPECT_EQ(run(sch_cli_show_config), 0);
-  EXPECT_EQ(out_,
-            "config terminal\n  feature scheduler\n  scheduler logfile size 0\n"
-            "  scheduler transport email smtp-server mail port 2525\nend\n\n"
-            "config terminal\nscheduler aaa-authentication username rita password 7 ENC\nend\n\n");
-  auto traces = sch::testing::trace_texts();
-  EXPECT_EQ(std::count(traces.begin(), traces.end(), "nothing to show"), 2);
-  EXPECT_EQ(traces.back(), "successful run");
-}
-
-TEST_F(ShowConfig, ParameterCountOneStopsAfterOneItem) {
-  for (Bytes reply : {image(4, {{0, 16384}}), Bytes{}, users({}), job("a", 1, ""), schedule("s", {.type = 2})}) {
-    daemon_.answer(0, reply);
-  }
-  Command command(daemon_.session());
-  EXPECT_EQ(run(sch_cli_show_config, command.text("x")), 0);
-  EXPECT_EQ(requests().size(), 5u);
-  // No transport and no users print nothing; type 2 has no time line.
-  EXPECT_EQ(out_.substr(out_.find("end\n\n")), "end\n\nconfig terminal\n scheduler job name a\nend\n\n"
-                                               "config terminal\n  scheduler schedule name s\n    end\n\n");
-}
-
 TEST_F(ShowConfig, EachPieceReportsItsOwnFailure) {
   daemon_.answer(CMI_ERR_TIMEOUT);
   daemon_.answer(0, Bytes(711, 0));

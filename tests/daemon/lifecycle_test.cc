@@ -43,21 +43,6 @@ TEST_F(DaemonLifecycle, DetachedStartReturnsOnceServingAndSigtermEndsCleanly) {
   EXPECT_NE(text.find("stopped with 0 tracked blocks in use"), std::string::npos) << text;
 }
 
-TEST_F(DaemonLifecycle, ForegroundDaemonServesUntilSigint) {
-  std::vector<std::string> arguments = directories();
-  arguments.push_back("--foreground");
-  int error_fd = -1;
-  pid_t daemon = spawn(arguments, &error_fd);
-  // A fresh daemon has the scheduler feature off.
-  for (int tries = 0; tries < 2000 && credential_list().status != SCH_STATUS_FEATURE_DISABLED; tries++) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  EXPECT_TRUE(answered(credential_list(), SCH_STATUS_FEATURE_DISABLED));
-  kill(daemon, SIGINT);
-  EXPECT_EQ(wait_for_exit(daemon), 0);
-  EXPECT_NE(read_all(error_fd).find("serving on " + socket_path()), std::string::npos);
-}
-
 TEST_F(DaemonLifecycle, SecondDaemonOnTheSameDirectoriesIsRefused) {
   start_or_fail({"--enable-feature"});  // on from the start: no request needed
   Exit second = run_schedd(directories());
@@ -66,14 +51,6 @@ TEST_F(DaemonLifecycle, SecondDaemonOnTheSameDirectoriesIsRefused) {
             std::string::npos)
       << second.error_output;
   EXPECT_TRUE(answered(configure(job_request(SCH_REQ_CREATE_JOB, "still-served")), 0));
-}
-
-TEST_F(DaemonLifecycle, DaemonKilledOutrightKeepsEveryAcknowledgedChange) {
-  start_or_fail();
-  configure_some();
-  ASSERT_EQ(stop(SIGKILL), -1);
-  start_or_fail();  // over the stale socket and the released lock
-  expect_configured();
 }
 
 TEST_F(DaemonLifecycle, StartsThatCannotWorkAreRefusedWithTheReason) {
@@ -96,19 +73,6 @@ TEST_F(DaemonLifecycle, StartsThatCannotWorkAreRefusedWithTheReason) {
     EXPECT_EQ(refused.code, 2) << wrong[0];
     EXPECT_NE(refused.error_output.find("--help"), std::string::npos) << refused.error_output;
   }
-}
-
-TEST_F(DaemonLifecycle, StandbyShowsNothingAndRefusesChanges) {
-  start_or_fail();
-  configure_some();
-  ASSERT_EQ(stop(), 0);
-  start_or_fail({"--standby"});
-  EXPECT_TRUE(job_names().empty()) << "a standby restores nothing";
-  EXPECT_TRUE(answered(configure(job_request(SCH_REQ_CREATE_JOB, "j")), SCH_STATUS_STANDBY));
-  EXPECT_TRUE(answered(configure(credential_request(SCH_CREDENTIAL_FETCH, "bob")), 0));
-  ASSERT_EQ(stop(), 0);
-  start_or_fail();
-  expect_configured();
 }
 
 }  // namespace

@@ -60,45 +60,6 @@ int dispatch(StoredRecord record) {
 
 using ConfigEntry = DatabaseTest;
 
-TEST_F(ConfigEntry, RebuildsSchedulesAndJobsFromStoredRecords) {
-  EXPECT_EQ(dispatch(schedule_record("nightly", 0x5)), 0);
-  EXPECT_EQ(dispatch(job_header_record("backup", 2, 1025)), 0);
-  EXPECT_EQ(dispatch(job_fragment_record("backup", 1, std::string(1024, 'a'))), 0);
-  EXPECT_EQ(dispatch(job_fragment_record("backup", 2, "b")), 0);
-
-  sch_schedule_entry *schedule = nullptr;
-  sch_find_schedule(&sch_running_config, "nightly", &schedule);
-  ASSERT_NE(schedule, nullptr);
-  EXPECT_EQ(schedule->value->jobs[0], 0x5u);
-  EXPECT_EQ(schedule->value->time.minute, 30);
-
-  sch_job_slot *job = nullptr;
-  ASSERT_EQ(sch_find_job(&sch_running_config, "backup", &job), 2);
-  EXPECT_EQ(job->header->length, 1025u);
-  std::string text(1027, '\0');
-  sch_concat_fragments(job->fragments, text.data(), 1025);
-  EXPECT_EQ(text.substr(0, 1025), std::string(1024, 'a') + "b");
-}
-
-TEST_F(ConfigEntry, ShortOrLongValuesAreZeroFilledOrCut) {
-  StoredRecord record = schedule_record("cut", 0xFFFFFFFF);
-  record.value.resize(12);  // only the reserved words and the first bit word
-  EXPECT_EQ(dispatch(record), 0);
-  record = job_header_record("long", 1, 3);
-  record.value.resize(40, 0xEE);
-  EXPECT_EQ(dispatch(record), 0);
-
-  sch_schedule_entry *schedule = nullptr;
-  sch_find_schedule(&sch_running_config, "cut", &schedule);
-  ASSERT_NE(schedule, nullptr);
-  EXPECT_EQ(schedule->value->jobs[0], 0xFFFFFFFFu);
-  EXPECT_EQ(schedule->value->jobs[1], 0u);
-  EXPECT_EQ(schedule->value->time.type, 0);
-  sch_job_slot *job = nullptr;
-  ASSERT_EQ(sch_find_job(&sch_running_config, "long", &job), 1);
-  EXPECT_EQ(job->header->length, 3u);
-}
-
 // A damaged store may claim more text than its fragments hold: reassembly, which trusts the
 // header's length, must stay inside the buffers and read zeros past the stored bytes.
 TEST_F(ConfigEntry, FragmentsShorterThanTheHeaderSaysAreReadAsZeros) {

@@ -36,22 +36,4 @@ TEST(SyslogCatalogue, FacilityAndMessagesAreAsPublished) {
   EXPECT_STREQ(syslog_msg_SCH_SYSLOG_FILE_ERR.format, "<<%%%s-%d-SCH_SYSLOG_FILE_ERR>> %s Error:%s");
 }
 
-TEST(SyserrLog, DecodesTypeScaledFacilityAndNumber) {
-  clear_traces();
-  sch_syserr_log(103, 0xC0012345);
-  auto traces = recorded_traces();
-  ASSERT_EQ(traces.size(), 1u);
-  EXPECT_EQ(traces[0].level, 103);
-  EXPECT_EQ(traces[0].text, "Syserr - type:3 facility:8 number:837");
-  sch_syserr_log(100, 0x80480011);
-  EXPECT_EQ(recorded_traces().back().text, "Syserr - type:2 facility:576 number:17");
-}
-
-TEST(Trace, LongTextIsCutToTheBuffer) {
-  clear_traces();
-  std::string long_text(700, 'x');
-  sch::trace(103, "%s", long_text.c_str());
-  EXPECT_EQ(recorded_traces().back().text, std::string(511, 'x'));
-}
-
 }  // namespace

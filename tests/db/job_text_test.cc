@@ -40,22 +40,6 @@ std::string concat(GList *list, int length, bool for_display = false) {
   return out.substr(0, static_cast<size_t>(length));
 }
 
-TEST(JobText, ReassemblesAcrossFragmentBoundaries) {
-  for (size_t length : {1u, 1023u, 1024u, 1025u, 2048u, 2049u, 8182u}) {
-    std::string text = text_of(length);
-    Fragments fragments(text);
-    EXPECT_EQ(concat(fragments.list, static_cast<int>(length)), text) << length;
-  }
-}
-
-TEST(JobText, CopiesNothingForZeroLengthOrAnEmptyList) {
-  std::string buffer(8, 'z');
-  EXPECT_EQ(sch_concat_fragments(nullptr, buffer.data(), 5), 0);
-  Fragments fragments("abc");
-  EXPECT_EQ(sch_concat_fragments(fragments.list, buffer.data(), 0), 0);
-  EXPECT_EQ(buffer, std::string(8, 'z'));
-}
-
 TEST(JobText, AFragmentShorterThanTheLengthSaysIsNotReadPast) {
   // A damaged store: the header promises 1500 bytes, the second fragment holds 10.
   Fragments fragments(text_of(1034));
@@ -65,36 +49,9 @@ TEST(JobText, AFragmentShorterThanTheLengthSaysIsNotReadPast) {
   EXPECT_EQ(buffer[1034], '#');
 }
 
-TEST(JobText, AListShorterThanTheLengthStopsEarlyWithoutError) {
-  Fragments fragments(text_of(2048));
-  std::string buffer(3074, '\0');
-  EXPECT_EQ(sch_concat_fragments(fragments.list, buffer.data(), 3000), 0);
-  EXPECT_EQ(buffer.substr(0, 2048), text_of(2048));
-  EXPECT_EQ(buffer[2048], '\0');
-}
-
 TEST(JobText, DisplayKeepsTheLastNewlineOfTheText) {
   Fragments fragments(std::string("a\nb\n"));
   EXPECT_EQ(concat(fragments.list, 4, true), "a;b\n");
-}
-
-TEST(JobText, DisplayKeepsANewlineThatEndsAFullFragment) {
-  std::string text = std::string(1023, 'x') + "\n" + "y\nz";
-  Fragments fragments(text);
-  std::string shown = concat(fragments.list, static_cast<int>(text.size()), true);
-  EXPECT_EQ(shown[1023], '\n');
-  EXPECT_EQ(shown.substr(1024), "y;z");
-}
-
-TEST(JobText, NewlineReplacementLeavesTheLastByteAndShortRanges) {
-  std::string one = "\n";
-  sch_replace_newline_with_semicolon(one.data(), 1);
-  EXPECT_EQ(one, "\n");
-  std::string many = "\n\n\n";
-  sch_replace_newline_with_semicolon(many.data(), 3);
-  EXPECT_EQ(many, ";;\n");
-  sch_replace_newline_with_semicolon(many.data(), 0);
-  EXPECT_EQ(many, ";;\n");
 }
 
 }  // namespace

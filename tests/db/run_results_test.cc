@@ -19,15 +19,6 @@ sch_runtime_job_status *result_for(uint32_t job_id) {
   return entry;
 }
 
-void occupy(uint32_t id, const char *name) {
-  auto *key = static_cast<sch_config_key *>(sch_malloc_check(sizeof(sch_config_key), 5, 0, "t"));
-  std::strcpy(key->name, name);
-  auto *header = static_cast<sch_job_header *>(sch_malloc_check(sizeof(sch_job_header), 6, 0, "t"));
-  header->job_id = id;
-  sch_job_slot *slot = nullptr;
-  ASSERT_EQ(sch_add_job_hdr(&sch_running_config, key, header, &slot), 0);
-}
-
 bool traced_at(int level, const std::string &text) {
   auto traces = recorded_traces();
   return std::any_of(traces.begin(), traces.end(),
@@ -35,16 +26,6 @@ bool traced_at(int level, const std::string &text) {
 }
 
 using RunResults = DatabaseTest;
-
-TEST_F(RunResults, AppendInArrivalOrderCountingFromOne) {
-  occupy(255, "last");
-  sch_runtime_job_status *first = result_for(255);
-  EXPECT_EQ(sch_add_runtime_job_status_entry(&sch_running_config, first), 0);
-  EXPECT_TRUE(traced_at(102, "adding status # 1 for job last"));
-  EXPECT_EQ(sch_add_runtime_job_status_entry(&sch_running_config, result_for(255)), 0);
-  EXPECT_TRUE(traced_at(102, "adding status # 2 for job last"));
-  EXPECT_EQ(g_list_first(sch_job_list[255].run_results)->data, first);
-}
 
 TEST_F(RunResults, RefusedEntriesAreReleased) {
   EXPECT_EQ(sch_add_runtime_job_status_entry(&sch_running_config, result_for(256)), -1);

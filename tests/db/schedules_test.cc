@@ -25,17 +25,6 @@ bool traced(const std::string &text) {
 
 using Schedules = DatabaseTest;
 
-TEST_F(Schedules, EntryThatCannotBeAllocatedLeavesTheListAlone) {
-  auto *key = static_cast<sch_config_key *>(sch_malloc_check(sizeof(sch_config_key), 14, 0, "t"));
-  auto *value = static_cast<sch_schedule_record *>(sch_malloc_check(sizeof(sch_schedule_record), 14, 0, "t"));
-  mtrack_fail_nth(1, 14, 0);
-  sch_schedule_entry *entry = nullptr;
-  EXPECT_EQ(sch_add_schedule_entry(&sch_running_config, key, value, &entry), -1);
-  EXPECT_EQ(sch_schedule_list, nullptr);
-  mtrack_free(key);
-  mtrack_free(value);
-}
-
 using ScheduleEmail = DatabaseTest;
 
 TEST_F(ScheduleEmail, TenAddressesFillTheSlotsAndTheEleventhIsRefused) {

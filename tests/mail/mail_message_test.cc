@@ -61,25 +61,10 @@ TEST(MailHeaders, DefaultSenderFallsBackWhenTheHostNameIsNoDomain) {
   EXPECT_EQ(make_message_id(5, 0xabc, "sw1"), "5.0000000000000abc@sw1");
 }
 
-TEST(MailBody, LinesEndInCrlfAndADotLineIsLeftForTheTransportToStuff) {
-  EXPECT_EQ(body_text("a\n.\nb", false, 100), "a\r\n.\r\nb\r\n");
-  EXPECT_EQ(body_text("a\r\nb\rc\n", false, 100), "a\r\nb\r\nc\r\n");
-  EXPECT_EQ(body_text("", false, 100), "");
-  EXPECT_EQ(body_text("", true, 100), std::string(kOutputCutMarker) + "\r\n");
-}
-
 TEST(MailBody, NulAndInvalidUtf8BecomeReplacementCharacters) {
   EXPECT_EQ(body_text(std::string("a\0b", 3), false, 100), "a\xEF\xBF\xBD" "b\r\n");
   EXPECT_EQ(body_text("\xC3\xA4 \xFF \xC0\x80 \xED\xA0\x80", false, 100),
             "\xC3\xA4 \xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\r\n");
-}
-
-TEST(MailBody, LongLinesBreakAtTheLimitWithoutSplittingACharacter) {
-  std::string ascii(2500, 'x');
-  EXPECT_EQ(body_text(ascii, false, 10000), std::string(998, 'x') + "\r\n" + std::string(998, 'x') + "\r\n" +
-                                                std::string(504, 'x') + "\r\n");
-  std::string wide = std::string(997, 'y') + "\xC3\xA4";  // the two-byte character does not fit on line one
-  EXPECT_EQ(body_text(wide, false, 10000), std::string(997, 'y') + "\r\n\xC3\xA4\r\n");
 }
 
 TEST(MailBody, OutputIsBoundedWithAMarkerWhereCut) {
@@ -103,14 +88,6 @@ TEST(MailCompose, RefusesBadSenderReplyToAndEmptyRecipients) {
   addressing.recipients.clear();
   EXPECT_FALSE(compose(run, addressing, "sw1", "1.2@sw1", {}, &message, &error));
   EXPECT_EQ(message, "unchanged");
-}
-
-TEST(MailCompose, RecipientsAreDedupedAndInvalidOnesKeptForReporting) {
-  Addressing addressing;
-  std::vector<std::string> rejected;
-  sort_recipients({"a@x.org", "bad\r\n@x.org", "b@x.org", "a@x.org"}, &addressing, &rejected);
-  EXPECT_EQ(addressing.recipients, (std::vector<std::string>{"a@x.org", "b@x.org"}));
-  EXPECT_EQ(rejected, (std::vector<std::string>{"bad\r\n@x.org"}));
 }
 
 TEST(MailCompose, AFailedRunNamesItsReasonOrTheSignalThatEndedIt) {

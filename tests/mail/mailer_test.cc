@@ -285,22 +285,6 @@ TEST_F(MailerTest, StartTlsIsUsedAndTheCertificateIsVerified) {
   EXPECT_EQ(read_file(spool_ / "1.env"), "from sched@sw1.example.net\nto ops@example.com\ntls yes\n");
 }
 
-TEST_F(MailerTest, AnExistingVrfIsBoundAndAMissingOneIsSaidOnce) {
-  SmtpServer server(spool_, {});
-  start();
-  MailRequest mail = request(server.port());
-  mail.transport.vrf = "lo";
-  ASSERT_TRUE(mailer_->submit(mail));
-  mail.transport.vrf = "novrf0";
-  ASSERT_TRUE(mailer_->submit(mail));
-  ASSERT_TRUE(mailer_->submit(mail));
-  ASSERT_TRUE(wait_results(3));
-  for (const MailResult &result : results_) EXPECT_EQ(result.outcome, MailOutcome::delivered) << result.detail;
-  auto lines = log_matching("VRF");
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0], "%SCHEDULER-4-SCH_WARN>> mail: no network device for VRF novrf0, using the default routing");
-}
-
 TEST_F(MailerTest, AFullQueueDropsTheOldestAndStopDoesNotWaitForRetries) {
   settings_.retry_delays = {std::chrono::hours(1)};
   settings_.max_queued_messages = 3;

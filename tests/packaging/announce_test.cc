@@ -163,35 +163,4 @@ TEST_F(DaemonAnnounceTest, ReadyOnlyOnceItServesThenStoppingAndTheLinesOfBoth) {
   }
 }
 
-TEST_F(DaemonAnnounceTest, ALoggingLevelBelowNoticeSilencesStartAndStop) {
-  ASSERT_NO_FATAL_FAILURE(start());
-  ASSERT_EQ(notification().substr(0, 8), "READY=1\n");
-  cmi_session *session = cmi_session_open((runtime_dir() + "/" CMI_SOCKET_NAME).c_str());
-  ASSERT_NE(session, nullptr);
-  EXPECT_EQ(acfg_request_logging_level(session, "scheduler", 4), 0u);
-  cmi_session_close(session);
-  int status = -1;
-  std::string errors = stop(&status);
-  EXPECT_NE(errors.find("SCHEDD_START"), std::string::npos) << "the level was the default at start";
-  EXPECT_EQ(errors.find("SCHEDD_STOP"), std::string::npos) << errors;
-  EXPECT_EQ(notification(), "STOPPING=1");
-
-  // The kept level is in force from the start of the next run.
-  ASSERT_NO_FATAL_FAILURE(start());
-  ASSERT_EQ(notification().substr(0, 8), "READY=1\n");
-  errors = stop(&status);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(errors.find("SCHEDD_"), std::string::npos) << errors;
-}
-
-TEST_F(DaemonAnnounceTest, LinesAreNotCopiedWhenStandardErrorIsTheJournal) {
-  ASSERT_NO_FATAL_FAILURE(start(/*journal=*/true));
-  ASSERT_EQ(notification().substr(0, 8), "READY=1\n");
-  int status = -1;
-  std::string errors = stop(&status);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(errors.find("SCHEDD_"), std::string::npos) << errors;
-  EXPECT_NE(errors.find("schedd: serving on"), std::string::npos) << errors;
-}
-
 }  // namespace

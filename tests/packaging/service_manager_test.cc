@@ -54,18 +54,6 @@ class ServiceManagerTest : public testing::Test {
   std::filesystem::path directory_ = temp_.path();
 };
 
-TEST_F(ServiceManagerTest, DeliversTheStateToAPathOrAnAbstractName) {
-  std::string path = (directory_ / "notify").string();
-  std::string abstract = "@schedd-notify-test-" + std::to_string(getpid());
-  for (const std::string &address : {path, abstract}) {
-    Manager manager(address);
-    ASSERT_TRUE(manager.ok()) << address;
-    setenv("NOTIFY_SOCKET", address.c_str(), 1);
-    EXPECT_TRUE(schedd::notify_service_manager("READY=1\nSTATUS=Serving on /run/x.sock")) << address;
-    EXPECT_EQ(manager.received(), "READY=1\nSTATUS=Serving on /run/x.sock") << address;
-  }
-}
-
 TEST_F(ServiceManagerTest, WithoutAManagerNothingIsSentAndNothingFails) {
   unsetenv("NOTIFY_SOCKET");
   EXPECT_TRUE(schedd::notify_service_manager("READY=1"));

@@ -78,18 +78,6 @@ TEST_F(Type7, RoundTripsAnyPasswordUpTo64BytesInPrintableFixedText) {
   EXPECT_EQ(encrypt(std::string(65, 'x'), SECRETS_ERR_TOO_LONG), "");
 }
 
-TEST_F(Type7, KeyIsMadeOnFirstUseAndKept) {
-  std::string well_formed = "AQ" + std::string(SECRETS_TYPE7_MAX_TEXT - 2, 'A');  // format byte 1, zeros
-  EXPECT_EQ(refusal(well_formed), SECRETS_ERR_NO_KEY) << "decryption makes no key";
-  std::string text = encrypt("s3cret");
-  struct stat key_file;
-  ASSERT_EQ(stat(key_.c_str(), &key_file), 0);
-  EXPECT_EQ(key_file.st_mode & 07777, 0600u) << "the daemon alone reads the key";
-  EXPECT_EQ(key_file.st_size, 32);
-  encrypt("again");
-  EXPECT_EQ(decrypt(text), "s3cret") << "the key was kept, not made again";
-}
-
 TEST_F(Type7, RefusesChangedCutForeignAndGarbledText) {
   std::string text = encrypt("s3cret");
   std::string changed = text;

@@ -36,29 +36,4 @@ TEST(FileSync, SyncsAFileAndTheDirectoryThatNamesItOrReportsTheError) {
   EXPECT_EQ(file_sync_directory_of((file + "/f").c_str()), ENOTDIR);
 }
 
-TEST(FileWriteAll, WritesEveryByteOrReportsTheError) {
-  int pipe_fds[2];
-  ASSERT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
-  // More than a pipe holds: the reader drains it while the write goes on.
-  std::string sent(300 * 1024, 'x');
-  for (size_t i = 0; i < sent.size(); i += 4093) sent[i] = static_cast<char>('a' + i % 26);
-  std::string received;
-  std::thread reader([&] {
-    char chunk[8192];
-    for (ssize_t got; (got = read(pipe_fds[0], chunk, sizeof chunk)) > 0;) received.append(chunk, static_cast<size_t>(got));
-  });
-  EXPECT_EQ(file_write_all(pipe_fds[1], sent.data(), sent.size()), 0);
-  close(pipe_fds[1]);
-  reader.join();
-  close(pipe_fds[0]);
-  EXPECT_EQ(received, sent);
-
-  int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  ASSERT_GE(full, 0);
-  EXPECT_EQ(file_write_all(full, "x", 1), ENOSPC);
-  EXPECT_EQ(file_write_all(full, "", 0), 0) << "nothing to write is no write";
-  close(full);
-  EXPECT_EQ(file_write_all(-1, "x", 1), EBADF);
-}
-
 }  // namespace

@@ -23,22 +23,6 @@ int by_value(const void *element, const void *key) {
   return static_cast<const Element *>(element)->value == *static_cast<const int *>(key) ? 0 : 1;
 }
 
-TEST(Queue, KeepsFifoOrderAndAnEmptyHeaderIsAllZero) {
-  queue_header queue{};
-  Element a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3};
-  EXPECT_EQ(peek_head(&queue), nullptr);
-  EXPECT_EQ(dequeue_head(&queue), nullptr);
-  enqueue_tail(&queue, &a);
-  enqueue_tail(&queue, &b);
-  enqueue_tail(&queue, &c);
-  EXPECT_EQ(peek_head(&queue), &a);
-  EXPECT_EQ(queue.count, 3u);
-  EXPECT_EQ(drain(&queue), (std::vector<int>{1, 2, 3}));
-  EXPECT_EQ(queue.head, nullptr);
-  EXPECT_EQ(queue.tail, nullptr);
-  EXPECT_EQ(queue.count, 0u);
-}
-
 TEST(Queue, SearchUnlinksHeadMiddleAndTailKeepingTheRestLinked) {
   for (int victim : {1, 2, 3}) {
     queue_header queue{};
@@ -60,19 +44,6 @@ TEST(Queue, SearchUnlinksHeadMiddleAndTailKeepingTheRestLinked) {
   queue_header empty{};
   int missing = 9;
   EXPECT_EQ(search_and_dequeue_elem(&empty, by_value, &missing), nullptr);
-}
-
-TEST(Bitset, WalksSetBitsInOrderAcrossWords) {
-  uint32_t words[8] = {};
-  for (int bit : {0, 31, 32, 100, 255}) words[bit / 32] |= 1u << (bit % 32);
-  std::vector<int> seen;
-  for (int bit = bitset_next_bit(words, 256, -1); bit != -1; bit = bitset_next_bit(words, 256, bit)) {
-    seen.push_back(bit);
-  }
-  EXPECT_EQ(seen, (std::vector<int>{0, 31, 32, 100, 255}));
-  EXPECT_EQ(bitset_next_bit(words, 100, 32), -1) << "bits at or beyond the count are not reported";
-  uint32_t none[8] = {};
-  EXPECT_EQ(bitset_next_bit(none, 256, -1), -1);
 }
 
 }  // namespace

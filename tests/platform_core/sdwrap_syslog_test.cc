@@ -23,18 +23,6 @@ std::vector<std::string> history_texts() {
   return texts;
 }
 
-TEST(History, KeepsTheLatestRecordsOldestFirst) {
-  sdwrap_sys_clean(nullptr);
-  for (int i = 0; i < SDWRAP_HISTORY_EVENTS + 5; i++) {
-    std::string text = std::to_string(i);
-    sdwrap_hist_event(1, text.data(), text.size());
-  }
-  auto texts = history_texts();
-  ASSERT_EQ(texts.size(), static_cast<size_t>(SDWRAP_HISTORY_EVENTS));
-  EXPECT_EQ(texts.front(), "5");
-  EXPECT_EQ(texts.back(), std::to_string(SDWRAP_HISTORY_EVENTS + 4));
-}
-
 TEST(History, CutsLongRecordsAndDumpsSchedulerRecordsAsText) {
   sdwrap_sys_clean(nullptr);
   std::string huge(SDWRAP_HISTORY_RECORD * 2, 'h');

@@ -29,25 +29,6 @@ class RequestReply : public SocketTest {
   }
 };
 
-TEST_F(RequestReply, DeliversRequestAndHandsBackReplyAndStatus) {
-  Server server(path_, [](int connection) {
-    TakenRequest request(connection);
-    EXPECT_EQ(request.service, 5950u);
-    EXPECT_EQ(request.opcode, 3u);
-    Bytes reversed(static_cast<uint8_t *>(request.payload), static_cast<uint8_t *>(request.payload) + request.length);
-    std::reverse(reversed.begin(), reversed.end());
-    uint32_t status = reversed.size() == 1 ? 0x40bd0002u : 0;
-    EXPECT_EQ(cmi_server_reply(connection, request.token, status, reversed.data(), request.length), 0u);
-  });
-  Bytes reply;
-  EXPECT_EQ(call({1, 2, 3, 4, 5}, &reply), 0u);
-  EXPECT_EQ(reply, (Bytes{5, 4, 3, 2, 1}));
-  // The daemon's status is the call's result, and its payload still arrives.
-  EXPECT_EQ(call({9}, &reply), 0x40bd0002u);
-  EXPECT_EQ(reply, Bytes{9});
-  EXPECT_EQ(call({}, &reply), 0u) << "an empty reply is no buffer";
-}
-
 TEST_F(RequestReply, CarriesTheLargestPayloadBothWaysAndRefusesALargerOne) {
   Server server(path_, [](int connection) {
     TakenRequest request(connection);
@@ -61,29 +42,6 @@ TEST_F(RequestReply, CarriesTheLargestPayloadBothWaysAndRefusesALargerOne) {
   EXPECT_EQ(reply, large);
   large.push_back(0);
   EXPECT_EQ(call(large), CMI_ERR_TOO_LARGE);
-}
-
-TEST_F(RequestReply, NoDaemonIsReportedAtOnce) {
-  auto start = Clock::now();
-  EXPECT_EQ(call({1}), CMI_ERR_NO_DAEMON) << "no socket file";
-  {
-    int listen_fd = -1;
-    ASSERT_EQ(cmi_server_listen(path_.c_str(), &listen_fd), 0u);
-    close(listen_fd);  // the file stays behind, as after a crash
-  }
-  EXPECT_EQ(call({1}), CMI_ERR_NO_DAEMON) << "stale socket file";
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
-  EXPECT_STRNE(syserr2str(CMI_ERR_NO_DAEMON), syserr2str(CMI_ERR_TIMEOUT));
-}
-
-TEST_F(RequestReply, SilentDaemonTimesOutWithinTheBound) {
-  Server server(path_, wait_for_hangup);
-  cmi_session_timeout_set(session_, 200);
-  auto start = Clock::now();
-  EXPECT_EQ(call({1}), CMI_ERR_TIMEOUT);
-  auto waited = Clock::now() - start;
-  EXPECT_GE(waited, std::chrono::milliseconds(200));
-  EXPECT_LT(waited, std::chrono::seconds(2));
 }
 
 TEST_F(RequestReply, DaemonClosingMidCallIsReported) {

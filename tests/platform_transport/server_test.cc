@@ -44,68 +44,6 @@ TEST_F(DaemonSocket, ListensOnlyWhereNoLiveServerOrOtherFileIs) {
   EXPECT_EQ(cmi_session_open((directory_ + "/" + std::string(120, 'x')).c_str()), nullptr);
 }
 
-TEST_F(DaemonSocket, BrokenRequestsAreReportedAndServingGoesOn) {
-  ASSERT_EQ(cmi_server_listen(path_.c_str(), &listen_fd_), 0u);
-  int raw = connect_raw(path_);
-  int connection = -1;
-  ASSERT_EQ(cmi_server_accept(listen_fd_, &connection), 0u);
-
-  Bytes bad_version = raw_message({Kind::request, 1, 2, 0, 77, 0}, {1});
-  bad_version[0] = 2;
-  Bytes bad_length = raw_message({Kind::request, 1, 2, 0, 78, 0}, {1, 2});
-  bad_length.pop_back();
-  const std::pair<Bytes, uint32_t> broken[] = {
-      {Bytes(CMI_HEADER_SIZE - 1, 1), CMI_ERR_SHORT},
-      {Bytes(CMI_MAX_MESSAGE + 1, 1), CMI_ERR_TOO_LARGE},
-      {bad_version, CMI_ERR_VERSION},
-      {raw_message({Kind::reply, 1, 2, 0, 79, 0}, {1}), CMI_ERR_KIND},
-      {bad_length, CMI_ERR_LENGTH},
-  };
-  for (const auto &[bytes, status] : broken) send_raw(raw, bytes);
-  send_raw(raw, raw_message({Kind::request, 5950, 3, 0, 80, 0}, {7, 7}));
-
-  for (const auto &[bytes, status] : broken) {
-    cmi_request request{};
-    EXPECT_EQ(cmi_server_receive(connection, &request), status) << syserr2str(status);
-    EXPECT_EQ(request.payload, nullptr);
-    EXPECT_EQ(request.peer.pid, getpid());
-    if (status == CMI_ERR_KIND) {
-      EXPECT_EQ(request.token, 79u) << "kept so that an error can be answered";
-    }
-  }
-  {
-    TakenRequest request(connection);
-    EXPECT_EQ(request.token, 80u);
-    EXPECT_EQ(request.length, 2u);
-    EXPECT_EQ(request.peer.uid, getuid());
-    EXPECT_EQ(request.peer.gid, getgid());
-    EXPECT_EQ(request.peer.pid, getpid());
-  }
-  close(raw);
-  cmi_request request{};
-  EXPECT_EQ(cmi_server_receive(connection, &request), CMI_ERR_CLIENT_CLOSED);
-  EXPECT_EQ(cmi_server_reply(connection, 80, 0, nullptr, 0), CMI_ERR_CLIENT_CLOSED);
-  close(connection);
-
-  // The next client is served as if nothing had happened.
-  uint32_t status = 1;
-  std::thread client([&] {
-    void *reply = nullptr;
-    uint32_t length = 1;
-    uint8_t byte = 5;
-    status = cmi_req_resp(5950, 3, &byte, &reply, &length, "admin", nullptr, 136, session_, 0);
-    std::free(reply);
-  });
-  ASSERT_EQ(cmi_server_accept(listen_fd_, &connection), 0u);
-  {
-    TakenRequest request(connection);
-    EXPECT_EQ(cmi_server_reply(connection, request.token, 0, nullptr, 0), 0u);
-  }
-  client.join();
-  close(connection);
-  EXPECT_EQ(status, 0u);
-}
-
 TEST_F(DaemonSocket, NonBlockingDescriptorsSayNothingIsWaiting) {
   ASSERT_EQ(cmi_server_listen(path_.c_str(), &listen_fd_), 0u);
   fcntl(listen_fd_, F_SETFL, O_NONBLOCK);

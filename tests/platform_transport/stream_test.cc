@@ -39,48 +39,6 @@ class ReplyStream : public SocketTest {
   mts_stream_context context_{};
 };
 
-TEST_F(ReplyStream, DeliversEveryMessageInOrderThenTheEnd) {
-  Server server(path_, [](int connection) {
-    TakenRequest request(connection);
-    EXPECT_EQ(request.length, 48u);
-    for (uint8_t part = 1; part <= 3; part++) {
-      Bytes payload(part * 1000u, part);
-      EXPECT_EQ(cmi_server_stream_send(connection, request.token, payload.data(), payload.size()), 0u);
-    }
-    EXPECT_EQ(cmi_server_stream_end(connection, request.token, 0), 0u);
-  });
-  ASSERT_EQ(open_stream(), 0u);
-  ASSERT_NE(context_.token, 0u);
-  Bytes bytes;
-  for (uint8_t part = 1; part <= 3; part++) {
-    ASSERT_EQ(next(&bytes), 0u);
-    EXPECT_EQ(bytes, Bytes(part * 1000u, part));
-  }
-  EXPECT_EQ(next(&bytes), CMI_STREAM_END);
-  EXPECT_EQ(next(&bytes), CMI_ERR_NO_STREAM) << "the ended stream is gone";
-}
-
-TEST_F(ReplyStream, DaemonStatusEndsTheStream) {
-  int connections = 0;
-  Server server(path_, [&](int connection) {
-    TakenRequest request(connection);
-    if (++connections == 2) {  // a daemon may also refuse a stream with a plain reply
-      cmi_server_reply(connection, request.token, 0x40bd0007u, nullptr, 0);
-      return;
-    }
-    uint8_t entry[8] = {};
-    cmi_server_stream_send(connection, request.token, entry, sizeof entry);
-    cmi_server_stream_end(connection, request.token, 0x40bd000fu);
-  });
-  Bytes bytes;
-  ASSERT_EQ(open_stream(), 0u);
-  ASSERT_EQ(next(&bytes), 0u);
-  EXPECT_EQ(next(&bytes), 0x40bd000fu);
-  ASSERT_EQ(open_stream(), 0u);
-  EXPECT_EQ(next(&bytes), 0x40bd0007u);
-  EXPECT_EQ(next(&bytes), CMI_ERR_NO_STREAM);
-}
-
 TEST_F(ReplyStream, OnlyTheOpenStreamsTokenReceives) {
   Server server(path_, wait_for_hangup);
   cmi_session_timeout_set(session_, 200);

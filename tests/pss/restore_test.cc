@@ -95,54 +95,6 @@ class Restore : public PssTest {
   pss2_handle results_ = 0;
 };
 
-TEST_F(Restore, IntoThePrivateCopyUsersFollowTheCopyButGlobalRecordsAreOverwritten) {
-  build_full_configuration();
-  save_with_writers();
-  forget_memory();
-  // The live records differ from the stored ones before the restore into the private copy.
-  std::strcpy(email_transport_conf.from, "live@example.net");
-  scheduler_enabled = 0;
-  add_job(&sch_running_config, 9, "live-job", "date");
-
-  sch_restore_config_from_pss(&sch_startup_config, config_, 1);
-  EXPECT_STREQ(email_transport_conf.from, "scheduler@example.net");
-  EXPECT_EQ(scheduler_enabled, 1u);
-  EXPECT_EQ(g_list_length(sch_schedule_email_list), 5u) << "the store's email entries join the live list";
-  EXPECT_EQ(sch_uname_acfg_q.count, 2u);
-  EXPECT_EQ(sch_uname_q.count, 0u);
-  EXPECT_EQ(g_list_length(startup_schedule_list), 5u);
-  EXPECT_EQ(sch_schedule_list, nullptr);
-  sch_job_slot *job = nullptr;
-  EXPECT_EQ(sch_find_job(&sch_startup_config, "two-fragments", &job), 2);
-  EXPECT_EQ(sch_find_job(&sch_running_config, "live-job", &job), 9);
-  EXPECT_EQ(sch_find_job(&sch_running_config, "two-fragments", &job), -1);
-}
-
-TEST_F(Restore, ReplyToOfSixtyFourCharactersFillsBothFieldsUnterminated) {
-  std::string address(64, 'r');
-  std::memcpy(email_transport_conf.reply_to, address.data(), 64);
-  ASSERT_EQ(sch_save_email_replyto_conf_to_pss(config_, &email_transport_conf), 0);
-  forget_memory();
-  sch_restore_config_from_pss(&sch_running_config, config_, 0);
-  EXPECT_EQ(std::string(email_transport_conf.reply_to, 64), address);
-  EXPECT_EQ(std::string(email_transport_conf.reply_to_copy, 64), address);
-  EXPECT_EQ(email_transport_conf.smtp_server[0], '\0');
-}
-
-TEST_F(Restore, ConditionZeroReadsDisabledAndAnEmptyStoreRestoresNothing) {
-  sch_restore_config_from_pss(&sch_running_config, config_, 0);
-  sch_restore_db_from_pss(&sch_running_config, results_);
-  EXPECT_TRUE(trace_texts().empty());
-  ASSERT_EQ(sch_save_condition_entry_to_pss(config_, &sch_condition_key, 0), 0);
-  scheduler_enabled = 5;
-  clear_traces();
-  sch_restore_config_from_pss(&sch_running_config, config_, 0);
-  EXPECT_EQ(scheduler_enabled, 0u);
-  auto texts = trace_texts();
-  EXPECT_NE(std::find(texts.begin(), texts.end(), "service DISABLED"), texts.end());
-  EXPECT_NE(std::find(texts.begin(), texts.end(), "got key type 2"), texts.end());
-}
-
 TEST_F(Restore, UnreadableValuesAreSkippedAndUnreadableKeysEndTheWalk) {
   add_schedule(&sch_running_config, "a", tminfo{3, 1, 0, 0, 0, 0, 0, 0, 0, 0}, {});
   add_schedule(&sch_running_config, "b", tminfo{3, 1, 0, 0, 0, 0, 0, 0, 0, 0}, {});

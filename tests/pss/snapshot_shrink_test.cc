@@ -36,19 +36,6 @@ class SnapshotShrink : public PssTest {
   std::vector<std::string> messages_;
 };
 
-TEST_F(SnapshotShrink, SnapshotCopiesRunningIntoStartup) {
-  add_schedule(&sch_running_config, "saved", tminfo{3, 1, 0, 0, 0, 0, 0, 0, 0, 0}, {});
-  sch_save_config_to_pss(&sch_running_config, pss_running);
-  std::string startup = uri_text(sch_pss_startup_uri);
-  ASSERT_EQ(sch_pss_snapshot(uri_text(sch_pss_running_uri).c_str(), startup.c_str()), 0);
-  uint32_t status = 0;
-  pss2_handle copy = pss2_open(startup.c_str(), PSS2_MODE_READ, 0xE0, 0, nullptr, &status);
-  ASSERT_EQ(status, 0u);
-  EXPECT_EQ(all_records(copy), all_records(pss_running));
-  pss2_close(copy);
-  EXPECT_TRUE(messages_.empty());
-}
-
 TEST_F(SnapshotShrink, ASourceThatDoesNotOpenFailsQuietly) {
   EXPECT_EQ(sch_pss_snapshot(path("absent").c_str(), "anywhere"), -1);
   EXPECT_TRUE(messages_.empty());
@@ -77,42 +64,6 @@ TEST_F(SnapshotShrink, AFailedCopyIsTracedLoggedAndLeavesTheOldStartupStore) {
   pss2_close(copy);
 }
 
-TEST_F(SnapshotShrink, NoShrinkAtOrBelowTheLimit) {
-  uint32_t free_space = 0;
-  ASSERT_EQ(pss_free_space(pss_running, &free_space), 0u);
-  uint32_t status = 1;
-  std::string uri = uri_text(sch_pss_running_uri);
-  EXPECT_EQ(sch_verify_pss_shrink(pss_running, uri.c_str(), free_space, &status), pss_running);
-  EXPECT_EQ(status, 0u);
-  EXPECT_TRUE(traced("Freespace " + std::to_string(free_space) + " max size " + std::to_string(free_space) + ". Uri " + uri));
-  EXPECT_TRUE(traced("Free space in " + uri + ": " + std::to_string(free_space) + " status: 0x0 "));
-}
-
-TEST_F(SnapshotShrink, ShrinkAfterManyDeletesReplacesTheHandleAndReducesTheFile) {
-  debug_pss_running = create(uri_text(sch_debug_pss_running_uri));
-  std::vector<sch_job_slot *> jobs;
-  ASSERT_EQ(pss2_batch_begin(pss_running), 0u);
-  for (uint32_t id = 0; id < 200; id++) {
-    jobs.push_back(add_job(&sch_running_config, id, "job" + std::to_string(id), text_of(8182)));
-    sch_save_job_entry_to_pss(pss_running, jobs.back());
-  }
-  ASSERT_EQ(pss2_batch_commit(pss_running), 0u);
-  ASSERT_EQ(pss2_batch_begin(pss_running), 0u);
-  for (sch_job_slot *job : jobs) sch_delete_job_entry_from_pss(pss_running, job);
-  ASSERT_EQ(pss2_batch_commit(pss_running), 0u);
-  std::string uri = uri_text(sch_pss_running_uri);
-  auto before = fs::file_size(uri);
-  pss2_handle old_running = pss_running;
-
-  EXPECT_EQ(sch_pss_shrink(0), 0u);
-  EXPECT_NE(pss_running, 0u);
-  EXPECT_NE(pss_running, old_running);
-  EXPECT_LT(fs::file_size(uri), before / 4);
-  EXPECT_TRUE(traced("Attempted pss shrink on " + uri + ". status: 0x0\n"));
-  // The replaced handle works.
-  EXPECT_EQ(sch_save_condition_entry_to_pss(pss_running, &sch_condition_key, 1), 0);
-}
-
 TEST_F(SnapshotShrink, AFailedShrinkClosesTheStoreToTheDaemonAndStopsThePass) {
   sch_job_slot *job = add_job(&sch_running_config, 1, "big", text_of(8182));
   sch_save_job_entry_to_pss(pss_running_db, job);
@@ -134,13 +85,6 @@ TEST_F(SnapshotShrink, AFailedFreeSpaceQueryStopsThePassWithItsStatus) {
   EXPECT_EQ(pss_running, running);
   EXPECT_TRUE(traced("Freespace 0 max size 0. Uri " + uri_text(sch_pss_running_uri)));
   EXPECT_FALSE(traced("Free space in " + uri_text(sch_pss_running_db_uri) + ": 0 status: 0x0 "));
-}
-
-TEST_F(SnapshotShrink, AClosedDebugStoreEndsThePassWithItsStatus) {
-  EXPECT_EQ(debug_pss_running, 0u);
-  uint32_t status = sch_pss_shrink(0xFFFFFFFF);
-  EXPECT_EQ(status, PSS2_ERR_BAD_HANDLE) << "the third store is not open";
-  EXPECT_NE(pss_running, 0u);
 }
 
 }  // namespace

@@ -36,22 +36,6 @@ class Startup : public PssTest {
   }
 };
 
-TEST_F(Startup, UriInitNamesTheFiveStoresUnderTheirPrefixes) {
-  start_platform(true);
-  EXPECT_EQ(sch::pss::uri_text(sch_pss_running_uri), (runtime_dir_ / "scheduler_runtime").string());
-  EXPECT_EQ(sch::pss::uri_text(sch_pss_running_db_uri), (runtime_dir_ / "scheduler_runtime_database").string());
-  EXPECT_EQ(sch::pss::uri_text(sch_debug_pss_running_uri), (runtime_dir_ / "scheduler_debug_runtime").string());
-  EXPECT_EQ(sch::pss::uri_text(sch_pss_startup_uri), (state_dir_ / "startup" / "scheduler_startup").string());
-  EXPECT_EQ(sch::pss::uri_text(sch_debug_pss_startup_uri), (state_dir_ / "debug" / "scheduler_debug_startup").string());
-}
-
-TEST_F(Startup, WithoutPrefixesTheUrisStayAsTheyWere) {
-  std::strcpy(sch_pss_running_uri, "kept");
-  EXPECT_EQ(sch_pss_uri_init(), 0);
-  EXPECT_STREQ(sch_pss_running_uri, "kept");
-  EXPECT_EQ(sch_pss_startup_uri[0], '\0');
-}
-
 TEST_F(Startup, AStoreThatCannotBeHadStopsStartWith66AndASyslogMessage) {
   std::vector<std::string> messages;
   nost_syslog_set_sink([](int, const char *text, void *m) { static_cast<std::vector<std::string> *>(m)->push_back(text); },
@@ -74,25 +58,6 @@ TEST_F(Startup, AStoreThatCannotBeHadStopsStartWith66AndASyslogMessage) {
   EXPECT_EQ(sch_pss_init(), 66);
   EXPECT_TRUE(traced("Cannot open runtime pss at " + running_uri()));
   EXPECT_EQ(pss_running_db, 0u) << "not touched after the first failure";
-  nost_syslog_set_sink(nullptr, nullptr);
-}
-
-TEST_F(Startup, AStoreThatExistsButWillNotOpenForUpdateIsReported) {
-  std::vector<std::string> messages;
-  nost_syslog_set_sink([](int, const char *text, void *m) { static_cast<std::vector<std::string> *>(m)->push_back(text); },
-                       &messages);
-  start_platform(true);
-  pss2_close(create(running_uri()));
-  pss2_fault_set(PSS2_FAULT_OPEN, 2, PSS2_ERR_IO, 0);  // the create is refused as existing, the reopen fails
-  EXPECT_EQ(sch_pss_create(running_uri().c_str(), 1024, 1024, 40), 0u);
-  ASSERT_EQ(messages.size(), 1u);
-  EXPECT_NE(messages[0].find("Purpose:Failed to open PSS %s"), std::string::npos);
-
-  syslog_fac_LOG_SCHEDULER.current_level = 2;  // below the message's severity: silent, still 0
-  pss2_fault_set(PSS2_FAULT_OPEN, 2, PSS2_ERR_IO, 0);
-  EXPECT_EQ(sch_pss_create(running_uri().c_str(), 1024, 1024, 40), 0u);
-  syslog_fac_LOG_SCHEDULER.current_level = 5;
-  EXPECT_EQ(messages.size(), 1u);
   nost_syslog_set_sink(nullptr, nullptr);
 }
 
@@ -124,19 +89,6 @@ TEST_F(Startup, FailedGlobalSyncStartsTheStandbyWithEmptyStores) {
 
   pss2_fault_set(PSS2_FAULT_OPEN, 1, PSS2_ERR_IO, 0);
   EXPECT_EQ(sch_standby_pss_init_gsync_fail(), -1);
-}
-
-TEST_F(Startup, ClosingHandlesLeavesTheirValuesAndCleansTheDebugFacility) {
-  start_platform(true);
-  ASSERT_EQ(sch_pss_init(), 0);
-  pss2_handle running = pss_running;
-  EXPECT_EQ(sch_pss_close_handles(nullptr), 0);
-  EXPECT_EQ(pss_running, running);
-  uint32_t status = 0;
-  pss2_getkey(running, &status);
-  EXPECT_EQ(status, PSS2_ERR_BAD_HANDLE);
-  EXPECT_TRUE(trace_texts().empty()) << "the history was emptied";
-  pss_running = pss_running_db = 0;
 }
 
 }  // namespace

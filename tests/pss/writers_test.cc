@@ -46,18 +46,6 @@ TEST_F(Writers, ScheduleRecordGoesUnderItsOwnKeyAsABigEndianImage) {
   EXPECT_TRUE(all_records(store_).empty());
 }
 
-TEST_F(Writers, JobDeletionFollowsTheFragmentsInMemoryNotInTheStore) {
-  sch_job_slot *job = add_job(&sch_running_config, 2, "grown", text_of(3000));
-  ASSERT_EQ(sch_save_job_entry_to_pss(store_, job), 0);
-  mtrack_free(g_list_last(job->fragments)->data);
-  job->fragments = g_list_delete_link(job->fragments, g_list_last(job->fragments));
-  sch_delete_job_entry_from_pss(store_, job);
-  auto records = all_records(store_);
-  ASSERT_EQ(records.size(), 1u);
-  EXPECT_EQ(records[0].first, stored_key(SCH_REC_JOB, 3, "grown"));
-  EXPECT_TRUE(traced("pss delete job (grown) fragment (2)"));
-}
-
 TEST_F(Writers, EmailEntriesUsersAndRunResultsUseTheirKeys) {
   EXPECT_EQ(sch_save_schedule_email_entry_to_pss(store_, nullptr), 0);
   EXPECT_TRUE(all_records(store_).empty());

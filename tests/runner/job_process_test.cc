@@ -20,19 +20,6 @@ namespace {
 using namespace schedd::runner;
 using namespace std::chrono_literals;
 
-// True once `pid` has gone (or is only a zombie left for its new parent to reap).
-bool gone(pid_t pid) {
-  for (auto deadline = std::chrono::steady_clock::now() + 3s; std::chrono::steady_clock::now() < deadline;) {
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    std::string line;
-    if (!std::getline(stat, line)) return true;
-    size_t close = line.rfind(')');
-    if (close != std::string::npos && close + 2 < line.size() && line[close + 2] == 'Z') return true;
-    usleep(20000);
-  }
-  return false;
-}
-
 class JobRun : public ::testing::Test {
  protected:
   void SetUp() override { context_ = g_main_context_new(); }
@@ -64,61 +51,12 @@ class JobRun : public ::testing::Test {
   GMainContext *context_ = nullptr;
 };
 
-TEST_F(JobRun, OutputOfBothStreamsInOrderAndAFreshEnvironment) {
-  setenv("SCHEDD_SECRET", "leak", 1);
-  int inherited = open("/dev/null", O_RDONLY);  // not close-on-exec: the child must close it anyway
-  ASSERT_GE(inherited, 0);
-  JobOutcome outcome = run(job_spec("echo out; echo err >&2; cat; env | sort; ls /proc/$$/fd | tr '\\n' ' '"));
-  close(inherited);
-  unsetenv("SCHEDD_SECRET");
-  EXPECT_TRUE(outcome.started);
-  EXPECT_TRUE(WIFEXITED(outcome.wait_status) && WEXITSTATUS(outcome.wait_status) == 0) << outcome.output;
-  EXPECT_FALSE(outcome.exec_failed || outcome.timed_out || outcome.truncated);
-  EXPECT_EQ(outcome.output.rfind("out\nerr\n", 0), 0u) << "stdin is empty: cat returns at once";
-  EXPECT_EQ(outcome.output.find("SCHEDD_SECRET"), std::string::npos);
-  for (const char *name : {"HOME=", "USER=", "LOGNAME=", "SHELL=", "TZ="}) {
-    EXPECT_NE(outcome.output.find(std::string("\n") + name), std::string::npos) << name;
-  }
-  EXPECT_NE(outcome.output.find(std::string("\nPATH=") + kJobPath + "\n"), std::string::npos);
-  EXPECT_NE(outcome.output.find("\nSCHEDULER_JOB=backup\nSCHEDULER_SCHEDULE=nightly\n"), std::string::npos);
-  // The shell's own descriptors only: the three standard ones (ls's directory is its own).
-  EXPECT_NE(outcome.output.find("\n0 1 2 "), std::string::npos) << outcome.output;
-  EXPECT_EQ(outcome.output.find(" " + std::to_string(inherited) + " "), std::string::npos) << outcome.output;
-  EXPECT_LE(outcome.started_at, outcome.ended_at);
-}
-
-TEST_F(JobRun, ExitCodeIsReportedAsWaitReportsIt) {
-  JobOutcome outcome = run(job_spec("echo failing; exit 3"));
-  EXPECT_EQ(outcome.wait_status, 0x0300);
-  EXPECT_EQ(outcome.output, "failing\n");
-}
-
-TEST_F(JobRun, TimeLimitEndsTheGroupAndItsBackgroundChildren) {
-  JobSpec s = job_spec("sleep 30 & echo $!; sleep 30");
-  s.time_limit = 300ms;
-  auto began = std::chrono::steady_clock::now();
-  JobOutcome outcome = run(s);
-  EXPECT_LT(std::chrono::steady_clock::now() - began, 5s);
-  EXPECT_TRUE(outcome.timed_out);
-  EXPECT_TRUE(WIFSIGNALED(outcome.wait_status) && WTERMSIG(outcome.wait_status) == SIGTERM);
-  EXPECT_TRUE(gone(std::atoi(outcome.output.c_str()))) << "background child " << outcome.output;
-}
-
 TEST_F(JobRun, JobIgnoringTerminationIsKilledAfterTheGrace) {
   JobSpec s = job_spec("trap '' TERM; sleep 30");
   s.time_limit = 200ms;
   JobOutcome outcome = run(s);
   EXPECT_TRUE(outcome.timed_out);
   EXPECT_TRUE(WIFSIGNALED(outcome.wait_status) && WTERMSIG(outcome.wait_status) == SIGKILL);
-}
-
-TEST_F(JobRun, ChildrenLeftBehindByAFinishedJobAreKilled) {
-  auto began = std::chrono::steady_clock::now();
-  JobOutcome outcome = run(job_spec("sleep 30 & echo $!"));
-  EXPECT_LT(std::chrono::steady_clock::now() - began, 5s) << "the job's end does not wait for its leftovers";
-  EXPECT_FALSE(outcome.timed_out);
-  EXPECT_EQ(outcome.wait_status, 0);
-  EXPECT_TRUE(gone(std::atoi(outcome.output.c_str())));
 }
 
 TEST_F(JobRun, OutputIsCutAtTheBoundWithAMarkerAndTheJobStillEnds) {
@@ -159,18 +97,6 @@ TEST_F(JobRun, UnknownUserFailsWithoutRunningAnything) {
   EXPECT_EQ(WEXITSTATUS(outcome.wait_status), kExitNoUser);
   EXPECT_EQ(outcome.output, "unknown user no-such-user-schedd\n");
   EXPECT_FALSE(std::ifstream("/tmp/schedd-runner-must-not-exist").good());
-}
-
-TEST_F(JobRun, DestroyingARunKillsAndReapsIt) {
-  bool called = false;
-  auto process = JobProcess::start(context_, job_spec("sleep 30"), [&](const JobOutcome &) { called = true; });
-  pid_t pid = process->pid();
-  ASSERT_GT(pid, 0);
-  process.reset();
-  EXPECT_EQ(waitpid(pid, nullptr, WNOHANG), -1) << "already reaped";
-  while (g_main_context_iteration(context_, FALSE)) {
-  }
-  EXPECT_FALSE(called);
 }
 
 // A job made ready ahead: ready now, waiting in the daemon's program (or, without it, as it is),

@@ -99,18 +99,6 @@ TEST_F(RunLog, EntryBytesArePinned) {
   EXPECT_EQ(std::string(bytes.begin() + 120, bytes.end()), "de");
 }
 
-TEST_F(RunLog, AppendsReadBackInOrderAndAMissingFileIsEmpty) {
-  EXPECT_TRUE(read().empty());
-  EXPECT_EQ(append(entry(1)).count, 1u);
-  EXPECT_EQ(append(entry(2, 0)).count, 2u);
-  RunLogState state = append(entry(3, 5000));
-  EXPECT_EQ(state.count, 3u);
-  EXPECT_EQ(state.read_offset, 0u);
-  auto entries = read();
-  ASSERT_EQ(entries.size(), 3u);
-  for (int i = 0; i < 3; i++) EXPECT_TRUE(same(entries[i], entry(i + 1, i == 1 ? 0 : i == 2 ? 5000 : 10)));
-}
-
 TEST_F(RunLog, AtTheBoundTheNewestEntriesThatFitAreKept) {
   const uint32_t one = static_cast<uint32_t>(run_log_entry_size(entry(0)));
   const uint32_t limit = 3 * one + one / 2;  // room for three and a half
@@ -162,54 +150,6 @@ TEST_F(RunLog, ATornTailStopsReadersAndIsCutBeforeTheNextAppend) {
   bytes[whole.size() - 3] ^= 0x20;  // inside the second entry's output
   std::ofstream(path_, std::ios::binary | std::ios::trunc).write(reinterpret_cast<char *>(bytes.data()), bytes.size());
   EXPECT_EQ(read().size(), 1u);
-}
-
-TEST_F(RunLog, EmptyLogIsOneMessageWithCountZero) {
-  auto all = messages("", 4096);
-  ASSERT_EQ(all.size(), 1u);
-  EXPECT_EQ(all[0], Bytes(128, 0));
-  EXPECT_EQ(RunLogMessages::open(path_, "", 128), nullptr) << "no room for any output";
-}
-
-TEST_F(RunLog, LargeEntryGoesInPartsThatRepeatTheHeader) {
-  append(entry(1, 3));
-  append(entry(2, 10000));
-  RunLogMessages::Next last;
-  auto all = messages("", 128 + 4000, &last);
-  EXPECT_EQ(last, RunLogMessages::Next::end);
-  ASSERT_EQ(all.size(), 4u);
-  const std::vector<uint32_t> parts = {3, 4000, 4000, 2000};
-  std::string output;
-  for (size_t i = 0; i < all.size(); i++) {
-    const Bytes &m = all[i];
-    ASSERT_EQ(m.size(), 128 + parts[i]);
-    EXPECT_EQ(word(m, 0), 2u);
-    EXPECT_EQ(word(m, 4), i == 0 ? 1u : 2u);
-    EXPECT_EQ(word(m, 124), parts[i]);
-    EXPECT_EQ(std::string(reinterpret_cast<const char *>(m.data()) + 8), i == 0 ? "job1" : "job2");
-    EXPECT_EQ(std::string(reinterpret_cast<const char *>(m.data()) + 40), i == 0 ? "odd" : "even");
-    EXPECT_EQ(std::string(reinterpret_cast<const char *>(m.data()) + 72), "alice");
-    EXPECT_EQ(word(m, 112), i == 0 ? 0x100u : 0x200u);
-    EXPECT_EQ(word(m, 116), i == 0 ? 1001u : 1002u);
-    EXPECT_EQ(word(m, 120), i == 0 ? 3u : 10000u);
-    if (i > 0) output.append(m.begin() + 128, m.end());
-  }
-  EXPECT_EQ(output, entry(2, 10000).output);
-}
-
-TEST_F(RunLog, NameSelectsByJobOrScheduleAndTheCountIsOfThoseOnly) {
-  for (int n = 1; n <= 5; n++) append(entry(n, 0));
-  auto odd = messages("odd", 4096);
-  ASSERT_EQ(odd.size(), 3u);
-  for (size_t i = 0; i < 3; i++) {
-    EXPECT_EQ(word(odd[i], 0), 3u);
-    EXPECT_EQ(word(odd[i], 4), i + 1);
-  }
-  EXPECT_EQ(std::string(reinterpret_cast<const char *>(odd[2].data()) + 8), "job5");
-  auto job4 = messages("job4", 4096);
-  ASSERT_EQ(job4.size(), 1u);
-  EXPECT_EQ(word(job4[0], 0), 1u);
-  EXPECT_EQ(messages("job", 4096), std::vector<Bytes>{Bytes(128, 0)}) << "names match whole, not by prefix";
 }
 
 TEST_F(RunLog, AReplySendsWhatWasCountedWhateverHappensToTheFileMeanwhile) {

@@ -25,14 +25,6 @@ std::string refusal(CommandTable &table, const CommandDeclaration &declaration) 
   return "";
 }
 
-TEST(Declaration, TheProductTableIsConsistent) {
-  CommandTable table;
-  ASSERT_NO_THROW(register_commands(table));
-  for (const Command &command : table.commands()) {
-    for (const Token &token : command.tokens) EXPECT_FALSE(token.help.empty()) << command.syntax << ": " << token.text;
-  }
-}
-
 TEST(Declaration, ADuplicateFailsLoudlyAndLeavesTheTableAsItWas) {
   CommandTable table;
   table.add({Mode::Config, "scheduler job name <job>", {"a", "b", "c", "d"}, act});
@@ -65,17 +57,6 @@ TEST(Declaration, MalformedSyntaxIsRefused) {
   }
   CommandTable table;
   EXPECT_THROW(table.add({Mode::Exec, "show", {"s"}, nullptr}), std::logic_error);
-}
-
-TEST(Declaration, ANumberVariableNeedsARangeInOrder) {
-  CommandTable table;
-  EXPECT_NE(refusal(table, {Mode::Exec, "level <7-0>", {"l", "n"}, act}), "");
-  // Anything but two whole numbers is an ordinary variable's name.
-  for (const char *syntax : {"level <0-7>", "name <a-b>", "size <-5>", "port <1-2-3>"}) {
-    EXPECT_EQ(refusal(table, {Mode::Exec, syntax, {"k", "v"}, act}), "") << syntax;
-  }
-  EXPECT_TRUE(table.commands()[0].tokens[1].range.has_value());
-  for (std::size_t i = 1; i < table.commands().size(); ++i) EXPECT_FALSE(table.commands()[i].tokens[1].range);
 }
 
 class Matching : public ::testing::Test {

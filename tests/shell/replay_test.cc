@@ -39,26 +39,6 @@ constexpr std::string_view kSaved =
     "scheduler schedule name every_day\n  job name nightly\n  time daily 02:30\nemail-addr ops@example.com\n\n"
     "scheduler schedule name bare\n  \n";
 
-TEST_F(Replay, OnlyWhatDiffersIsSentAndTheShellComesBackToItsMode) {
-  backend.config = "feature scheduler\nscheduler job name nightly\n/bin/echo stop\nend-job\n\n"
-                   "scheduler schedule name every_day\n  job name nightly\n  time daily 03:00\n\n";
-  EXPECT_TRUE(replay_configuration(shell, kSaved, "saved.cfg")) << err.str();
-  EXPECT_EQ(sent(), (List{"logfile_resize 20", "gather_changes",
-                          // An existing job is redefined without being created again.
-                          "define_job nightly [/bin/echo start\n  ls -l\n]", "create_delete_job fresh",
-                          "define_job fresh []", "create_delete_schedule every_day",
-                          "modify_schedule every_day 02:30", "modify_schedule_emailaddr every_day ops@example.com",
-                          "create_delete_schedule bare",
-                          // Seven changes in one apply.
-                          "apply_gathered"}));
-  EXPECT_EQ(backend.last().number, 7u);
-  EXPECT_EQ(backend.last().context.session, test_session());
-  EXPECT_EQ(out.str(), "Copied saved.cfg to running-config: 1 setting changed, 1 job added, 1 job redefined, "
-                       "1 schedule added, 1 schedule changed; 1 unchanged\n");
-  EXPECT_EQ(err.str(), "");
-  EXPECT_EQ(shell.mode(), Mode::Exec);
-}
-
 TEST_F(Replay, ATextOntoItselfSendsNothing) {
   backend.config = std::string(kSaved);
   ASSERT_TRUE(run({"copy startup-config running-config", "configure terminal"}));
@@ -156,27 +136,6 @@ TEST_F(Replay, ConfigurationTextIsToldFromExecCommands) {
   EXPECT_FALSE(shell.reads_as_configuration("show running-config\n"));
   EXPECT_FALSE(shell.reads_as_configuration("frobnicate\n"));
   EXPECT_FALSE(shell.reads_as_configuration("\n! nothing\n"));
-}
-
-TEST_F(Replay, CopyCommandsSayWhatWentWhere) {
-  std::string directory = ::testing::TempDir() + "schedsh_copy_" + std::to_string(getpid());
-  ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
-  backend.config = std::string(kSaved);
-  ASSERT_TRUE(run({"copy running-config " + directory + "/r.cfg", "copy startup-config " + directory + "/s.cfg",
-                   "copy " + directory + "/r.cfg running-config"}));
-  EXPECT_EQ(backend.calls[1].number, ACFG_CFG_STARTUP);
-  std::string size = std::to_string(kSaved.size());
-  EXPECT_EQ(out.str(), "Copied running-config to " + directory + "/r.cfg (" + size + " bytes)\n" +
-                           "Copied startup-config to " + directory + "/s.cfg (" + size + " bytes)\n" + "Copied " +
-                           directory + "/r.cfg to running-config: nothing to change; 6 unchanged\n");
-  struct stat status {};
-  ASSERT_EQ(stat((directory + "/r.cfg").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0600u);   // it holds encrypted passwords
-  EXPECT_FALSE(run({"copy " + directory + "/none.cfg running-config", "copy running-config " + directory}));
-  EXPECT_EQ(err.str(), "% Could not read " + directory + "/none.cfg: No such file or directory\n% Could not write " +
-                           directory + ": Is a directory\n");
-  for (const char *name : {"/r.cfg", "/s.cfg"}) unlink((directory + name).c_str());
-  rmdir(directory.c_str());
 }
 
 }  // namespace

@@ -53,31 +53,4 @@ TEST(ParseTest, EveryShapeWritesOnlyItsFields) {
   }
 }
 
-TEST(ParseTest, NamesMatchOnThreeLettersIgnoringCase) {
-  const char *const *days = sch_time_names;
-  const char *const *months = sch_time_names + 7;
-  int out = 0;
-  EXPECT_EQ(get_val("SUNxyz", days, 7, &out), 99);
-  EXPECT_EQ(out, 1);
-  EXPECT_EQ(get_val("december", months, 12, &out), 99);
-  EXPECT_EQ(out, 12);
-  EXPECT_EQ(get_val("17", days, 7, &out), 1);
-  EXPECT_EQ(out, 17);
-  EXPECT_EQ(get_val("Mar", days, 7, &out), 0);  // a month is no day
-  EXPECT_EQ(get_val("Su", days, 7, &out), 0);
-  EXPECT_EQ(get_val("Sun", days, 0, &out), 0);  // no names to match
-  EXPECT_EQ(get_val("", days, 7, &out), EOF);
-}
-
-TEST(ParseTest, TracesMarkTheFieldThatEndedIt) {
-  sch::testing::clear_traces();
-  tminfo t = kAbsent;
-  ASSERT_EQ(sch_parse_str_to_tminfo("Tue:08:00", &t), 0);
-  std::vector<std::string> expected = {"parse str Tue:08:00", "minute str 00", "minute retrieved",
-                                       "hour str 08", "hour retrieved", "dw/dm Tue",
-                                       "- day retrieved"};
-  EXPECT_EQ(sch::testing::trace_texts(), expected);
-  for (const auto &trace : sch::testing::recorded_traces()) EXPECT_EQ(trace.level, 103);
-}
-
 }  // namespace
