@@ -94,12 +94,6 @@ class InProcessDaemon : public testing::Test {
     EXPECT_EQ(mtrack_live_blocks(SCH_MTRACK_IDENTITY), 0u) << "tracked blocks left behind";
   }
 
-  // A stateless restart: the runtime directory goes, as at boot.
-  void reboot() {
-    stop();
-    std::filesystem::remove_all(options().runtime_dir);
-  }
-
   uint32_t copy_to_startup() { return call(ACFG_SERVICE, ACFG_OP_COPY_STARTUP, Bytes{0}).status; }
 
   std::string running_text() {

@@ -76,29 +76,6 @@ sch_schedule_record sample_schedule() {
   return record;
 }
 
-TEST(ScheduleRecord, EncodesEveryFieldBigEndianAtItsOffset) {
-  sch_schedule_record record = sample_schedule();
-  Bytes image = encoded(codec::kScheduleRecord, &record);
-  ASSERT_EQ(image.size(), 144u);
-  EXPECT_EQ(at(image, 0, 8), (Bytes{0xA0, 0xA1, 0xA2, 0xA3, 0xB0, 0xB1, 0xB2, 0xB3}));
-  EXPECT_EQ(at(image, 8, 4), (Bytes{0, 0, 0, 1}));
-  EXPECT_EQ(at(image, 12, 4), (Bytes{0, 0, 0, 2}));
-  EXPECT_EQ(at(image, 36, 4), (Bytes{0x80, 0, 0, 0}));
-  EXPECT_EQ(at(image, 40, 4), (Bytes{0, 0, 0, 0x40}));
-  EXPECT_EQ(at(image, 44, 8), (Bytes{0, 0, 0, 7, 0, 0, 0, 2}));
-  EXPECT_EQ(at(image, 56, 4), (Bytes{0xff, 0xff, 0xff, 0xff}));  // day_of_month -1
-  EXPECT_EQ(at(image, 72, 4), (Bytes{0x65, 0x53, 0xf1, 0x00}));  // start_time 1700000000
-  EXPECT_EQ(at(image, 84, 4), (Bytes{0, 0, 0, 0x84}));
-  EXPECT_EQ(at(image, 88, 4), (Bytes{0x11, 0x22, 0x33, 0x44}));
-  EXPECT_EQ(at(image, 92, 4), (Bytes{0, 0, 0, 3}));
-  EXPECT_EQ(std::memcmp(image.data() + 96, "operator\0", 9), 0);
-  EXPECT_EQ(at(image, 136, 8), (Bytes{0x55, 0x66, 0x77, 0x88, 0, 0, 0, 9}));
-
-  sch_schedule_record back;
-  codec::decode(codec::kScheduleRecord, image, &back, ShortValue::kZeroFill);
-  EXPECT_EQ(std::memcmp(&back, &record, sizeof record), 0);
-}
-
 TEST(ScheduleRecord, ShortValueLeavesTheRestZeroAndLongValueIsCut) {
   sch_schedule_record record = sample_schedule();
   Bytes image = encoded(codec::kScheduleRecord, &record);

@@ -35,10 +35,6 @@ inline Bytes raw_message(cmi::wire::Header header, const Bytes &payload) {
   return bytes;
 }
 
-inline void send_raw(int fd, const Bytes &bytes) {
-  ASSERT_EQ(send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-}
-
 // A plain client connection, sized for messages above the maximum.
 inline int connect_raw(const std::string &path) {
   int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
