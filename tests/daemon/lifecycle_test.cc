@@ -68,7 +68,11 @@ TEST_F(DaemonLifecycle, StartsThatCannotWorkAreRefusedWithTheReason) {
   EXPECT_NE(refused.error_output.find("cannot open the stores"), std::string::npos) << refused.error_output;
 
   EXPECT_EQ(run_schedd({"--help"}).code, 0);
-  for (const std::vector<std::string> &wrong : {std::vector<std::string>{"--bogus"}, {"--debug", "256"}, {"--mail-retry-delays", "5,3600001"}, {"x"}}) {
+  for (const std::vector<std::string> &wrong :
+       {std::vector<std::string>{"--bogus"},
+        {"--debug", "256"},
+        {"--mail-retry-delays", "5,3600001"},
+        {"x"}}) {
     refused = run_schedd(wrong);
     EXPECT_EQ(refused.code, 2) << wrong[0];
     EXPECT_NE(refused.error_output.find("--help"), std::string::npos) << refused.error_output;
