@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -103,8 +104,12 @@ TEST_F(ServerLimits, UsersFillingEverySlotLeaveRootItsReserve) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to connect as another user";
   passwd *nobody = getpwnam("nobody");
   ASSERT_NE(nobody, nullptr);
-  int ready[2];
+  // Root's own connection takes a slot but not one of the users' share.
+  int root_held = connect_to(path_);
+  serve_for(std::chrono::milliseconds(50), [] { return false; });
+  int ready[2], go[2];
   ASSERT_EQ(pipe(ready), 0);
+  ASSERT_EQ(pipe(go), 0);
   pid_t child = fork();
   if (child == 0) {
     // More connections than there are slots, held without a word.
@@ -112,19 +117,30 @@ TEST_F(ServerLimits, UsersFillingEverySlotLeaveRootItsReserve) {
     std::vector<int> held;
     for (int i = 0; i < 8; i++) held.push_back(connect_to(path_));
     (void)!write(ready[1], "x", 1);
+    char byte;
+    (void)!read(go[0], &byte, 1);
+    char closed = static_cast<char>(std::count_if(held.begin(), held.end(), closed_by_server));
+    (void)!write(ready[1], &closed, 1);
     pause();
     _exit(0);
   }
   close(ready[1]);
+  close(go[0]);
   char byte;
   ASSERT_EQ(read(ready[0], &byte, 1), 1);
-  close(ready[0]);
   serve_for(std::chrono::milliseconds(100), [] { return false; });
-  // Three user slots of four are taken; root gets the one kept for it, well within the idle time.
+  ASSERT_EQ(write(go[1], "x", 1), 1);
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  EXPECT_EQ(byte, 0) << "three users beside root fill the table; the rest wait unrefused";
+  // Once root's connection goes, root still gets the slot kept for it, well within the idle time.
+  close(root_held);
+  serve_for(std::chrono::milliseconds(50), [] { return false; });
   EXPECT_EQ(ask(), 0u);
   EXPECT_EQ(answered_for_, std::vector<uint32_t>{0});
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
+  close(ready[0]);
+  close(go[1]);
 }
 
 }  // namespace
