@@ -23,29 +23,6 @@ class JobCommands : public CliTest {
   }
 };
 
-TEST_F(JobCommands, RefusalsAndFailures) {
-  EXPECT_EQ(run(sch_cli_create_delete_job, {"_backup"}), 255u);
-  EXPECT_EQ(output_.err, kInvalidName);
-  Command replayed(session_, kLocalUser, {"_backup"});
-  replayed.context.replay = 1;
-  EXPECT_EQ(run(sch_cli_create_delete_job, replayed), 0u);
-  EXPECT_TRUE(requests().empty());
-
-  for (bool no_form : {false, true}) {
-    answer(SCH_STATUS_EXISTS);
-    EXPECT_EQ(run(sch_cli_create_delete_job, {"backup"}, 0, no_form), 255u);
-    EXPECT_EQ(output_.err, "Error: job exists\n");
-    answer(CMI_ERR_TIMEOUT);
-    EXPECT_EQ(run(sch_cli_create_delete_job, {"backup"}, 0, no_form), 255u);
-    EXPECT_EQ(output_.err, error_line(no_form ? "Error: delete job failed" : "Error: create job failed", CMI_ERR_TIMEOUT));
-  }
-  answer(CMI_ERR_TIMEOUT);
-  uint32_t result = 0;
-  output_ = capture([&] { result = sch_cli_define_job(session_, "x\n", 2, "backup", "", nullptr); });
-  EXPECT_EQ(result, CMI_ERR_TIMEOUT);
-  EXPECT_EQ(output_.err, error_line("Error: job definition failed", CMI_ERR_TIMEOUT));
-}
-
 TEST_F(JobCommands, OneLineDefinitionSplitsOnBlankSemicolonBlank) {
   // The first command loses its last character; later ones keep their blanks: intended.
   EXPECT_EQ(split("show clock"), "show cloc\n");

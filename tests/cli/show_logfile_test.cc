@@ -103,16 +103,6 @@ TEST_F(ShowLogfile, RequestCarriesTypeLengthNameAndFirstCursor) {
   EXPECT_EQ(output_.err, "");
 }
 
-TEST_F(ShowLogfile, EntriesPrintInArrivalOrderWithSuccessAndFailedForms) {
-  std::string name(32, 'j');  // a name that fills its field
-  StreamingDaemon daemon({log_message(3, 1, 0, 6, "hello\n"), log_message(3, 2, 0x0300, 4, "bad\n"),
-                          log_message(3, 3, 0, 0, "", name)});
-  EXPECT_EQ(show(daemon), 0);
-  EXPECT_EQ(output_.out, entry_text("Success (0)", "hello\n") + entry_text("Failed (3)", "bad\n") +
-                             entry_text("Success (0)", "", name));
-  EXPECT_EQ(daemon.request(), image(48, {{0, 8}, {4, 40}, {44, 0xffffffffu}}));
-}
-
 TEST_F(ShowLogfile, OutputSplitOverMessagesIsJoinedInOrder) {
   std::string output;
   for (int i = 0; i < 10000; i++) output.push_back(char('a' + i % 26));

@@ -1,4 +1,4 @@
-// show jobs and show schedules: the walk over the daemon's entries and how each is printed.
+// show schedules: how each schedule is printed from the daemon's entries.
 #include "cli_testing.h"
 
 namespace {
@@ -7,10 +7,6 @@ using namespace cli_testing;
 
 const std::string kRule = std::string(78, '=') + "\n", kDashes = std::string(47, '-') + "\n";
 const std::string kHeading = kDashes + "     Job Name            Last Execution Status\n" + kDashes;
-
-Bytes job_reply(const std::string &name, uint32_t cursor, const std::string &text, uint32_t extra_declared = 0) {
-  return image(44 + text.size(), {{32, cursor}, {40, uint32_t(text.size()) + extra_declared}}, {{0, name}, {44, text}});
-}
 
 // A schedule reply with its job entries; `declared` overrides the job count.
 Bytes schedule_reply(const char *name, tminfo time, std::vector<std::pair<std::string, uint32_t>> jobs = {},
@@ -32,28 +28,7 @@ Bytes schedule_reply(const char *name, tminfo time, std::vector<std::pair<std::s
 
 std::string column(const std::string &name) { return name + std::string(32 - name.size(), ' '); }
 
-using ShowJobs = CliTest;
 using ShowSchedules = CliTest;
-
-TEST_F(ShowJobs, NamedEntryEmptyListFailureAndShortReplies) {
-  answer(0, job_reply("backup", 7, "x\n"));
-  answer(0, job_reply("other", 8, "y\n"));
-  EXPECT_EQ(run(sch_cli_show_jobs, {"backup"}), 0);  // shown alone
-  EXPECT_EQ(output_.out, "Job Name: backup\n----------------\nx\n" + kRule);
-  EXPECT_EQ(requests().at(0), image(48, {{0, 7}, {4, 40}, {44, ~0u}}, {{12, "backup"}}));
-
-  EXPECT_EQ(run(sch_cli_show_jobs, {}), 0);  // the script's "other", then the end
-  answer(CMI_ERR_TIMEOUT);
-  EXPECT_EQ(run(sch_cli_show_jobs, {}), 1);
-  EXPECT_EQ(output_.out + output_.err, error_line("Error", CMI_ERR_TIMEOUT));
-  EXPECT_EQ(run(sch_cli_show_jobs, {}), 0);
-  EXPECT_EQ(output_.out + output_.err, "");
-  for (const Bytes &broken : {Bytes(43, 0), job_reply("backup", 1, "0123456789", 1)}) {
-    answer(0, broken);
-    EXPECT_EQ(run(sch_cli_show_jobs, {}), 1);
-    EXPECT_EQ(output_.out + output_.err, error_line("Error", CMI_ERR_LENGTH));
-  }
-}
 
 TEST_F(ShowSchedules, NeverRunAndRunSchedules) {
   answer(0, schedule_reply("nightly", {.type = 3, .hour = 2, .minute = 30}));

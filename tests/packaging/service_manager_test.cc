@@ -54,13 +54,6 @@ class ServiceManagerTest : public testing::Test {
   std::filesystem::path directory_ = temp_.path();
 };
 
-TEST_F(ServiceManagerTest, WithoutAManagerNothingIsSentAndNothingFails) {
-  unsetenv("NOTIFY_SOCKET");
-  EXPECT_TRUE(schedd::notify_service_manager("READY=1"));
-  setenv("NOTIFY_SOCKET", "", 1);
-  EXPECT_TRUE(schedd::notify_service_manager("READY=1"));
-}
-
 TEST_F(ServiceManagerTest, AnUnusableAddressIsAFailure) {
   for (const std::string &address :
        {std::string("relative/notify"), std::string("/") + std::string(200, 'n'), (directory_ / "nobody").string()}) {

@@ -68,9 +68,4 @@ TEST_F(ReplyStream, EmptyMessageCannotBeParsed) {
   EXPECT_EQ(length, 0u);
 }
 
-TEST_F(ReplyStream, SendingWithoutADaemonFailsAtOnce) {
-  EXPECT_EQ(open_stream(), CMI_ERR_NO_DAEMON);
-  EXPECT_EQ(context_.token, 0u);
-}
-
 }  // namespace

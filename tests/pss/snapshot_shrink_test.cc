@@ -36,12 +36,6 @@ class SnapshotShrink : public PssTest {
   std::vector<std::string> messages_;
 };
 
-TEST_F(SnapshotShrink, ASourceThatDoesNotOpenFailsQuietly) {
-  EXPECT_EQ(sch_pss_snapshot(path("absent").c_str(), "anywhere"), -1);
-  EXPECT_TRUE(messages_.empty());
-  EXPECT_TRUE(trace_texts().empty());
-}
-
 TEST_F(SnapshotShrink, AFailedCopyIsTracedLoggedAndLeavesTheOldStartupStore) {
   std::string startup = uri_text(sch_pss_startup_uri);
   ASSERT_EQ(sch_pss_snapshot(uri_text(sch_pss_running_uri).c_str(), startup.c_str()), 0);

@@ -33,14 +33,5 @@ TEST_F(Help, ExistingJobAndScheduleNamesComplete) {
   EXPECT_EQ(completions("ti"), (List{"time"}));
 }
 
-TEST_F(Help, HelpOnABadLineNamesTheWordAndDoesNotFail) {
-  ASSERT_TRUE(run({"configure terminal"}));
-  EXPECT_TRUE(shell.execute("scheduler jub ?"));
-  EXPECT_TRUE(shell.execute("frob?"));
-  EXPECT_EQ(out.str(), "");
-  EXPECT_EQ(err.str(), "% Invalid command at 'jub'\n% Invalid command at 'frob'\n");
-  EXPECT_TRUE(backend.calls.empty());
-}
-
 }  // namespace
 }  // namespace schedsh::testing
