@@ -1,4 +1,4 @@
-// The name rule, and the explanation of a refused time string for every code and form.
+// The configuration word rule, and the explanation of a refused time string for every code and form.
 #include <cstring>
 
 #include "cli_testing.h"

@@ -1,5 +1,4 @@
-// Diagnostics: the syslog catalogue, tracked allocation with its failure report, error decoding
-// and the routing of debug traces.
+// Diagnostics: the syslog catalogue as published.
 #include <gtest/gtest.h>
 
 #include <cstdio>

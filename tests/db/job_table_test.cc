@@ -1,4 +1,4 @@
-// The job table: lookup, iteration, free slots, and installing headers and fragments.
+// The job table: name lookup at the field's full width, and a second header for a slot.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Run results: appended to an existing job, released when refused.
+// Run results: released when refused.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// User credential queues, the user-name hash and the bounded copy.
+// The bounded copy of user names.
 #include <gtest/gtest.h>
 
 #include <cstring>

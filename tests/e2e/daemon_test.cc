@@ -1,4 +1,4 @@
-// The shell with a daemon that restarts, fills up or stops; commands from arguments and files.
+// The shell with a real daemon: its memory statistics, and commands from arguments and files.
 #include <gtest/gtest.h>
 #include <signal.h>
 

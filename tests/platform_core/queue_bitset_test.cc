@@ -1,4 +1,4 @@
-// The intrusive queue and the bit-set walk.
+// The intrusive queue: unlinking anywhere keeps the rest linked.
 #include <gtest/gtest.h>
 
 #include <vector>

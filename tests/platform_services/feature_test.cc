@@ -1,4 +1,4 @@
-// Feature requests to the daemon and the shell's hook for removing a feature's commands.
+// Feature requests as the daemon parses them.
 #include <gtest/gtest.h>
 
 #include <unistd.h>

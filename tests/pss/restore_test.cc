@@ -1,5 +1,5 @@
-// Restore and save of whole configurations: a full round trip, the raw bytes in the store, the
-// records each routine touches, and the failures restore tolerates.
+// Restore of whole configurations from damaged or planted stores: the records it skips or drops,
+// allocation failures, and releasing a deleted job's run results.
 #include <gtest/gtest.h>
 #include <lmdb.h>
 

@@ -1,5 +1,5 @@
-// Start-up of the stores: first start, restart, stateless restart from startup, failures, standby,
-// recovery after a failed global sync, and shutdown.
+// Start-up of the stores when they fail: a store that cannot be had, standby, and recovery after a
+// failed global sync.
 #include <gtest/gtest.h>
 
 #include <algorithm>

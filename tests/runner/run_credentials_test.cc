@@ -1,5 +1,5 @@
-// Run credentials: local users pass, remote users need a stored password that PAM accepts; the
-// verdict comes back on the loop.
+// Run credentials: a remote user whose stored password is wrong, missing or damaged does not run;
+// the verdict comes back on the loop.
 #include "runner/run_credentials.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// '?' help and Tab completion where the transcripts cannot reach: fall-back, quotes, job mode.
+// Tab completion where the transcripts cannot reach: the names of existing jobs and schedules.
 #include <gtest/gtest.h>
 
 #include "shell_testing.h"
