@@ -124,6 +124,24 @@ class MailerTest : public ::testing::Test {
 
 fs::path MailerTest::certificates_;
 
+// A loopback server that accepts and never says a word; its port in `port`. Its accept gives up
+// after 10 s rather than hang the test.
+int silent_listener(int *port) {
+  int listener = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(listener, 1) != 0 ||
+      getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+    ADD_FAILURE() << "no loopback listener";
+  }
+  timeval patience{.tv_sec = 10, .tv_usec = 0};
+  setsockopt(listener, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  *port = ntohs(address.sin_port);
+  return listener;
+}
+
 TEST_F(MailerTest, SuccessArrivesWithTheExactEnvelopeHeadersAndBody) {
   SmtpServer server(spool_, {});
   ASSERT_NE(server.port(), 0);
@@ -291,17 +309,9 @@ TEST_F(MailerTest, AFullQueueDropsTheOldestAndStopDoesNotWaitForRetries) {
   start();
   // The first message is held in flight by a server that accepts and says nothing, so which
   // waiting messages make room does not depend on how fast the worker is.
-  int listener = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-  ASSERT_EQ(listen(listener, 1), 0);
-  timeval patience{.tv_sec = 10, .tv_usec = 0};  // accept gives up rather than hang the test
-  setsockopt(listener, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-  ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length), 0);
-  MailRequest held = request(ntohs(address.sin_port));
+  int held_port = 0;
+  int listener = silent_listener(&held_port);
+  MailRequest held = request(held_port);
   held.run.job = "job0";
   ASSERT_TRUE(mailer_->submit(held));
   int in_flight = accept(listener, nullptr, nullptr);
@@ -333,6 +343,21 @@ TEST_F(MailerTest, AFullQueueDropsTheOldestAndStopDoesNotWaitForRetries) {
   EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s);
   EXPECT_EQ(log_matching("waiting messages dropped at shutdown").size(), 1u);
   EXPECT_FALSE(mailer_->submit(request(port)));
+}
+
+TEST_F(MailerTest, StopDuringADeliveryAbortsItAndSaysSo) {
+  start();
+  int port = 0;
+  int listener = silent_listener(&port);
+  ASSERT_TRUE(mailer_->submit(request(port)));
+  int in_flight = accept(listener, nullptr, nullptr);
+  ASSERT_GE(in_flight, 0);
+  auto begun = std::chrono::steady_clock::now();
+  mailer_->stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s);
+  EXPECT_EQ(log_matching("job backup of schedule nightly dropped: the mailer stopped during delivery").size(), 1u);
+  close(in_flight);
+  close(listener);
 }
 
 }  // namespace
