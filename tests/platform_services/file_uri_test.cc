@@ -1,14 +1,27 @@
-// File URIs: parsing, rendering and mapping to the scheduler's directories.
+// File URIs: parsing and rendering.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 
-#include "schedcli/platform/sysmgr.h"
 #include "schedcli/platform/uri.h"
-#include "support/temp_dir.h"
 
 namespace {
+
+TEST(FileUri, ParsesKnownFileSystemsAndPlainPaths) {
+  file_uri uri;
+  ASSERT_EQ(uri_parse("logs:sched.log", &uri), 0);
+  EXPECT_STREQ(uri.device, "logs");
+  EXPECT_STREQ(uri.path, "sched.log");
+  ASSERT_EQ(uri_parse("/var/tmp/x.dat", &uri), 0);
+  EXPECT_STREQ(uri.device, "");
+  EXPECT_STREQ(uri.path, "/var/tmp/x.dat");
+  char text[64];
+  EXPECT_EQ(snprintf_uri_len(text, &uri, sizeof text), 14);
+  EXPECT_STREQ(text, "/var/tmp/x.dat");
+  uri_parse("bootflash:a/b", &uri);
+  EXPECT_EQ(snprintf_uri_len(text, &uri, 8), 13) << "the full length, like snprintf";
+  EXPECT_STREQ(text, "bootfla");
+}
 
 TEST(FileUri, RefusesUnknownEmptyEscapingAndOverlongUris) {
   file_uri uri;
