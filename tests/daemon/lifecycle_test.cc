@@ -73,7 +73,10 @@ TEST_F(DaemonLifecycle, StartsThatCannotWorkAreRefusedWithTheReason) {
         {"--debug", "256"},
         {"--mail-retry-delays", "5,3600001"},
         {"x"}}) {
-    refused = run_schedd(wrong);
+    // On the test's directories, so that an option wrongly taken cannot start a daemon on the host's.
+    std::vector<std::string> arguments = directories();
+    arguments.insert(arguments.end(), wrong.begin(), wrong.end());
+    refused = run_schedd(arguments);
     EXPECT_EQ(refused.code, 2) << wrong[0];
     EXPECT_NE(refused.error_output.find("--help"), std::string::npos) << refused.error_output;
   }
