@@ -8,31 +8,7 @@
 namespace {
 
 using namespace cli_testing;
-using Words = std::vector<uint32_t>;
-
-class ScheduleCommands : public CliTest {
- protected:
-  // The time words sent for `text`: type, hour, day of week, day of month, minute, month, year,
-  // start. Defaults come from the clock, so the command is repeated should the hour turn while
-  // it runs; `now` is the clock it saw.
-  Words sent_time(uint32_t code, const char *text) {
-    for (int attempt = 0; attempt < 3; attempt++) {
-      int hour = clock().tm_hour;
-      EXPECT_EQ(run(sch_cli_modify_schedule, {"nightly", text}, code), 0u) << text << output_.err;
-      if (clock().tm_hour == hour) break;
-    }
-    Bytes sent = requests().back();
-    Words words;
-    for (size_t offset = 88; offset < 120; offset += 4) words.push_back(sch_wire_get_u32(&sent.at(offset)));
-    return words;
-  }
-  const struct tm &clock() {
-    time_t seconds = time(nullptr);
-    localtime_r(&seconds, &now);
-    return now;
-  }
-  struct tm now{};
-};
+using ScheduleCommands = CliTest;
 
 TEST_F(ScheduleCommands, CreateDeleteAndEmailFailures) {
   EXPECT_EQ(run(sch_cli_create_delete_schedule, {"night ly"}), 255u);

@@ -163,9 +163,6 @@ class DaemonTest : public testing::Test {
   }
   Answer configure(const Bytes &request) { return call(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, request); }
   Answer display(const Bytes &request) { return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY, request); }
-  Answer credential_list() {
-    return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE, header_request(SCH_REQ_GET_USER_CONFIG));
-  }
 
   uint32_t feature(uint32_t action, const char *name = "scheduler") {
     return fm_cmi_set_feature_wait(session(), name, nullptr, nullptr, action);

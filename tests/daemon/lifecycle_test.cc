@@ -18,14 +18,6 @@ class DaemonLifecycle : public DaemonTest {
       ASSERT_TRUE(answered(configure(request), 0));
     }
   }
-  void expect_configured() {
-    EXPECT_EQ(job_text("backup"), std::string(1499, 'x') + "\n");
-    ScheduleEntry nightly = schedule("nightly");
-    EXPECT_EQ(nightly.head.time.hour * 60 + nightly.head.time.minute, 150);
-    EXPECT_EQ(nightly.job_names(), Names{"backup"});
-    EXPECT_EQ(nightly.addresses(), Names{"ops@example.com"});
-    EXPECT_EQ(decode_credentials(credential_list().payload), Names{"alice=7$secret"});
-  }
 };
 
 TEST_F(DaemonLifecycle, DetachedStartReturnsOnceServingAndSigtermEndsCleanly) {

@@ -105,12 +105,6 @@ class Requests : public InProcessDaemon {
     }
     return keys;
   }
-  std::string log_record() {
-    for (const auto &[key, value] : image_of(pss_running)) {
-      if (sch_wire_get_u32(reinterpret_cast<const uint8_t *>(key.data())) == SCH_REC_LOG_FILE) return value;
-    }
-    return "";
-  }
   uint32_t log_size() {
     schedd::Reply reply = display(header_request(SCH_REQ_GET_LOG_CONFIG));
     EXPECT_EQ(reply.payload.size(), 4u);

@@ -25,67 +25,6 @@ class Restore : public PssTest {
     PssTest::TearDown();
   }
 
-  // Every kind of record, as the daemon builds them.
-  void build_full_configuration() {
-    add_job(&sch_running_config, 0, "empty", "");
-    add_job(&sch_running_config, 1, "one-fragment", text_of(1024));
-    add_job(&sch_running_config, 2, "two-fragments", text_of(1025, 'b'));
-    add_job(&sch_running_config, 255, std::string(32, 'j'), text_of(8182, 'c'));
-    const tminfo times[] = {{1, 10, -1, 15, 30, 2, 130, 0, 0, 0},
-                            {3, 2, 0, 0, 30, 0, 0, 0, 0, 0},
-                            {4, 8, 3, 0, 0, 0, 0, 0, 0, 0},
-                            {5, 23, 0, 31, 59, 0, 0, 0, 0, 0},
-                            {7, 2, 1, -1, 3, -1, -1, 1800000000, 1800000000, 0}};
-    int n = 0;
-    for (const tminfo &time : times) {
-      std::string name = "schedule-type-" + std::to_string(time.type);
-      add_schedule(&sch_running_config, name, time, {0, 1, 2, 255});
-      for (int i = 0; i < 10; i++) {
-        std::string address = "user" + std::to_string(n) + "-" + std::to_string(i) + "@example.net";
-        ASSERT_EQ(sch_add_schedule_email_entry(&sch_schedule_email_list, name.c_str(), address.c_str()), 0);
-      }
-      n++;
-    }
-    add_result(&sch_running_config, 0, "schedule-type-3", 0, 1800000001);
-    add_result(&sch_running_config, 255, "schedule-type-7", 0x0300, 1800000002);
-    add_result(&sch_running_config, 255, "schedule-type-5", 0, 1800000003);
-    add_user(&sch_uname_q, "alice", "YWxpY2UtZW5jcnlwdGVk", 1);
-    add_user(&sch_uname_q, std::string(100, 'r').c_str(), "cmVtb3Rl", 2);
-    scheduler_enabled = 1;
-    sch_log_file.size_limit = 65536;
-    sch_log_file.read_offset = 100;
-    sch_log_file.count = 7;
-    sch_log_file.writer_data[3] = 0x42;
-    std::strcpy(email_transport_conf.from, "scheduler@example.net");
-    std::strcpy(email_transport_conf.reply_to, "noreply@example.net");
-    std::strcpy(email_transport_conf.reply_to_copy, "noreply@example.net");
-    std::strcpy(email_transport_conf.smtp_server, "smtp.example.net");
-    email_transport_conf.smtp_port = 587;
-    std::strcpy(email_transport_conf.vrf, "management");
-  }
-
-  // Every record written by its own writer, as the daemon does after each change.
-  void save_with_writers() {
-    for (GList *e = sch_schedule_list; e; e = e->next) {
-      ASSERT_EQ(sch_save_schedule_entry_to_pss(config_, static_cast<sch_schedule_entry *>(e->data)), 0);
-    }
-    for (int index = 0; sch_job_slot *job = sch_next_job(&sch_running_config, &index); index++) {
-      ASSERT_EQ(sch_save_job_entry_to_pss(config_, job), 0);
-      sch_save_runtime_job_status_to_pss(results_, job);
-    }
-    for (GList *e = sch_schedule_email_list; e; e = e->next) {
-      ASSERT_EQ(sch_save_schedule_email_entry_to_pss(config_, static_cast<sch_schedule_email_entry *>(e->data)), 0);
-    }
-    for (auto *u = static_cast<sch_user_element *>(peek_head(&sch_uname_q)); u; u = static_cast<sch_user_element *>(u->link)) {
-      ASSERT_EQ(sch_save_user_config_entry_to_pss(config_, &u->record), 0u);
-    }
-    ASSERT_EQ(sch_save_log_file_entry_to_pss(config_, &sch_log_file_key, &sch_log_file), 0);
-    ASSERT_EQ(sch_save_condition_entry_to_pss(config_, &sch_condition_key, scheduler_enabled), 0);
-    ASSERT_EQ(sch_save_email_from_conf_to_pss(config_, &email_transport_conf), 0);
-    ASSERT_EQ(sch_save_email_replyto_conf_to_pss(config_, &email_transport_conf), 0);
-    ASSERT_EQ(sch_save_email_smtpserver_conf_to_pss(config_, &email_transport_conf), 0);
-  }
-
   void forget_memory() {
     release_all();
     reset_globals();

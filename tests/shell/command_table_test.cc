@@ -13,8 +13,6 @@ namespace {
 
 bool act(Shell &, const Arguments &) { return true; }
 
-using Words = std::vector<std::string>;
-
 // The error a declaration is refused with, or "" when it is taken.
 std::string refusal(CommandTable &table, const CommandDeclaration &declaration) {
   try {
@@ -62,10 +60,6 @@ TEST(Declaration, MalformedSyntaxIsRefused) {
 class Matching : public ::testing::Test {
  protected:
   void SetUp() override { register_commands(table); }
-  std::string syntax_of(Mode mode, const Words &words) {
-    Match match = table.match(mode, words);
-    return match.status == MatchStatus::Ok ? match.command->syntax : "";
-  }
   CommandTable table;
 };
 
