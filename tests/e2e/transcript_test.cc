@@ -67,7 +67,8 @@ INSTANTIATE_TEST_SUITE_P(Shell, Transcripts,
                                            Transcript{"logfile_and_transport", 1}, Transcript{"grammar", 1},
                                            Transcript{"job_mode", 0}, Transcript{"replay_itself", 0},
                                            Transcript{"replay_empty", 0}, Transcript{"replace", 1},
-                                           Transcript{"limits", 1}, Transcript{"words", 1}),
+                                           Transcript{"limits", 1}, Transcript{"words", 1},
+                                           Transcript{"show_config", 0}),
                          [](const ::testing::TestParamInfo<Transcript> &info) { return std::string(info.param.name); });
 
 }  // namespace

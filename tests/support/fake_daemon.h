@@ -1,5 +1,6 @@
 // Test support for the command handlers: a fake daemon on a real socket that records every
-// request and answers from a script, parsed commands as the shell builds them, captured output.
+// request and answers from a script, parsed commands as the shell builds them, captured output,
+// and a fixture with a local password file that lists kLocalUser only, a device key and UTC.
 #ifndef SCHEDCLI_TESTS_SUPPORT_FAKE_DAEMON_H
 #define SCHEDCLI_TESTS_SUPPORT_FAKE_DAEMON_H
 
@@ -11,17 +12,19 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
-#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "cli/request.h"
 #include "schedcli/cli.h"
+#include "schedcli/platform/auth.h"
 #include "schedcli/platform/cmi.h"
-#include "schedcli/platform/feature.h"
+#include "schedcli/platform/secrets.h"
 #include "schedcli/platform/syserr.h"
-#include "schedcli/platform/uri.h"
+#include "schedcli/status.h"
 #include "schedcli/wire.h"
 #include "support/temp_dir.h"
 
@@ -29,6 +32,7 @@ namespace sch::testing {
 
 using Bytes = std::vector<uint8_t>;
 constexpr const char *kLocalUser = "alice";
+constexpr const char *kRemoteUser = "rita";
 
 // An expected wire image: `size` zero bytes with big-endian words and strings placed.
 inline Bytes image(size_t size, std::initializer_list<std::pair<size_t, uint32_t>> words,
@@ -56,21 +60,14 @@ Output capture(Body body) {
   return {out, ::testing::internal::GetCapturedStderr()};
 }
 
-// A parsed command of kLocalUser unless named otherwise. Parameters go in syntax order, either
-// all at once as strings (nullptr for one without a value) or one by one.
+// A parsed command. Parameters go in syntax order, either all at once as strings (nullptr for one
+// without a value) or one by one.
 struct Command {
-  explicit Command(cmi_session *session, uint32_t code = 0, bool no_form = false)
-      : Command(session, kLocalUser, {}, code, no_form) {}
-  Command(cmi_session *session, const char *user, const std::vector<const char *> &values, uint32_t code = 0,
-          bool no_form = false) {
-    context.session = session;
+  Command(cmi_session *session, const std::vector<const char *> &values = {}, uint32_t code = 0, bool no_form = false,
+          const char *user = kLocalUser) {
+    context = {.no_flag = no_form, .session = session, .command_code = code};
     std::snprintf(context.user, sizeof context.user, "%s", user);
-    context.command_code = code;
-    context.no_flag = no_form;
-    for (const char *value : values) {
-      texts[context.param_count] = value ? value : "";
-      add(SCH_VALUE_STRING, value ? texts[context.param_count].data() : nullptr);
-    }
+    for (const char *value : values) value ? text(value) : add(SCH_VALUE_STRING, nullptr);
   }
   // The context points into the command itself.
   Command(const Command &) = delete;
@@ -84,10 +81,6 @@ struct Command {
     numbers[context.param_count] = value;
     return add(SCH_VALUE_INTEGER, &numbers[context.param_count]);
   }
-  Command &file(const char *uri_text) {
-    EXPECT_EQ(uri_parse(uri_text, &uri), 0);
-    return add(SCH_VALUE_STRING, &uri);
-  }
   Command &add(uint32_t value_type, void *value, uint32_t address_kind = 0) {
     params[context.param_count] = {0, value_type, value, address_kind};
     context.params[context.param_count] = &params[context.param_count];
@@ -99,19 +92,16 @@ struct Command {
   sch_cli_param params[SCH_CLI_MAX_PARAMS]{};
   std::string texts[SCH_CLI_MAX_PARAMS];
   int32_t numbers[SCH_CLI_MAX_PARAMS]{};
-  file_uri uri{};
 };
 
 struct Received {
   uint32_t service, opcode;
   Bytes bytes;
-  uint32_t feature_action = 0;  // feature-manager requests only
-  std::string feature;
 };
 
 // Serves one connection after another in a directory of its own; each request is recorded and
-// answered with the next scripted status and payload, or with status 0 and no payload once the
-// script has run out.
+// answered with the next scripted answer: a status and payload, or a stream of messages closed by
+// an end marker. Once the script has run out, the answer is status 0 and no payload.
 class FakeDaemon {
  public:
   FakeDaemon() {
@@ -122,16 +112,20 @@ class FakeDaemon {
   }
   ~FakeDaemon() {
     stop_ = true;
+    cmi_session_close(session_);  // ends a stream the client left unread
     thread_.join();
     close(listen_fd_);
-    cmi_session_close(session_);
   }
   FakeDaemon(const FakeDaemon &) = delete;
   FakeDaemon &operator=(const FakeDaemon &) = delete;
 
   void answer(uint32_t status, Bytes payload = {}) {
     std::lock_guard lock(mutex_);
-    script_.emplace_back(status, std::move(payload));
+    script_.push_back({status, {std::move(payload)}, false});
+  }
+  void stream(std::vector<Bytes> messages) {
+    std::lock_guard lock(mutex_);
+    script_.push_back({0, std::move(messages), true});
   }
   std::vector<Received> requests() const {
     std::lock_guard lock(mutex_);
@@ -141,30 +135,39 @@ class FakeDaemon {
   const std::string &directory() const { return directory_; }
 
  private:
+  struct Answer {
+    uint32_t status;
+    std::vector<Bytes> payloads;
+    bool streamed;
+  };
+
   void serve() {
     while (!stop_) {
       pollfd watch{listen_fd_, POLLIN, 0};
       int connection = -1;
       if (poll(&watch, 1, 20) <= 0 || cmi_server_accept(listen_fd_, &connection) != 0) continue;
       for (cmi_request request{}; cmi_server_receive(connection, &request) == 0; cmi_request_release(&request)) {
-        auto [status, payload] = take(request);
-        cmi_server_reply(connection, request.token, status, payload.data(), static_cast<uint32_t>(payload.size()));
+        Answer answer = take(request);
+        if (!answer.streamed) {
+          const Bytes &payload = answer.payloads.front();
+          cmi_server_reply(connection, request.token, answer.status, payload.data(), uint32_t(payload.size()));
+          continue;
+        }
+        for (const Bytes &message : answer.payloads) {
+          cmi_server_stream_send(connection, request.token, message.data(), uint32_t(message.size()));
+        }
+        cmi_server_stream_end(connection, request.token, 0);
       }
       close(connection);
     }
   }
 
-  std::pair<uint32_t, Bytes> take(const cmi_request &request) {
+  Answer take(const cmi_request &request) {
     std::lock_guard lock(mutex_);
     const auto *bytes = static_cast<const uint8_t *>(request.payload);
-    Received &received = received_.emplace_back(request.service, request.opcode, Bytes(bytes, bytes + request.length));
-    if (request.service == FM_SERVICE) {
-      char name[FM_FEATURE_NAME_SIZE] = {};
-      EXPECT_EQ(fm_feature_request_parse(request.payload, request.length, &received.feature_action, name), 0u);
-      received.feature = name;
-    }
-    if (script_.empty()) return {0, {}};
-    auto answer = std::move(script_.front());
+    received_.push_back({request.service, request.opcode, Bytes(bytes, bytes + request.length)});
+    if (script_.empty()) return {0, {{}}, false};
+    Answer answer = std::move(script_.front());
     script_.pop_front();
     return answer;
   }
@@ -175,9 +178,50 @@ class FakeDaemon {
   cmi_session *session_ = nullptr;
   std::atomic<bool> stop_{false};
   mutable std::mutex mutex_;
-  std::deque<std::pair<uint32_t, Bytes>> script_;
+  std::deque<Answer> script_;
   std::vector<Received> received_;
   std::thread thread_;
+};
+
+// Handlers run against the fake daemon; the handlers' encryption runs here, as in the daemon.
+class HandlerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("TZ", "UTC", 1);
+    tzset();
+    const std::string &directory = daemon_.directory();
+    std::ofstream(directory + "/passwd") << kLocalUser << ":x:1000:1000::/home/alice:/bin/sh\n";
+    ASSERT_EQ(auth_local_passwd_file_set((directory + "/passwd").c_str()), 0u);
+    ASSERT_EQ(secrets_device_key_path_set((directory + "/device.key").c_str()), 0u);
+    secrets_use_device_key(1);
+  }
+  void TearDown() override {
+    secrets_use_device_key(0);
+    auth_local_passwd_file_set(nullptr);
+    secrets_device_key_path_set(nullptr);
+  }
+
+  void answer(uint32_t status, Bytes payload = {}) { daemon_.answer(status, std::move(payload)); }
+  std::vector<Received> requests() const { return daemon_.requests(); }
+  Bytes sent(size_t index) const { return requests().at(index).bytes; }
+
+  // Runs a handler on a command, keeping its output in output_.
+  template <typename Result>
+  Result run(Result (*handler)(sch_cli_context *), Command &command) {
+    Result result{};
+    output_ = capture([&] { result = handler(&command.context); });
+    return result;
+  }
+  template <typename Result>
+  Result run(Result (*handler)(sch_cli_context *), const std::vector<const char *> &values = {}, uint32_t code = 0,
+             bool no_form = false, const char *user = kLocalUser) {
+    Command command(session_, values, code, no_form, user);
+    return run(handler, command);
+  }
+
+  FakeDaemon daemon_;
+  cmi_session *session_ = daemon_.session();
+  Output output_;
 };
 
 }  // namespace sch::testing
