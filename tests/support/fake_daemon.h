@@ -21,7 +21,6 @@
 #include "cli/request.h"
 #include "schedcli/cli.h"
 #include "schedcli/platform/auth.h"
-#include "schedcli/platform/cmi.h"
 #include "schedcli/platform/secrets.h"
 #include "schedcli/platform/syserr.h"
 #include "schedcli/status.h"
@@ -99,25 +98,32 @@ struct Received {
   Bytes bytes;
 };
 
-// Serves one connection after another in a directory of its own; each request is recorded and
-// answered with the next scripted answer: a status and payload, or a stream of messages closed by
-// an end marker. Once the script has run out, the answer is status 0 and no payload.
-class FakeDaemon {
- public:
-  FakeDaemon() {
-    std::string path = directory_ + "/" CMI_SOCKET_NAME;
-    EXPECT_EQ(cmi_server_listen(path.c_str(), &listen_fd_), 0u);
-    session_ = cmi_session_open(path.c_str());
-    thread_ = std::thread([this] { serve(); });
+// Handlers run against a fake daemon: a thread serves one connection after another on a real
+// socket in a directory of its own, records each request and answers it with the next scripted
+// answer (a status and payload, or a stream of messages closed by an end marker), or with status 0
+// and no payload once the script has run out. The handlers' encryption runs here, as in the daemon.
+class HandlerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("TZ", "UTC", 1);
+    tzset();
+    ASSERT_EQ(cmi_server_listen((directory_ + "/" CMI_SOCKET_NAME).c_str(), &listen_fd_), 0u);
+    session_ = cmi_session_open((directory_ + "/" CMI_SOCKET_NAME).c_str());
+    server_ = std::thread([this] { serve(); });
+    std::ofstream(directory_ + "/passwd") << kLocalUser << ":x:1000:1000::/home/alice:/bin/sh\n";
+    ASSERT_EQ(auth_local_passwd_file_set((directory_ + "/passwd").c_str()), 0u);
+    ASSERT_EQ(secrets_device_key_path_set((directory_ + "/device.key").c_str()), 0u);
+    secrets_use_device_key(1);
   }
-  ~FakeDaemon() {
+  void TearDown() override {
     stop_ = true;
     cmi_session_close(session_);  // ends a stream the client left unread
-    thread_.join();
+    if (server_.joinable()) server_.join();
     close(listen_fd_);
+    secrets_use_device_key(0);
+    auth_local_passwd_file_set(nullptr);
+    secrets_device_key_path_set(nullptr);
   }
-  FakeDaemon(const FakeDaemon &) = delete;
-  FakeDaemon &operator=(const FakeDaemon &) = delete;
 
   void answer(uint32_t status, Bytes payload = {}) {
     std::lock_guard lock(mutex_);
@@ -131,8 +137,24 @@ class FakeDaemon {
     std::lock_guard lock(mutex_);
     return received_;
   }
-  cmi_session *session() const { return session_; }
-  const std::string &directory() const { return directory_; }
+  Bytes sent(size_t index) const { return requests().at(index).bytes; }
+
+  // Runs a handler on a command, keeping its output in output_.
+  template <typename Result>
+  Result run(Result (*handler)(sch_cli_context *), Command &command) {
+    Result result{};
+    output_ = capture([&] { result = handler(&command.context); });
+    return result;
+  }
+  template <typename Result>
+  Result run(Result (*handler)(sch_cli_context *), const std::vector<const char *> &values = {}, uint32_t code = 0,
+             bool no_form = false, const char *user = kLocalUser) {
+    Command command(session_, values, code, no_form, user);
+    return run(handler, command);
+  }
+
+  cmi_session *session_ = nullptr;
+  Output output_;
 
  private:
   struct Answer {
@@ -172,56 +194,14 @@ class FakeDaemon {
     return answer;
   }
 
-  sch::testing::TempDir temp_;
+  TempDir temp_;
   std::string directory_ = temp_.path();
   int listen_fd_ = -1;
-  cmi_session *session_ = nullptr;
   std::atomic<bool> stop_{false};
   mutable std::mutex mutex_;
   std::deque<Answer> script_;
   std::vector<Received> received_;
-  std::thread thread_;
-};
-
-// Handlers run against the fake daemon; the handlers' encryption runs here, as in the daemon.
-class HandlerTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    setenv("TZ", "UTC", 1);
-    tzset();
-    const std::string &directory = daemon_.directory();
-    std::ofstream(directory + "/passwd") << kLocalUser << ":x:1000:1000::/home/alice:/bin/sh\n";
-    ASSERT_EQ(auth_local_passwd_file_set((directory + "/passwd").c_str()), 0u);
-    ASSERT_EQ(secrets_device_key_path_set((directory + "/device.key").c_str()), 0u);
-    secrets_use_device_key(1);
-  }
-  void TearDown() override {
-    secrets_use_device_key(0);
-    auth_local_passwd_file_set(nullptr);
-    secrets_device_key_path_set(nullptr);
-  }
-
-  void answer(uint32_t status, Bytes payload = {}) { daemon_.answer(status, std::move(payload)); }
-  std::vector<Received> requests() const { return daemon_.requests(); }
-  Bytes sent(size_t index) const { return requests().at(index).bytes; }
-
-  // Runs a handler on a command, keeping its output in output_.
-  template <typename Result>
-  Result run(Result (*handler)(sch_cli_context *), Command &command) {
-    Result result{};
-    output_ = capture([&] { result = handler(&command.context); });
-    return result;
-  }
-  template <typename Result>
-  Result run(Result (*handler)(sch_cli_context *), const std::vector<const char *> &values = {}, uint32_t code = 0,
-             bool no_form = false, const char *user = kLocalUser) {
-    Command command(session_, values, code, no_form, user);
-    return run(handler, command);
-  }
-
-  FakeDaemon daemon_;
-  cmi_session *session_ = daemon_.session();
-  Output output_;
+  std::thread server_;
 };
 
 }  // namespace sch::testing
