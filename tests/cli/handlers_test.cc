@@ -9,26 +9,11 @@ namespace {
 using namespace sch::testing;
 using Handler = uint32_t (*)(sch_cli_context *);
 constexpr uint32_t kTimeout = CMI_ERR_TIMEOUT;
-const char *const kInvalidName = "Invalid name. Name should begin with alphanumeric and may have '_' or '-'.\n";
 
 // The daemon's answer to a credential fetch: the user, then the encrypted password, 128 bytes each.
 Bytes fetched(const std::string &password) { return image(256, {}, {{0, kRemoteUser}, {128, password}}); }
 
-class Commands : public HandlerTest {
- protected:
-  uint32_t gate(const char *user) {
-    Command command(session_, {}, 0, false, "");
-    return sch_validate_remote_user(&command.context, user);
-  }
-  // The command text that the one-line definition of `text` sends, its head checked.
-  std::string split(const char *text) {
-    EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {"backup", text}), 0u) << text;
-    Bytes sent = requests().back().bytes;
-    auto n = uint32_t(sent.size() - 56);
-    EXPECT_EQ(Bytes(sent.begin(), sent.begin() + 56), image(56, {{0, 1}, {4, n + 48}, {52, n}}, {{16, "backup"}}));
-    return std::string(sent.begin() + 56, sent.end());
-  }
-};
+using Commands = HandlerTest;
 
 TEST(NameCheck, ConfigWordIsAsciiAndEndsInsideItsField) {
   for (const char *name : {"a", "9", "a_-9", "backup-2_daily"}) EXPECT_EQ(sch_name_is_config_word(name), 1) << name;
@@ -43,10 +28,11 @@ TEST(NameCheck, ConfigWordIsAsciiAndEndsInsideItsField) {
 }
 
 TEST_F(Commands, LocalUsersPassAndRemoteUsersNeedAWorkingStoredPassword) {
+  Command command(session_, {}, 0, false, "");
+  auto gate = [&](const char *user) { return sch_validate_remote_user(&command.context, user); };
   EXPECT_EQ(gate(kLocalUser), 0u);
   EXPECT_EQ(gate(nullptr), SCH_STATUS_NO_CREDENTIAL);
   EXPECT_EQ(gate(""), SCH_STATUS_NO_CREDENTIAL);
-  EXPECT_TRUE(requests().empty());
   const std::tuple<uint32_t, Bytes, uint32_t> fetches[] = {
       {0, fetched(""), SCH_STATUS_NO_CREDENTIAL},
       {0, fetched("not-a-type-7-text"), SCH_STATUS_AUTH_FAILED},
@@ -77,7 +63,15 @@ TEST_F(Commands, LocalUsersPassAndRemoteUsersNeedAWorkingStoredPassword) {
 }
 
 TEST_F(Commands, OneLineJobDefinition) {
-  // The transcript "jobs" shows the common splits; these are the edges.
+  // The command text that the one-line definition of `text` sends, its head checked.
+  auto split = [&](const char *text) {
+    EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {"backup", text}), 0u) << text;
+    Bytes sent = requests().back().bytes;
+    auto n = uint32_t(sent.size() - 56);
+    EXPECT_EQ(Bytes(sent.begin(), sent.begin() + 56), image(56, {{0, 1}, {4, n + 48}, {52, n}}, {{16, "backup"}}));
+    return std::string(sent.begin() + 56, sent.end());
+  };
+  // The transcript "jobs" has the common splits and refused names; these are the edges.
   EXPECT_EQ(split("a ; b ;"), "a\n b \n");
   EXPECT_EQ(split(""), "");
   // No credential is checked in this form, even for a remote user.
@@ -85,8 +79,6 @@ TEST_F(Commands, OneLineJobDefinition) {
   EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {nullptr, "x"}), 255u);
   EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {"backup", nullptr}), 255u);
   EXPECT_EQ(output_.err, "");
-  EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {"a.b", "x"}), 255u);
-  EXPECT_EQ(output_.err, kInvalidName);
   EXPECT_EQ(requests().size(), 3u);
 
   // Commands past the limit are dropped and the rest is sent. Appended: 1000 bytes for the first
@@ -101,32 +93,27 @@ TEST_F(Commands, OneLineJobDefinition) {
 }
 
 TEST_F(Commands, FailuresTheDaemonAnswers) {
-  EXPECT_EQ(run(sch_cli_create_delete_schedule, {"night ly"}), 255u);
-  EXPECT_EQ(output_.err, kInvalidName);
-  const uint32_t job = SCH_MODIFY_JOB, exists = SCH_STATUS_EXISTS;
-  const std::tuple<Handler, uint32_t, bool, uint32_t, uint32_t, std::string> cases[] = {
-      // handler, command code, no form, the daemon's status, result, error line
-      {sch_cli_create_delete_schedule, job, false, exists, exists, ""},  // entering an existing one is quiet
-      {sch_cli_create_delete_schedule, job, false, kTimeout, 255, error_line("Error: create schedule failed", kTimeout)},
-      {sch_cli_create_delete_schedule, job, true, kTimeout, kTimeout, error_line("Error: delete schedule failed", kTimeout)},
-      {sch_cli_modify_schedule_emailaddr, job, false, kTimeout, kTimeout, error_line("Error: could add email-id", kTimeout)},
-      {sch_cli_modify_schedule_emailaddr, job, true, kTimeout, kTimeout,
-       error_line("Error: could not delete email-id", kTimeout)},
-      {sch_cli_modify_schedule, job, false, kTimeout, kTimeout, error_line("Error: could not assign job", kTimeout)},
-      {sch_cli_modify_schedule, job, true, kTimeout, kTimeout, error_line("Error: could not deassign job", kTimeout)},
-      {sch_cli_modify_schedule, SCH_MODIFY_DAILY, false, kTimeout, kTimeout,
-       error_line("Error: modify schedule failed", kTimeout)},
+  const uint32_t job = SCH_MODIFY_JOB, exists = SCH_STATUS_EXISTS, none = CMI_ERR_NO_DAEMON;
+  const std::tuple<Handler, uint32_t, bool, uint32_t, uint32_t, const char *> cases[] = {
+      // handler, command code, no form, the daemon's status, result, error line's text (nullptr: none)
+      {sch_cli_create_delete_schedule, job, false, exists, exists, nullptr},  // entering an existing one is quiet
+      {sch_cli_create_delete_schedule, job, false, kTimeout, 255, "Error: create schedule failed"},
+      {sch_cli_create_delete_schedule, job, true, kTimeout, kTimeout, "Error: delete schedule failed"},
+      {sch_cli_modify_schedule_emailaddr, job, false, kTimeout, kTimeout, "Error: could add email-id"},
+      {sch_cli_modify_schedule_emailaddr, job, true, kTimeout, kTimeout, "Error: could not delete email-id"},
+      {sch_cli_modify_schedule, job, false, kTimeout, kTimeout, "Error: could not assign job"},
+      {sch_cli_modify_schedule, job, true, kTimeout, kTimeout, "Error: could not deassign job"},
+      {sch_cli_modify_schedule, SCH_MODIFY_DAILY, false, kTimeout, kTimeout, "Error: modify schedule failed"},
       // The log-file and transport commands print a doubled colon: intended.
-      {sch_cli_logfile_resize, 0, true, kTimeout, kTimeout, error_line("Error: ", kTimeout)},
-      {sch_cli_logfile_clear, 0, false, kTimeout, kTimeout, error_line("Error: ", kTimeout)},
-      {sch_cli_logfile_rename, 0, true, kTimeout, kTimeout, error_line("Error: ", kTimeout)},
-      {sch_cli_config_email_transport, SCH_TRANSPORT_FROM, false, CMI_ERR_NO_DAEMON, CMI_ERR_NO_DAEMON,
-       error_line("Error: ", CMI_ERR_NO_DAEMON)},
+      {sch_cli_logfile_resize, 0, true, kTimeout, kTimeout, "Error: "},
+      {sch_cli_logfile_clear, 0, false, kTimeout, kTimeout, "Error: "},
+      {sch_cli_logfile_rename, 0, true, kTimeout, kTimeout, "Error: "},
+      {sch_cli_config_email_transport, SCH_TRANSPORT_FROM, false, none, none, "Error: "},
   };
-  for (const auto &[handler, code, no_form, status, result, err] : cases) {
+  for (const auto &[handler, code, no_form, status, result, text] : cases) {
     answer(status);
-    EXPECT_EQ(run(handler, {"nightly", "02:30"}, code, no_form), result) << err;
-    EXPECT_EQ(output_.err, err);
+    EXPECT_EQ(run(handler, {"nightly", "02:30"}, code, no_form), result) << text;
+    EXPECT_EQ(output_.err, text ? error_line(text, status) : "");
   }
   EXPECT_EQ(requests().size(), std::size(cases));
 }
@@ -149,7 +136,6 @@ TEST_F(Commands, ScheduleJobRequestsCarryNamesAndNoTime) {
 TEST_F(Commands, SmtpServerKindsPortAndVrf) {
   const std::tuple<const char *, uint32_t, uint32_t, int32_t, const char *> cases[] = {
       // server, its address kind, the kind sent, port (0: none given), VRF
-      {"mail.example.com", SCH_ADDRESS_HOST_NAME, 16, 0, ""},
       {"192.0.2.1", SCH_ADDRESS_IPV4, 1, 2525, ""},
       {"2001:db8::1", SCH_ADDRESS_IPV6, 2, 0, "mgmt"},
       {"mail", SCH_ADDRESS_HOST_NAME, 16, 587, "mgmt"}};
@@ -170,7 +156,7 @@ TEST_F(Commands, SmtpServerKindsPortAndVrf) {
   Command broadcast(session_, {}, SCH_TRANSPORT_SMTP_SERVER);
   EXPECT_EQ(run(sch_cli_config_email_transport, broadcast.text("255.255.255.255", 0x40000001u)), 1u);
   EXPECT_EQ(output_.err, "Invalid host address");
-  EXPECT_EQ(requests().size(), 6u);
+  EXPECT_EQ(requests().size(), 5u);
 }
 
 using Show = HandlerTest;
@@ -200,8 +186,9 @@ TEST_F(Show, SchedulesThatHaveRun) {
   answer(0, schedule_reply({.name = "w", .time = {.type = 4, .hour = 23, .day_of_week = 7, .minute = 59},
                              .last_completion = 1700003600, .last_execution = 1700000000, .execution_count = 3},
                             {{"backup", 0x0100}, {"cleanup", 0x0009}, {"c", 0xff00}}));
-  answer(0, schedule_reply({.name = "m", .time = {.type = 5, .hour = 10, .day_of_month = 28}, .last_execution = 1700000000,
-                             .execution_count = 3}));
+  answer(0, schedule_reply(
+                {.name = "m", .time = {.type = 5, .hour = 10, .day_of_month = 28}, .last_execution = 1700000000,
+                 .execution_count = 3}));
   EXPECT_EQ(run(sch_cli_show_schedules), 0);
   const std::string head = std::string(23, '-') + "\nUser Name           : alice\nSchedule Type       : ";
   const std::string ran = "Last Execution Time : Tue Nov 14 22:13:20 2023\n";
@@ -221,7 +208,8 @@ TEST_F(Show, SchedulesThatHaveRun) {
   EXPECT_EQ(run(sch_cli_show_schedules), 1);
   EXPECT_NE(output_.out.find("Schedule Name       : a\n"), std::string::npos);
   EXPECT_EQ(output_.err, error_line("Error", CMI_ERR_DAEMON_CLOSED));
-  for (const Bytes &broken : {Bytes(819, 0), schedule_reply({.name = "a", .time = {.type = 3}, .job_count = 2}, {{"backup", 0}})}) {
+  Bytes overcounted = schedule_reply({.name = "a", .time = {.type = 3}, .job_count = 2}, {{"backup", 0}});
+  for (const Bytes &broken : {Bytes(819, 0), overcounted}) {
     answer(0, broken);
     EXPECT_EQ(run(sch_cli_show_schedules), 1);
     EXPECT_EQ(output_.out + output_.err, error_line("Error", CMI_ERR_LENGTH));
@@ -315,14 +303,11 @@ TEST_F(Show, ConfigurationPiecesInOrderEachReportingItsOwnFailure) {
   std::string short_reply = error_line("Error", CMI_ERR_LENGTH);
   EXPECT_EQ(output_.err, short_reply + short_reply + short_reply + short_reply);
   auto sent = requests();
-  ASSERT_EQ(sent.size(), 7u);
-  const uint32_t services[] = {59512, 59511, 59511, 59512, 59512, 59512, 59512};
-  const uint32_t types[] = {12, 19, 23, 7, 7, 6, 6};
-  for (size_t i = 0; i < 3; i++) EXPECT_EQ(sent[i].bytes, image(8, {{0, types[i]}}));
-  for (size_t i = 0; i < sent.size(); i++) {
-    EXPECT_EQ(sent[i].service * 10 + sent[i].opcode, services[i]) << i;
-    EXPECT_EQ(sch_wire_get_u32(sent[i].bytes.data()), types[i]) << i;
-  }
+  std::vector<std::pair<uint32_t, uint32_t>> kinds;  // service and opcode as one number, request type
+  for (const Received &r : sent) kinds.emplace_back(r.service * 10 + r.opcode, sch_wire_get_u32(r.bytes.data()));
+  ASSERT_EQ(kinds,
+            (decltype(kinds){{59512, 12}, {59511, 19}, {59511, 23}, {59512, 7}, {59512, 7}, {59512, 6}, {59512, 6}}));
+  for (size_t i = 0; i < 3; i++) EXPECT_EQ(sent[i].bytes, image(8, {{0, kinds[i].second}}));
   EXPECT_EQ(sent[4].bytes, image(48, {{0, 7}, {4, 40}, {44, 7}}));  // the cursor echoed
   EXPECT_EQ(sent[5].bytes, image(48, {{0, 6}, {4, 40}, {44, ~0u}}));
   EXPECT_EQ(sent[6].bytes, image(48, {{0, 6}, {4, 40}, {44, 0x10}}));
@@ -339,7 +324,7 @@ TEST_F(Show, ConfigurationPiecesInOrderEachReportingItsOwnFailure) {
   }
 }
 
-TEST(Printers, ScheduleKindsAndTimeLines) {
+TEST(Printers, ScheduleKindsTimeLinesAndTimeErrors) {
   setenv("TZ", "UTC", 1);
   tzset();
   // What the transcript "schedules" does not reach: three suffixes and weekdays out of range.
@@ -353,16 +338,17 @@ TEST(Printers, ScheduleKindsAndTimeLines) {
     EXPECT_EQ(capture([&] { print_weekly_schedule(&t); }).out, "Run on every ** at 0 Hrs 0 Mins\n");
   }
 
-  const std::tuple<tminfo, const char *, const char *> lines[] = {  // printed; appended to "x"
+  const std::string repeat = "time start 2030:06:15:10:30 repeat ";
+  const std::tuple<tminfo, std::string, const char *> lines[] = {  // printed; appended to "x"
       {{.type = 1, .hour = 9, .day_of_month = 5, .minute = 7, .year = 124}, "time start 2024:01:05:09:07\n", "xtime"},
       {{.type = 3, .hour = 2, .minute = 30}, "time daily 02:30\n", "xtime02:30\n"},
       {{.type = 3, .hour = -1, .minute = 5}, "time daily 05\n", "xtime05\n"},
       {{.type = 4, .hour = 9, .minute = 5}, "time weekly 09:05\n", "xtime09:05\n"},
       {{.type = 4, .hour = 9, .day_of_week = 7, .minute = 5}, "time weekly 07:09:05\n", "xtime07:09:05\n"},
       {{.type = 5, .hour = 10, .day_of_month = 28}, "time monthly 28:10:00\n", "xtime28:10:00\n"},
-      {{.type = 7, .minute = 30, .start_time = kJune15th2030}, "time start 2030:06:15:10:30 repeat 30\n", "xtime30\n"},
-      {{.type = 7, .hour = 2, .minute = 5, .start_time = kJune15th2030}, "time start 2030:06:15:10:30 repeat 2:5\n", "xtime2:5\n"},
-      {{.type = 7, .day_of_week = 1, .minute = 3, .start_time = kJune15th2030}, "time start 2030:06:15:10:30 repeat 1:0:3\n", "xtime1:0:3\n"},
+      {{.type = 7, .minute = 30, .start_time = kJune15th2030}, repeat + "30\n", "xtime30\n"},
+      {{.type = 7, .hour = 2, .minute = 5, .start_time = kJune15th2030}, repeat + "2:5\n", "xtime2:5\n"},
+      {{.type = 7, .day_of_week = 1, .minute = 3, .start_time = kJune15th2030}, repeat + "1:0:3\n", "xtime1:0:3\n"},
       {{.type = 6, .hour = 1}, "", "x"}};
   for (const auto &[time, printed, appended] : lines) {
     EXPECT_EQ(capture([&] { print_config_schedule_type(&time, nullptr); }).out, printed);
@@ -370,12 +356,10 @@ TEST(Printers, ScheduleKindsAndTimeLines) {
     print_config_schedule_type(&time, destination);
     EXPECT_STREQ(destination, appended);
   }
-}
 
-TEST(Printers, TimeErrorsForEveryCodeAndForm) {
   // The transcript "schedules" has the out-of-range lines of forms 1, 3, 4 and 5 and the past.
   const std::string format = "Incorrect time format. Should be ";
-  const std::tuple<uint32_t, int, std::string> cases[] = {
+  const std::tuple<uint32_t, int, std::string> errors[] = {
       {0x40bd000b, 1, format + "yyyy:mmm:dd:HH:MM or +dd:HH:MM\n"},
       {0x40bd000c, 3, format + "HH:MM\n"},
       {0x40bd000b, 4, format + "dow:HH:MM\n"},
@@ -386,7 +370,7 @@ TEST(Printers, TimeErrorsForEveryCodeAndForm) {
       {0x40bd000d, 0, "Value out of range\nError 1086128141. Format unknown.\n"},
       {0x40bd000f, 3, "Error 1086128143.\n"},
   };
-  for (const auto &[code, kind, text] : cases) {
+  for (const auto &[code, kind, text] : errors) {
     EXPECT_EQ(capture([&] { sch_cli_disp_error(code, kind); }).err, text) << code << " " << kind;
   }
 }
