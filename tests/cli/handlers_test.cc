@@ -71,7 +71,7 @@ TEST_F(Commands, OneLineJobDefinition) {
     EXPECT_EQ(Bytes(sent.begin(), sent.begin() + 56), image(56, {{0, 1}, {4, n + 48}, {52, n}}, {{16, "backup"}}));
     return std::string(sent.begin() + 56, sent.end());
   };
-  // The transcript "jobs" has the common splits and refused names; these are the edges.
+  // The transcript "jobs" has the common splits; these are the edges.
   EXPECT_EQ(split("a ; b ;"), "a\n b \n");
   EXPECT_EQ(split(""), "");
   // No credential is checked in this form, even for a remote user.
@@ -79,6 +79,9 @@ TEST_F(Commands, OneLineJobDefinition) {
   EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {nullptr, "x"}), 255u);
   EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {"backup", nullptr}), 255u);
   EXPECT_EQ(output_.err, "");
+  // The shell creates the job first, so only this handler's own check refuses the name here.
+  EXPECT_EQ(run(sch_cli_semicolon_delimiter_define_job, {"a.b", "x"}), 255u);
+  EXPECT_EQ(output_.err, "Invalid name. Name should begin with alphanumeric and may have '_' or '-'.\n");
   EXPECT_EQ(requests().size(), 3u);
 
   // Commands past the limit are dropped and the rest is sent. Appended: 1000 bytes for the first
