@@ -1,5 +1,5 @@
 // Test support for persistence: a temporary state and runtime directory, the database and store
-// globals reset around each test, builders for records and a comparable picture of a database.
+// globals reset around each test, builders for records, and reading a store back.
 #ifndef SCHEDCLI_TESTS_PSS_FIXTURE_H
 #define SCHEDCLI_TESTS_PSS_FIXTURE_H
 
@@ -8,15 +8,15 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <map>
 #include <string>
-#include <tuple>
 #include <vector>
 
-#include "schedcli/pss.h"
+#include "db/codec.h"
+#include "schedcli/platform/syslog.h"
 #include "schedcli/platform/sysmgr.h"
-#include "support/traces.h"
+#include "schedcli/pss.h"
 #include "support/temp_dir.h"
+#include "support/traces.h"
 
 namespace sch::testing {
 
@@ -30,6 +30,7 @@ class PssTest : public DatabaseTest {
     reset_globals();
   }
   void TearDown() override {
+    nost_syslog_set_sink(nullptr, nullptr);
     pss2_fault_clear_all();
     close_all();
     release_all();
@@ -54,6 +55,23 @@ class PssTest : public DatabaseTest {
 
   std::string path(const std::string &name) const { return (root_ / name).string(); }
 
+  static bool traced(const std::string &text) {
+    auto texts = trace_texts();
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
+  }
+
+  // Collects syslog messages into syslog_ until the test ends.
+  void capture_syslog() {
+    nost_syslog_set_sink([](int, const char *text, void *m) { static_cast<std::vector<std::string> *>(m)->push_back(text); },
+                         &syslog_);
+  }
+
+  // Drops the database from memory, as a restarting daemon has it.
+  static void forget_memory() {
+    release_all();
+    reset_globals();
+  }
+
   static void close_all() {
     for (pss2_handle *handle : {&pss_running, &pss_running_db, &debug_pss_running}) {
       if (*handle) pss2_close(*handle);
@@ -77,20 +95,23 @@ class PssTest : public DatabaseTest {
 
   sch::testing::TempDir temp_;
   std::filesystem::path root_, state_dir_, runtime_dir_;
+  std::vector<std::string> syslog_;
 };
 
 // ---- Building a database ----
 
-inline sch_job_slot *add_job(sch_config_set *db, uint32_t id, const std::string &name, const std::string &text) {
+inline sch_config_key *new_key(uint32_t type, const std::string &name) {
   auto *key = static_cast<sch_config_key *>(sch_malloc_check(sizeof(sch_config_key), 5, 0, "test"));
-  key->type = SCH_REC_JOB;
+  key->type = type;
   std::memcpy(key->name, name.data(), std::min(name.size(), sizeof key->name));
+  return key;
+}
+
+inline sch_job_slot *add_job(sch_config_set *db, uint32_t id, const std::string &name, const std::string &text) {
   auto *header = static_cast<sch_job_header *>(sch_malloc_check(sizeof(sch_job_header), 6, 0, "test"));
-  header->job_id = id;
-  header->reserved = 0x1000 + id;
-  header->length = static_cast<uint32_t>(text.size());
+  *header = sch_job_header{id, 0x1000 + id, static_cast<uint32_t>(text.size())};
   sch_job_slot *slot = nullptr;
-  EXPECT_EQ(sch_add_job_hdr(db, key, header, &slot), 0);
+  EXPECT_EQ(sch_add_job_hdr(db, new_key(SCH_REC_JOB, name), header, &slot), 0);
   for (size_t offset = 0; offset < text.size(); offset += SCH_FRAGMENT_SIZE) {
     size_t length = std::min<size_t>(SCH_FRAGMENT_SIZE, text.size() - offset);
     void *fragment = sch_malloc_check(length, 7, 0, "test");
@@ -100,13 +121,10 @@ inline sch_job_slot *add_job(sch_config_set *db, uint32_t id, const std::string 
   return slot;
 }
 
-inline sch_schedule_entry *add_schedule(sch_config_set *db, const std::string &name, const tminfo &time,
-                                        std::initializer_list<int> jobs) {
-  auto *key = static_cast<sch_config_key *>(sch_malloc_check(sizeof(sch_config_key), 14, 0, "test"));
-  key->type = SCH_REC_SCHEDULE;
-  std::memcpy(key->name, name.data(), std::min(name.size(), sizeof key->name));
+// A schedule run by "operator" at hour 2, on `jobs`.
+inline sch_schedule_entry *add_schedule(sch_config_set *db, const std::string &name, std::initializer_list<int> jobs = {}) {
   auto *value = static_cast<sch_schedule_record *>(sch_malloc_check(sizeof(sch_schedule_record), 14, 0, "test"));
-  value->time = time;
+  value->time = tminfo{3, 2, 0, 0, 30, 0, 0, 0, 0, 0};
   for (int job : jobs) {
     value->jobs[job / 32] |= 1u << (job % 32);
     value->job_count++;
@@ -115,15 +133,14 @@ inline sch_schedule_entry *add_schedule(sch_config_set *db, const std::string &n
   value->execution_count = 3;
   value->reserved0[1] = 0x77;
   sch_schedule_entry *entry = nullptr;
-  EXPECT_EQ(sch_add_schedule_entry(db, key, value, &entry), 0);
+  EXPECT_EQ(sch_add_schedule_entry(db, new_key(SCH_REC_SCHEDULE, name), value, &entry), 0);
   return entry;
 }
 
-inline void add_result(sch_config_set *db, uint32_t job, const char *schedule, uint32_t word0, uint32_t word1) {
+inline void add_result(sch_config_set *db, uint32_t job, const char *schedule, uint32_t word1) {
   auto *result = static_cast<sch_runtime_job_status *>(sch_malloc_check(sizeof(sch_runtime_job_status), 4, 0, "t"));
   std::memcpy(result->schedule, schedule, strnlen(schedule, sizeof result->schedule));
   result->job_id = job;
-  result->result[0] = word0;
   result->result[1] = word1;
   ASSERT_EQ(sch_add_runtime_job_status_entry(db, result), 0);
 }
@@ -137,57 +154,41 @@ inline sch_user_element *add_user(queue_header *queue, const char *name, const c
   return element;
 }
 
-inline std::string text_of(size_t length, char seed = 'a') {
+inline std::string text_of(size_t length) {
   std::string text;
-  for (size_t i = 0; i < length; i++) text.push_back(i % 80 == 79 ? '\n' : static_cast<char>(seed + i % 23));
+  for (size_t i = 0; i < length; i++) text.push_back(i % 80 == 79 ? '\n' : static_cast<char>('a' + i % 23));
   return text;
 }
 
-// ---- A comparable picture of a database ----
+// ---- Reading a store back ----
 
-template <typename T>
-std::string bytes_of(const T &value) {
-  return std::string(reinterpret_cast<const char *>(&value), sizeof value);
+// How many records the store holds.
+inline size_t record_count(pss2_handle store) {
+  size_t count = 0;
+  uint32_t visited = 0;
+  for (uint32_t status = pss2_move2location(&store, 1, PSS2_LOCATION_FIRST, &visited); status == 0;
+       status = pss2_move2location(&store, 1, PSS2_LOCATION_NEXT, &visited)) {
+    count++;
+  }
+  return count;
 }
 
-struct Picture {
-  std::map<int, std::string> jobs;                   // id -> name, header and text
-  std::map<int, std::vector<std::string>> results;   // id -> run results
-  std::vector<std::string> schedules;                // name and record, in list order
-  std::vector<std::string> emails;
-  std::vector<std::string> users;
-  bool operator==(const Picture &) const = default;
-};
-
-inline Picture picture(sch_config_set *db, queue_header *users) {
-  Picture p;
-  for (int index = 0; sch_job_slot *slot = sch_next_job(db, &index); index++) {
-    std::string text(slot->header ? slot->header->length + 2 : 2, '\0');
-    if (slot->header) sch_concat_fragments(slot->fragments, text.data(), static_cast<int>(slot->header->length));
-    p.jobs[index] = std::string(slot->key->name, strnlen(slot->key->name, 32)) + "|" +
-                    (slot->header ? bytes_of(*slot->header) : "") + "|" + text;
-    for (GList *e = slot->run_results; e; e = e->next) {
-      p.results[index].push_back(bytes_of(*static_cast<sch_runtime_job_status *>(e->data)));
-    }
-  }
-  for (GList *e = g_list_first(*db->schedules); e; e = e->next) {
-    auto *entry = static_cast<sch_schedule_entry *>(e->data);
-    p.schedules.push_back(bytes_of(entry->key->name) + bytes_of(*entry->value));
-  }
-  for (GList *e = g_list_first(sch_schedule_email_list); e; e = e->next) {
-    p.emails.push_back(bytes_of(*static_cast<sch_schedule_email_entry *>(e->data)));
-  }
-  // Run results come back in the store's key order, not in arrival order.
-  for (auto &[id, results] : p.results) std::sort(results.begin(), results.end());
-  for (auto *u = static_cast<sch_user_element *>(peek_head(users)); u; u = static_cast<sch_user_element *>(u->link)) {
-    p.users.push_back(bytes_of(u->record));
-  }
-  return p;
+// The stored (big-endian) image of a key.
+inline std::string stored_key(uint32_t type, uint32_t sequence, const std::string &name = "") {
+  sch_config_key key{type, sequence, {}};
+  std::memcpy(key.name, name.data(), std::min(name.size(), sizeof key.name));
+  std::string image(SCH_KEY_SIZE, '\0');
+  codec::encode(codec::kConfigKey, &key, reinterpret_cast<uint8_t *>(image.data()));
+  return image;
 }
 
-inline std::ostream &operator<<(std::ostream &out, const Picture &p) {
-  return out << p.jobs.size() << " jobs, " << p.schedules.size() << " schedules, " << p.emails.size() << " email entries, "
-             << p.users.size() << " users";
+// The value stored under a key image, or "<none>".
+inline std::string value_at(pss2_handle store, const std::string &key) {
+  pss2_datum key_datum{const_cast<char *>(key.data()), static_cast<int32_t>(key.size())};
+  uint32_t status = 0;
+  pss2_datum value = pss2_fetch(store, &key_datum, &status);
+  if (status != 0) return "<none>";
+  return std::string(static_cast<const char *>(value.data), static_cast<size_t>(value.length));
 }
 
 }  // namespace sch::testing
