@@ -121,7 +121,7 @@ inline sch_job_slot *add_job(sch_config_set *db, uint32_t id, const std::string 
   return slot;
 }
 
-// A schedule run by "operator" at hour 2, on `jobs`.
+// A schedule at 02:30 daily, on `jobs`.
 inline sch_schedule_entry *add_schedule(sch_config_set *db, const std::string &name, std::initializer_list<int> jobs = {}) {
   auto *value = static_cast<sch_schedule_record *>(sch_malloc_check(sizeof(sch_schedule_record), 14, 0, "test"));
   value->time = tminfo{3, 2, 0, 0, 30, 0, 0, 0, 0, 0};
@@ -129,9 +129,6 @@ inline sch_schedule_entry *add_schedule(sch_config_set *db, const std::string &n
     value->jobs[job / 32] |= 1u << (job % 32);
     value->job_count++;
   }
-  std::strcpy(value->user, "operator");
-  value->execution_count = 3;
-  value->reserved0[1] = 0x77;
   sch_schedule_entry *entry = nullptr;
   EXPECT_EQ(sch_add_schedule_entry(db, new_key(SCH_REC_SCHEDULE, name), value, &entry), 0);
   return entry;
@@ -152,12 +149,6 @@ inline sch_user_element *add_user(queue_header *queue, const char *name, const c
   element->record.word = word;
   sch_add_user_info(queue, element);
   return element;
-}
-
-inline std::string text_of(size_t length) {
-  std::string text;
-  for (size_t i = 0; i < length; i++) text.push_back(i % 80 == 79 ? '\n' : static_cast<char>('a' + i % 23));
-  return text;
 }
 
 // ---- Reading a store back ----
