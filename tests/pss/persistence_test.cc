@@ -47,7 +47,7 @@ struct Writer {
 // The byte images themselves are pinned by the record tests: here the value must be the codec's
 // image of the record, under the writer's key.
 TEST_F(SaveRestore, EveryWriterStoresTheCodecImageUnderItsKeyOrReportsTheFailure) {
-  sch_schedule_entry *schedule = add_schedule(&sch_running_config, "nightly", {0, 255});
+  sch_schedule_entry *schedule = add_schedule("nightly", {0, 255});
   sch_add_schedule_email_entry(&sch_schedule_email_list, "weekly", "ops@example.net");
   auto *email = static_cast<sch_schedule_email_entry *>(sch_schedule_email_list->data);
   std::string long_user(40, 'u');
@@ -116,8 +116,8 @@ TEST_F(SaveRestore, EveryWriterStoresTheCodecImageUnderItsKeyOrReportsTheFailure
 }
 
 TEST_F(SaveRestore, AFailedJobSaveLeavesWhatWasWrittenAndNamesTheRecord) {
-  sch_job_slot *job = add_job(&sch_running_config, 4, "long", std::string(3000, 'j'));
-  sch_job_slot *small = add_job(&sch_running_config, 5, "small", "ls");
+  sch_job_slot *job = add_job(4, "long", std::string(3000, 'j'));
+  sch_job_slot *small = add_job(5, "small", "ls");
   struct Case {
     sch_job_slot *job;
     uint64_t failing_store;
@@ -138,7 +138,7 @@ TEST_F(SaveRestore, AFailedJobSaveLeavesWhatWasWrittenAndNamesTheRecord) {
 }
 
 TEST_F(SaveRestore, UnreadableValuesAreSkippedAndUnreadableKeysEndTheWalk) {
-  for (const char *name : {"a", "b", "c"}) add_schedule(&sch_running_config, name);
+  for (const char *name : {"a", "b", "c"}) add_schedule(name);
   sch_save_config_to_pss(&sch_running_config, store_);
   forget_memory();
 
@@ -154,15 +154,15 @@ TEST_F(SaveRestore, UnreadableValuesAreSkippedAndUnreadableKeysEndTheWalk) {
 }
 
 TEST_F(SaveRestore, RunResultsOfDeletedJobsAreDroppedAndOutOfMemoryEndsTheWalk) {
-  add_job(&sch_running_config, 1, "kept", "true");
-  add_job(&sch_running_config, 2, "deleted", "false");
-  add_result(&sch_running_config, 1, "s", 1);
-  add_result(&sch_running_config, 2, "s", 2);
-  add_result(&sch_running_config, 1, "t", 3);
+  add_job(1, "kept", "true");
+  add_job(2, "deleted", "false");
+  add_result(1, 's', 1);
+  add_result(2, 's', 2);
+  add_result(1, 't', 3);
   sch_save_db_to_pss(&sch_running_config, store_);
   sch_free_job_entry(&sch_job_list[1]);
   sch_free_job_entry(&sch_job_list[2]);
-  add_job(&sch_running_config, 1, "kept", "true");
+  add_job(1, "kept", "true");
 
   sch_restore_db_from_pss(&sch_running_config, store_);
   EXPECT_EQ(g_list_length(sch_job_list[1].run_results), 2u);
@@ -225,54 +225,56 @@ const std::string kIoCode = std::to_string(static_cast<int>(PSS2_ERR_IO));
 
 using Stores = PssTest;
 
-TEST_F(Stores, AStoreThatCannotBeHadStopsStartWith66AndASyslogMessage) {
+// Each way of opening the daemon's stores, on fresh files, with the Nth open failing (0: none):
+// its result, the stores open after it and its trace. Every failed creation is also logged.
+TEST_F(Stores, EachOpeningReportsTheStoreThatCannotBeHad) {
+  start_platform(true);
   capture_syslog();
-  start_platform(true);
-  pss2_fault_set(PSS2_FAULT_OPEN, 2, PSS2_ERR_IO, 0);  // the runtime database cannot be created
-  EXPECT_EQ(sch_pss_init(), 66);
-  EXPECT_NE(pss_running, 0u) << "the running store stays open";
-  EXPECT_EQ(pss_running_db, 0u);
-  const std::string db_uri = uri_text(sch_pss_running_db_uri);
-  EXPECT_TRUE(traced("Cannot open runtime db pss at " + db_uri));
-  EXPECT_EQ(syslog_, std::vector<std::string>{"%SCHEDULER-3-SCH_SYSLOG_PSS_ERR>> Purpose:Failed to create PSS %s URI:" +
-                                              db_uri + " Error:" + kIoCode});
+  const std::string running = uri_text(sch_pss_running_uri), db = uri_text(sch_pss_running_db_uri);
+  struct Opening {
+    int (*open)();
+    uint64_t failing;
+    int result;
+    bool running_open, db_open;
+    std::string trace;
+  };
+  const Opening openings[] = {
+      {sch_pss_init, 2, 66, true, false, "Cannot open runtime db pss at " + db},
+      {sch_pss_init, 1, 66, false, false, "Cannot open runtime pss at " + running},
+      {sch_standby_pss_init, 0, 0, true, true, ""},
+      {sch_standby_pss_init, 1, -1, false, false, "Failed to open pss. Uri " + running},
+      {sch_standby_pss_init, 2, -1, true, false, "Failed to open pss. Uri " + db},
+      // After a failed global sync, whatever was open: a runtime database that cannot be made
+      // again is not reported.
+      {sch_standby_pss_init_gsync_fail, 2, 0, true, false, ""},
+      {sch_standby_pss_init_gsync_fail, 1, -1, false, false, "Failed to open pss. Uri " + running},
+  };
+  for (const Opening &o : openings) {
+    SCOPED_TRACE(std::to_string(&o - openings));
+    if (o.open != sch_standby_pss_init_gsync_fail) {
+      close_all();
+      pss2_destroy(running.c_str());
+      pss2_destroy(db.c_str());
+    }
+    clear_traces();
+    syslog_.clear();
+    if (o.failing) pss2_fault_set(PSS2_FAULT_OPEN, o.failing, PSS2_ERR_IO, 0);
+    EXPECT_EQ(o.open(), o.result);
+    EXPECT_EQ(pss_running != 0, o.running_open);
+    EXPECT_EQ(pss_running_db != 0, o.db_open);
+    EXPECT_TRUE(o.trace.empty() || traced(o.trace)) << o.trace;
+    std::vector<std::string> logged;
+    if (o.failing) logged.push_back("%SCHEDULER-3-SCH_SYSLOG_PSS_ERR>> Purpose:Failed to create PSS %s URI:" +
+                                    (o.failing == 1 ? running : db) + " Error:" + kIoCode);
+    EXPECT_EQ(syslog_, logged);
+  }
 
-  pss2_close(pss_running);
-  pss_running = 0;
-  pss2_fault_set(PSS2_FAULT_OPEN, 1, PSS2_ERR_IO, 0);
-  EXPECT_EQ(sch_pss_init(), 66);
-  EXPECT_TRUE(traced("Cannot open runtime pss at " + uri_text(sch_pss_running_uri)));
-  EXPECT_EQ(pss_running_db, 0u) << "not touched after the first failure";
-}
-
-TEST_F(Stores, StandbyOpensBothStoresOrReportsTheOneThatFailed) {
-  start_platform(true);
-  EXPECT_EQ(sch_standby_pss_init(), 0);
-  EXPECT_NE(pss_running, 0u);
-  EXPECT_NE(pss_running_db, 0u);
-  close_all();
-
-  pss2_fault_set(PSS2_FAULT_OPEN, 1, PSS2_ERR_IO, 1);
-  EXPECT_EQ(sch_standby_pss_init(), -1);
-  EXPECT_TRUE(traced("Failed to open pss. Uri " + uri_text(sch_pss_running_uri)));
-}
-
-TEST_F(Stores, FailedGlobalSyncStartsTheStandbyWithEmptyStores) {
-  start_platform(true);
+  // After a failed global sync the standby starts with empty stores.
   ASSERT_EQ(sch_standby_pss_init(), 0);
   ASSERT_EQ(sch_save_condition_entry_to_pss(pss_running, &sch_condition_key, 1), 0);
   ASSERT_EQ(sch_standby_pss_init_gsync_fail(), 0);
   EXPECT_EQ(record_count(pss_running), 0u);
   EXPECT_NE(pss_running_db, 0u);
-
-  // A runtime database that cannot be made again is not reported: the result is still 0.
-  pss2_fault_set(PSS2_FAULT_OPEN, 2, PSS2_ERR_IO, 0);
-  EXPECT_EQ(sch_standby_pss_init_gsync_fail(), 0);
-  EXPECT_NE(pss_running, 0u);
-  EXPECT_EQ(pss_running_db, 0u);
-
-  pss2_fault_set(PSS2_FAULT_OPEN, 1, PSS2_ERR_IO, 0);
-  EXPECT_EQ(sch_standby_pss_init_gsync_fail(), -1);
 }
 
 class Running : public PssTest {
@@ -306,7 +308,7 @@ TEST_F(Running, AFailedCopyIsTracedLoggedAndLeavesTheOldStartupStore) {
 }
 
 TEST_F(Running, AFailedShrinkClosesTheStoreToTheDaemonAndStopsThePass) {
-  sch_job_slot *job = add_job(&sch_running_config, 1, "big", std::string(8182, 'j'));
+  sch_job_slot *job = add_job(1, "big", std::string(8182, 'j'));
   sch_save_job_entry_to_pss(pss_running_db, job);
   sch_delete_job_entry_from_pss(pss_running_db, job);
   pss2_fault_set(PSS2_FAULT_SHRINK, 1, PSS2_ERR_IO, 0);

@@ -100,46 +100,45 @@ class PssTest : public DatabaseTest {
 
 // ---- Building a database ----
 
-inline sch_config_key *new_key(uint32_t type, const std::string &name) {
-  auto *key = static_cast<sch_config_key *>(sch_malloc_check(sizeof(sch_config_key), 5, 0, "test"));
-  key->type = type;
-  std::memcpy(key->name, name.data(), std::min(name.size(), sizeof key->name));
-  return key;
+// A tracked copy of `value`, as the database holds its own.
+template <typename T>
+T *tracked(const T &value, int kind) {
+  return static_cast<T *>(std::memcpy(sch_malloc_check(sizeof(T), kind, 0, "test"), &value, sizeof(T)));
 }
 
-inline sch_job_slot *add_job(sch_config_set *db, uint32_t id, const std::string &name, const std::string &text) {
-  auto *header = static_cast<sch_job_header *>(sch_malloc_check(sizeof(sch_job_header), 6, 0, "test"));
-  *header = sch_job_header{id, 0x1000 + id, static_cast<uint32_t>(text.size())};
+inline sch_config_key *new_key(uint32_t type, const std::string &name) {
+  sch_config_key key{type, 0, {}};
+  std::memcpy(key.name, name.data(), std::min(name.size(), sizeof key.name));
+  return tracked(key, 5);
+}
+
+inline sch_job_slot *add_job(uint32_t id, const std::string &name, const std::string &text) {
+  sch_job_header header{id, 0x1000 + id, static_cast<uint32_t>(text.size())};
   sch_job_slot *slot = nullptr;
-  EXPECT_EQ(sch_add_job_hdr(db, new_key(SCH_REC_JOB, name), header, &slot), 0);
+  EXPECT_EQ(sch_add_job_hdr(&sch_running_config, new_key(SCH_REC_JOB, name), tracked(header, 6), &slot), 0);
   for (size_t offset = 0; offset < text.size(); offset += SCH_FRAGMENT_SIZE) {
     size_t length = std::min<size_t>(SCH_FRAGMENT_SIZE, text.size() - offset);
-    void *fragment = sch_malloc_check(length, 7, 0, "test");
-    std::memcpy(fragment, text.data() + offset, length);
-    slot->fragments = g_list_append(slot->fragments, fragment);
+    slot->fragments = g_list_append(slot->fragments, std::memcpy(sch_malloc_check(length, 7, 0, "test"), text.data() + offset, length));
   }
   return slot;
 }
 
 // A schedule at 02:30 daily, on `jobs`.
-inline sch_schedule_entry *add_schedule(sch_config_set *db, const std::string &name, std::initializer_list<int> jobs = {}) {
-  auto *value = static_cast<sch_schedule_record *>(sch_malloc_check(sizeof(sch_schedule_record), 14, 0, "test"));
-  value->time = tminfo{3, 2, 0, 0, 30, 0, 0, 0, 0, 0};
+inline sch_schedule_entry *add_schedule(const std::string &name, std::initializer_list<int> jobs = {}) {
+  sch_schedule_record value{};
+  value.time = tminfo{SCH_TM_DAILY, 2, 0, 0, 30, 0, 0, 0, 0, 0};
   for (int job : jobs) {
-    value->jobs[job / 32] |= 1u << (job % 32);
-    value->job_count++;
+    value.jobs[job / 32] |= 1u << (job % 32);
+    value.job_count++;
   }
   sch_schedule_entry *entry = nullptr;
-  EXPECT_EQ(sch_add_schedule_entry(db, new_key(SCH_REC_SCHEDULE, name), value, &entry), 0);
+  EXPECT_EQ(sch_add_schedule_entry(&sch_running_config, new_key(SCH_REC_SCHEDULE, name), tracked(value, 14), &entry), 0);
   return entry;
 }
 
-inline void add_result(sch_config_set *db, uint32_t job, const char *schedule, uint32_t word1) {
-  auto *result = static_cast<sch_runtime_job_status *>(sch_malloc_check(sizeof(sch_runtime_job_status), 4, 0, "t"));
-  std::memcpy(result->schedule, schedule, strnlen(schedule, sizeof result->schedule));
-  result->job_id = job;
-  result->result[1] = word1;
-  ASSERT_EQ(sch_add_runtime_job_status_entry(db, result), 0);
+inline void add_result(uint32_t job, char schedule, uint32_t word) {
+  sch_runtime_job_status result{{schedule}, job, {0, word}};
+  ASSERT_EQ(sch_add_runtime_job_status_entry(&sch_running_config, tracked(result, 4)), 0);
 }
 
 inline sch_user_element *add_user(queue_header *queue, const char *name, const char *password, uint32_t word) {
