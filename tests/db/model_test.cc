@@ -28,15 +28,6 @@ int dispatch(uint32_t type, uint32_t sequence, const std::string &name, std::vec
   return sch_add_config_entry(&sch_running_config, &key_datum, &value_datum);
 }
 
-int dispatch_schedule(const std::string &name) {
-  sch_schedule_record record{};
-  record.jobs[0] = 1;
-  record.time = tminfo{3, 2, 0, 0, 30, 0, 0, 0, 0, 0};
-  std::vector<uint8_t> value(SCH_SCHEDULE_RECORD_SIZE);
-  codec::encode(codec::kScheduleRecord, &record, value.data());
-  return dispatch(SCH_REC_SCHEDULE, 0, name, value);
-}
-
 int dispatch_header(const std::string &name, uint32_t id, uint32_t length) {
   sch_job_header header{id, 0, length};
   std::vector<uint8_t> value(SCH_JOB_HEADER_SIZE);
@@ -70,7 +61,7 @@ using ScheduleEmail = DatabaseTest;
 
 // A damaged store may claim more text than its fragments hold: reassembly, which trusts the
 // header's length, must stay inside the buffers and read zeros past the stored bytes.
-TEST_F(Jobs, FragmentsShorterThanTheHeaderSaysAreReadAsZeros) {
+TEST_F(Jobs, FragmentsShorterThanTheHeaderSaysAreReadAsZerosAndInvalidRecordsAreDropped) {
   EXPECT_EQ(dispatch_header("torn", 0, 1030), 0);
   EXPECT_EQ(dispatch_fragment("torn", 1, "ab"), 0);
   EXPECT_EQ(dispatch_fragment("torn", 2, ""), 0);
@@ -82,9 +73,9 @@ TEST_F(Jobs, FragmentsShorterThanTheHeaderSaysAreReadAsZeros) {
   std::string text(1032, 'x');
   sch_concat_fragments(job->fragments, text.data(), 1030);
   EXPECT_EQ(text.substr(0, 1030), "ab" + std::string(1028, '\0'));
-}
+  sch_free_job_entry(job);
 
-TEST_F(Jobs, InvalidJobsAndOtherTypesAreDroppedWithSuccess) {
+  // Invalid jobs and other types are dropped with success.
   EXPECT_EQ(dispatch_header("huge", 300, 1), 0);
   EXPECT_EQ(dispatch_fragment("nobody", 1, "x"), 0);
   EXPECT_EQ(dispatch(42, 0, "odd", {1, 2, 3}), 0);
@@ -113,7 +104,7 @@ std::vector<int> results_under_allocation_failures(const std::function<int()> &o
 
 TEST_F(Jobs, OutOfMemoryAtEachStepOfARestore) {
   // Key copy and record report -1; a list entry that cannot be had drops the record quietly.
-  EXPECT_EQ(results_under_allocation_failures([] { return dispatch_schedule("s"); },
+  EXPECT_EQ(results_under_allocation_failures([] { return dispatch(SCH_REC_SCHEDULE, 0, "s", std::vector<uint8_t>(SCH_SCHEDULE_RECORD_SIZE, 1)); },
                                               [] { EXPECT_EQ(sch_schedule_list, nullptr); }),
             (std::vector<int>{-1, -1, 0}));
   EXPECT_EQ(g_list_length(sch_schedule_list), 1u);
@@ -126,17 +117,15 @@ TEST_F(Jobs, OutOfMemoryAtEachStepOfARestore) {
   EXPECT_EQ(g_list_length(sch_job_list[0].fragments), 1u);
 }
 
-TEST_F(Jobs, FindComparesAFullThirtyTwoByteNameWithoutRunningPastIt) {
+TEST_F(Jobs, TheTableFindsFullWidthNamesAndASecondHeaderReplacesTheFirst) {
   const std::string name(32, 'n');
   dispatch_header(name, 3, 0);
   sch_job_slot *out = nullptr;
   EXPECT_EQ(sch_find_job(&sch_running_config, name.c_str(), &out), 3);
   EXPECT_EQ(sch_find_job(&sch_running_config, (name + "x").c_str(), &out), -1);
   EXPECT_EQ(sch_find_job(&sch_running_config, name.substr(0, 31).c_str(), &out), -1);
-}
 
-// Two headers with one id come from a damaged store: the second wins and the first is released.
-TEST_F(Jobs, SecondHeaderForAnOccupiedSlotKeepsTheSlotsKeyAndReleasesTheOldHeader) {
+  // Two headers with one id come from a damaged store: the second wins, the first is released.
   dispatch_header("first", 4, 0);
   sch_config_key *kept = sch_job_list[4].key;
   uint64_t live = mtrack_live_blocks(SCH_MTRACK_IDENTITY);

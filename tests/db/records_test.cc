@@ -26,23 +26,17 @@ Bytes be(std::initializer_list<uint32_t> words) {
 // The text and its terminating NUL.
 Bytes text(const char *s) { return Bytes(s, s + std::strlen(s) + 1); }
 
-TEST(Keys, ConvertOnlyTheTwoWordsInPlace) {
-  struct Case {
-    void (*to_stored)(sch_config_key *);
-    void (*to_native)(sch_config_key *);
-    sch_config_key key;
-    Bytes words;
-  };
-  // A run result's key (type 255) sorts after every configuration type.
-  for (Case c : {Case{sch_hton_config_key, sch_ntoh_config_key, {SCH_REC_JOB, 0x01020304, "backup"}, be({1, 0x01020304})},
-                 Case{sch_hton_runtime_key, sch_ntoh_runtime_key, {SCH_REC_RUNTIME_STATUS, 7, "backup"}, be({255, 7})}}) {
-    const sch_config_key native = c.key;
-    c.to_stored(&c.key);
-    const auto *raw = reinterpret_cast<const uint8_t *>(&c.key);
-    EXPECT_EQ(Bytes(raw, raw + 8), c.words);
-    EXPECT_EQ(std::memcmp(raw + 8, "backup\0\0", 8), 0);
-    c.to_native(&c.key);
-    EXPECT_EQ(std::memcmp(&c.key, &native, sizeof native), 0);
+TEST(Keys, TheExportedConversionsMatchTheCodecInPlace) {
+  using Convert = void (*)(sch_config_key *);
+  for (auto [to_stored, to_native] : {std::pair<Convert, Convert>{sch_hton_config_key, sch_ntoh_config_key},
+                                      std::pair<Convert, Convert>{sch_hton_runtime_key, sch_ntoh_runtime_key}}) {
+    const sch_config_key key{SCH_REC_JOB, 0x01020304, "backup"};
+    sch_config_key converted = key, image;
+    codec::encode(codec::kConfigKey, &key, reinterpret_cast<uint8_t *>(&image));
+    to_stored(&converted);
+    EXPECT_EQ(std::memcmp(&converted, &image, sizeof image), 0);
+    to_native(&converted);
+    EXPECT_EQ(std::memcmp(&converted, &key, sizeof key), 0);
   }
 }
 
@@ -79,6 +73,8 @@ sch_log_file_record sample_log() {
 // Each format: its size, the exact bytes at some offsets, and the round trip of a value longer
 // than the record (cut to the record, nothing written past it).
 TEST(Records, EveryFormatEncodesToItsExactBytesAndBack) {
+  // A run result's key (type 255) sorts after every configuration type.
+  sch_config_key key{SCH_REC_RUNTIME_STATUS, 0x01020304, "backup"};
   sch_schedule_record schedule = sample_schedule();
   sch_job_header header{255, 0xCAFE, 8182};
   sch_condition_record enabled = 1;
@@ -101,6 +97,7 @@ TEST(Records, EveryFormatEncodesToItsExactBytesAndBack) {
     std::vector<std::pair<size_t, Bytes>> pins;
   };
   const Format formats[] = {
+      {"key", codec::kConfigKey, &key, 40, {{0, be({255, 0x01020304})}, {8, text("backup")}, {39, Bytes{0}}}},
       {"schedule", codec::kScheduleRecord, &schedule, 144,
        {{0, be({0xA0A1A2A3, 0xB0B1B2B3, 1, 2})}, {36, be({0x80000000, 0x40, 7, 2, 1, 0xFFFFFFFF})},
         {72, be({1700000000, 1700003600, 0, 0x84, 0x11223344, 3})}, {96, text("operator")},
