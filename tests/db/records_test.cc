@@ -40,53 +40,25 @@ TEST(Keys, TheExportedConversionsMatchTheCodecInPlace) {
   }
 }
 
-sch_schedule_record sample_schedule() {
-  sch_schedule_record record{};
-  record.reserved0[0] = 0xA0A1A2A3;
-  record.reserved0[1] = 0xB0B1B2B3;
-  record.jobs[0] = 1u << 0;    // job 0
-  record.jobs[1] = 1u << 1;    // job 33
-  record.jobs[7] = 1u << 31;   // job 255
-  record.reserved40 = 0x40;
-  record.time = tminfo{7, 2, 1, -1, 30, -1, -1, 1700000000, 1700003600, 0};
-  record.reserved84 = 0x84;
-  record.last_completion = 0x11223344;
-  record.job_count = 3;
-  std::strcpy(record.user, "operator");
-  record.last_execution = 0x55667788;
-  record.execution_count = 9;
-  return record;
-}
-
-sch_log_file_record sample_log() {
-  sch_log_file_record record{};
-  record.unstored[0] = 0x77;
-  record.writer_data[0] = 0xD0;
-  record.size_limit = 0x00014000;
-  record.read_offset = 12;
-  record.reserved = 0xABCD;
-  record.count = 5;
+// Jobs 0, 33 and 255; every word distinct, so that a word out of place shows.
+const sch_schedule_record kSchedule{{0xA0A1A2A3, 0xB0B1B2B3}, {1u << 0, 1u << 1, 0, 0, 0, 0, 0, 1u << 31}, 0x40,
+                                    tminfo{7, 2, 1, -1, 30, -1, -1, 1700000000, 1700003600, 0}, 0x84, 0x11223344, 3,
+                                    "operator", 0x55667788, 9};
+const sch_log_file_record kLog = [] {
+  sch_log_file_record record{{0x77}, {0xD0}, 0x00014000, 12, 0xABCD, 5, {}};
   record.writer_state[259] = 0xE9;
   return record;
-}
+}();
 
 // Each format: its size, the exact bytes at some offsets, and the round trip of a value longer
 // than the record (cut to the record, nothing written past it).
 TEST(Records, EveryFormatEncodesToItsExactBytesAndBack) {
   // A run result's key (type 255) sorts after every configuration type.
   sch_config_key key{SCH_REC_RUNTIME_STATUS, 0x01020304, "backup"};
-  sch_schedule_record schedule = sample_schedule();
   sch_job_header header{255, 0xCAFE, 8182};
   sch_condition_record enabled = 1;
-  sch_log_file_record log = sample_log();
   sch_email_transport_conf conf{"sched@example.net", {}, {}, "mail.example.net", 0x01020304, 587, "management"};
-  sch_schedule_email_entry email{};
-  std::strcpy(email.schedule, "backup");
-  email.count = 2;
-  std::strcpy(email.slots[0].address, "a@example.net");
-  email.slots[0].in_use = 1;
-  std::strcpy(email.slots[9].address, "z@example.net");
-  email.slots[9].in_use = 1;
+  const sch_schedule_email_entry email{"backup", 2, {{"a@example.net", 1}, {}, {}, {}, {}, {}, {}, {}, {}, {"z@example.net", 1}}};
   sch_user_config_record user{"alice", "c2VjcmV0", 0x10, 0x20};
   sch_runtime_job_status status{"backup", 4, {0xDEADBEEF, 2}};
   struct Format {
@@ -98,14 +70,14 @@ TEST(Records, EveryFormatEncodesToItsExactBytesAndBack) {
   };
   const Format formats[] = {
       {"key", codec::kConfigKey, &key, 40, {{0, be({255, 0x01020304})}, {8, text("backup")}, {39, Bytes{0}}}},
-      {"schedule", codec::kScheduleRecord, &schedule, 144,
+      {"schedule", codec::kScheduleRecord, &kSchedule, 144,
        {{0, be({0xA0A1A2A3, 0xB0B1B2B3, 1, 2})}, {36, be({0x80000000, 0x40, 7, 2, 1, 0xFFFFFFFF})},
         {72, be({1700000000, 1700003600, 0, 0x84, 0x11223344, 3})}, {96, text("operator")},
         {136, be({0x55667788, 9})}}},
       {"job header", codec::kJobHeader, &header, 12, {{0, Bytes{0, 0, 0, 0xff, 0, 0, 0xca, 0xfe, 0, 0, 0x1f, 0xf6}}}},
       {"condition", codec::kCondition, &enabled, 4, {{0, Bytes{0, 0, 0, 1}}}},
       // Stored from byte 8 of the record on.
-      {"log file", codec::kLogFileValue, log.writer_data, 532,
+      {"log file", codec::kLogFileValue, kLog.writer_data, 532,
        {{0, Bytes{0xD0}}, {256, Bytes{0, 1, 0x40, 0, 0, 0, 0, 12, 0, 0, 0xab, 0xcd, 0, 0, 0, 5}}, {531, Bytes{0xE9}}}},
       {"from", codec::kEmailAddressValue, conf.from, 64, {{0, text("sched@example.net")}}},
       {"smtp server", codec::kSmtpServerValue, conf.smtp_server, 520,
@@ -132,9 +104,8 @@ TEST(Records, EveryFormatEncodesToItsExactBytesAndBack) {
 }
 
 TEST(Records, AShortValueLeavesZerosOrKeepsMemoryAsTheCallerAsks) {
-  sch_schedule_record record = sample_schedule();
   Bytes image(SCH_SCHEDULE_RECORD_SIZE);
-  codec::encode(codec::kScheduleRecord, &record, image.data());
+  codec::encode(codec::kScheduleRecord, &kSchedule, image.data());
   sch_schedule_record shortened;
   std::memset(&shortened, 0xEE, sizeof shortened);
   codec::decode(codec::kScheduleRecord, codec::bytes(image.data(), 12), &shortened, ShortValue::kZeroFill);
@@ -144,7 +115,7 @@ TEST(Records, AShortValueLeavesZerosOrKeepsMemoryAsTheCallerAsks) {
 
   // A log-file value that ends inside the size limit: the limit's first two bytes change, the
   // rest of memory keeps what it had.
-  sch_log_file_record log = sample_log();
+  sch_log_file_record log = kLog;
   const uint8_t stored_prefix[258] = {};
   codec::decode(codec::kLogFileValue, stored_prefix, log.writer_data, ShortValue::kKeepCurrent);
   EXPECT_EQ(log.writer_data[0], 0);

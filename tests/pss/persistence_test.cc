@@ -303,7 +303,16 @@ TEST_F(Running, AFailedCopyIsTracedLoggedAndLeavesTheOldStartupStore) {
   pss2_close(copy);
 }
 
-TEST_F(Running, AFailedShrinkClosesTheStoreToTheDaemonAndStopsThePass) {
+// A failed step stops the shrinking pass with its status; a failed shrink closes the store to the
+// daemon.
+TEST_F(Running, AFailedShrinkOrFreeSpaceQueryStopsThePass) {
+  pss2_handle running = pss_running;
+  pss2_fault_set(PSS2_FAULT_FREE_SPACE, 1, PSS2_ERR_IO, 0);
+  EXPECT_EQ(sch_pss_shrink(0), PSS2_ERR_IO);
+  EXPECT_EQ(pss_running, running);
+  EXPECT_TRUE(traced("Freespace 0 max size 0. Uri " + uri_text(sch_pss_running_uri)));
+  EXPECT_FALSE(traced("Free space in " + uri_text(sch_pss_running_db_uri) + ": 0 status: 0x0 "));
+
   sch_job_slot *job = add_job(1, "big", std::string(8182, 'j'));
   sch_save_job_entry_to_pss(pss_running_db, job);
   sch_delete_job_entry_from_pss(pss_running_db, job);
@@ -312,15 +321,6 @@ TEST_F(Running, AFailedShrinkClosesTheStoreToTheDaemonAndStopsThePass) {
   // The first store had no free space worth a shrink, or was shrunk; the second failed.
   EXPECT_NE(pss_running, 0u);
   EXPECT_EQ(pss_running_db, 0u);
-}
-
-TEST_F(Running, AFailedFreeSpaceQueryStopsThePassWithItsStatus) {
-  pss2_handle running = pss_running;
-  pss2_fault_set(PSS2_FAULT_FREE_SPACE, 1, PSS2_ERR_IO, 0);
-  EXPECT_EQ(sch_pss_shrink(0), PSS2_ERR_IO);
-  EXPECT_EQ(pss_running, running);
-  EXPECT_TRUE(traced("Freespace 0 max size 0. Uri " + uri_text(sch_pss_running_uri)));
-  EXPECT_FALSE(traced("Free space in " + uri_text(sch_pss_running_db_uri) + ": 0 status: 0x0 "));
 }
 
 }  // namespace
