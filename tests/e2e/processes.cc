@@ -5,6 +5,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -156,8 +157,8 @@ Daemon::~Daemon() {
 }
 
 bool Daemon::start(std::string *why, const Environment &environment, const std::vector<std::string> &options) {
-  std::vector<std::string> arguments{"--foreground", "--state-dir", directory_ + "/state", "--runtime-dir",
-                                     directory_ + "/run"};
+  std::vector<std::string> arguments = directories();
+  arguments.insert(arguments.begin(), "--foreground");
   arguments.insert(arguments.end(), options.begin(), options.end());
   pid_ = spawn(E2E_SCHEDD, arguments, environment, "/dev/null", directory_ + "/schedd.log",
                directory_ + "/schedd.log");
@@ -174,6 +175,29 @@ bool Daemon::start(std::string *why, const Environment &environment, const std::
   }
   *why = "the daemon did not serve within 20 s: " + log();
   return false;
+}
+
+std::vector<std::string> Daemon::directories() const {
+  return {"--state-dir", directory_ + "/state", "--runtime-dir", directory_ + "/run"};
+}
+
+ShellRun Daemon::start_detached(const std::vector<std::string> &options) {
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  std::vector<std::string> arguments = directories();
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  ShellRun run = schedd(arguments);
+  if (run.status == 0) std::ifstream(directory_ + "/run/schedd.pid") >> pid_;
+  return run;
+}
+
+ShellRun Daemon::schedd(const std::vector<std::string> &arguments) {
+  sch::testing::TempDir outputs;
+  pid_t pid = spawn(E2E_SCHEDD, arguments, {}, "/dev/null", outputs.file("out"), outputs.file("err"));
+  ShellRun run;
+  run.status = wait_for(pid, std::chrono::seconds(60));
+  run.out = read_file(outputs.file("out"));
+  run.err = read_file(outputs.file("err"));
+  return run;
 }
 
 int Daemon::stop() {
@@ -208,7 +232,7 @@ ShellRun Daemon::shell(const std::string &input, const std::vector<std::string> 
   static std::atomic<int> runs{0};
   std::string base = directory_ + "/shell" + std::to_string(runs++);
   write_file(base + ".in", input);
-  std::vector<std::string> all{"--runtime-dir", directory_ + "/run", "--state-dir", directory_ + "/state"};
+  std::vector<std::string> all = directories();
   all.insert(all.end(), arguments.begin(), arguments.end());
   pid_t pid = spawn(E2E_SCHEDSH, all, environment, base + ".in", base + ".out", base + ".err");
   ShellRun run;

@@ -25,6 +25,7 @@ void preload(Environment &environment, const std::string &libraries);
 // pam_matrix knows the remote user alice with the password wonderland.
 Environment as_user(const std::string &directory, const std::string &user);
 
+// A finished run of the shell or of the daemon's command.
 struct ShellRun {
   std::string out, err;
   int status = -1;   // exit status, or 128 + the signal that ended it
@@ -40,10 +41,19 @@ class Daemon {
   Daemon &operator=(const Daemon &) = delete;
 
   const std::string &directory() const { return directory_; }
+  // The state and runtime directory options.
+  std::vector<std::string> directories() const;
   // Starts it and waits until it serves; false, with the reason in `why`, when it does not.
   // `options` follow the directory options (--standby, ...).
   bool start(std::string *why, const Environment &environment = stopped_clock(),
              const std::vector<std::string> &options = {});
+  // Starts it detached, as an operator does, with `options` after the directory options, and
+  // returns the command's run: once that ended with 0 the daemon serves. This process becomes a
+  // subreaper, so that the detached daemon is its child and stop() has its exit status.
+  ShellRun start_detached(const std::vector<std::string> &options = {});
+  // Runs the daemon's command with exactly `arguments`, in the test's environment, and waits for it.
+  static ShellRun schedd(const std::vector<std::string> &arguments);
+  pid_t pid() const { return pid_; }
   // SIGTERM and wait: the exit status (0 for a clean stop), or -1 when it was not running.
   int stop();
   void signal(int number);
