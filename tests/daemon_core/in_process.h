@@ -58,11 +58,15 @@ class InProcessDaemon : public testing::Test {
     return daemon_->handle(service, opcode, request, kRoot);
   }
   uint32_t configure(const Bytes &request) { return call(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, request).status; }
-  uint32_t feature(uint32_t action) {
-    Bytes payload{static_cast<uint8_t>(action)};
-    for (char c : std::string("scheduler")) payload.push_back(static_cast<uint8_t>(c));
+  // A byte, then a name and its terminator: the feature and logging level requests.
+  static Bytes named(uint8_t first, const std::string &name) {
+    Bytes payload{first};
+    payload.insert(payload.end(), name.begin(), name.end());
     payload.push_back(0);
-    return call(FM_SERVICE, action, payload).status;
+    return payload;
+  }
+  uint32_t feature(uint32_t action) {
+    return call(FM_SERVICE, action, named(static_cast<uint8_t>(action), "scheduler")).status;
   }
 
  protected:
@@ -79,9 +83,10 @@ class InProcessDaemon : public testing::Test {
   }
 
   // Starts a daemon; false (with the reason in `error_`) when start-up refused.
-  bool start(bool enable_feature = true) {
+  bool start(bool enable_feature = true, bool standby = false) {
     schedd::Options chosen = options();
     chosen.enable_feature = enable_feature;
+    chosen.standby = standby;
     daemon_ = std::make_unique<schedd::Daemon>(chosen, clock_);
     error_.clear();
     return daemon_->start(&error_, parts_);

@@ -1,9 +1,10 @@
 // The configuration and display requests one by one, as the daemon answers them: what each takes,
 // what it refuses (and that a refusal changes nothing), what it leaves in the stores and what
-// survives a restart. Tables of request and expected status where only the status tells.
+// survives a restart. Tables of request, expected status and, where it tells, what a display shows.
 #include <cstring>
-#include <fstream>
 #include <functional>
+#include <optional>
+#include <tuple>
 
 #include "db/records.h"
 #include "in_process.h"
@@ -16,14 +17,16 @@ namespace {
 struct Step {
   Bytes request;
   uint32_t status;
-  const char *why;
+  std::string why;
+  std::optional<std::string> shows = std::nullopt;  // what the table's view shows afterwards, where given
 };
+// Names or texts with the status a request of each gets.
+using Statuses = std::vector<std::pair<std::string, uint32_t>>;
 
-Bytes named(uint8_t first, const std::string &name) {
-  Bytes payload{first};
-  payload.insert(payload.end(), name.begin(), name.end());
-  payload.push_back(0);
-  return payload;
+std::string joined(const Names &names) {
+  std::string text;
+  for (const std::string &name : names) text += name + ",";
+  return text;
 }
 
 sch_email_transport_conf server(const std::string &name, uint32_t kind, uint32_t port = 25, const std::string &vrf = "") {
@@ -47,41 +50,34 @@ class Requests : public InProcessDaemon {
  protected:
   void SetUp() override { ASSERT_TRUE(start()) << error_; }
 
-  void expect_all(const std::vector<Step> &steps) {
-    for (const Step &step : steps) EXPECT_EQ(configure(step.request), step.status) << step.why;
+  // Sends each request; checks its status and, where the step says, what `view` shows then.
+  void expect_all(const std::vector<Step> &steps, const std::function<std::string()> &view = {}) {
+    for (const Step &step : steps) {
+      EXPECT_EQ(configure(step.request), step.status) << step.why;
+      if (step.shows) {
+        EXPECT_EQ(view(), *step.shows) << step.why;
+      }
+    }
   }
-  // Stops and starts again on the same directories; `standby` as the option says.
+  // Stops and starts again on the same directories, the feature as stored; `standby` as the option says.
   void restart(bool standby = false) {
     stop();
-    schedd::Options chosen = options();
-    chosen.standby = standby;
-    daemon_ = std::make_unique<schedd::Daemon>(chosen, clock_);
-    ASSERT_TRUE(daemon_->start(&error_, parts_)) << error_;
+    ASSERT_TRUE(start(false, standby)) << error_;
   }
   schedd::Reply display(const Bytes &request) { return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY, request); }
   schedd::Reply simple(uint32_t type) {
     return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE, header_request(type));
   }
-  // Whether a display of that type, name and cursor ends (an empty reply).
-  bool ends(uint32_t type, const std::string &name, int32_t cursor) {
-    schedd::Reply reply = display(display_request(type, name, cursor));
-    return reply.status == 0 && reply.payload.empty();
-  }
-  Names walk(uint32_t type) {
+  // Every job name the cursor walk hands out, in order.
+  Names jobs() {
     Names names;
     for (int32_t cursor = -1; names.size() <= SCH_MAX_JOBS;) {
-      schedd::Reply reply = display(display_request(type, "", cursor));
+      schedd::Reply reply = display(display_request(SCH_REQ_GET_JOBS, "", cursor));
       EXPECT_EQ(reply.status, 0u);
       if (reply.payload.empty()) break;
-      if (type == SCH_REQ_GET_JOBS) {
-        JobEntry job = decode_job(reply.payload);
-        cursor = static_cast<int32_t>(job.cursor);
-        names.push_back(job.name);
-      } else {
-        ScheduleEntry schedule = decode_schedule(reply.payload);
-        cursor = static_cast<int32_t>(schedule.head.cursor);
-        names.emplace_back(schedule.head.name);
-      }
+      JobEntry job = decode_job(reply.payload);
+      cursor = static_cast<int32_t>(job.cursor);
+      names.push_back(job.name);
     }
     return names;
   }
@@ -89,6 +85,12 @@ class Requests : public InProcessDaemon {
     schedd::Reply reply = display(display_request(SCH_REQ_GET_SCHEDULES, name, -1));
     EXPECT_FALSE(reply.payload.empty()) << "no schedule " << name;
     return reply.payload.empty() ? ScheduleEntry{} : decode_schedule(reply.payload);
+  }
+  // A schedule as "time type|jobs|addresses|any address".
+  std::string outline(const std::string &name) {
+    ScheduleEntry entry = schedule(name);
+    return std::to_string(entry.head.time.type) + "|" + joined(entry.job_names()) + "|" + joined(entry.addresses()) +
+           "|" + std::to_string(entry.head.any_email);
   }
   std::string job_text(const std::string &name) {
     schedd::Reply reply = display(display_request(SCH_REQ_GET_JOBS, name, -1));
@@ -134,42 +136,34 @@ class Requests : public InProcessDaemon {
 };
 
 TEST_F(Requests, JobNamesTextAndDeletion) {
-  std::string longest(31, 'n');
-  std::string bad_fragment(8182, 'a');
-  expect_all({{job_request(SCH_REQ_CREATE_JOB, "backup"), 0, "backup"},
-              {job_request(SCH_REQ_CREATE_JOB, "backup"), SCH_STATUS_EXISTS, "taken"},
-              {job_request(SCH_REQ_CREATE_JOB, longest), 0, "the longest name the field holds"},
-              {job_request(SCH_REQ_CREATE_JOB, ""), SCH_STATUS_BAD_REQUEST, "empty"},
-              {job_request(SCH_REQ_CREATE_JOB, "_lead"), SCH_STATUS_BAD_REQUEST, "_lead"},
-              {job_request(SCH_REQ_CREATE_JOB, "-lead"), SCH_STATUS_BAD_REQUEST, "-lead"},
-              {job_request(SCH_REQ_CREATE_JOB, "a.b"), SCH_STATUS_BAD_REQUEST, "a.b"},
-              {job_request(SCH_REQ_CREATE_JOB, "a b"), SCH_STATUS_BAD_REQUEST, "a b"},
-              {job_request(SCH_REQ_CREATE_JOB, "j"), 0, "j"}});
-  EXPECT_EQ(walk(SCH_REQ_GET_JOBS), (Names{"backup", longest, "j"}));
+  const std::string longest(31, 'n');  // the longest name the field holds
+  const uint32_t bad = SCH_STATUS_BAD_REQUEST, bad_text = SCH_STATUS_BAD_TEXT;
+  for (const auto &[name, status] : Statuses{{"backup", 0}, {"backup", SCH_STATUS_EXISTS}, {longest, 0}, {"", bad},
+                                             {"_lead", bad}, {"-lead", bad}, {"a.b", bad}, {"a b", bad}, {"j", 0}}) {
+    EXPECT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, name)), status) << name;
+  }
+  EXPECT_EQ(jobs(), (Names{"backup", longest, "j"}));
 
-  // Replaced whole across fragment boundaries, down to nothing.
+  // Replaced whole, by texts that only look like an end and across fragment boundaries, down to nothing.
+  std::vector<std::string> texts{"a\tb\n", "end-jobs\n\n", "echo end-job\n", "\n", "echo ?\n"};
   for (size_t length : {1024u, 1025u, 2049u, 8182u, 3u, 0u}) {
-    std::string text(length, 'a');
+    std::string &text = texts.emplace_back(length, 'a');
     for (size_t i = 0; i < length; i += 7) text[i] = static_cast<char>('0' + i % 10);
     if (length > 0) text.back() = '\n';
-    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", text)), 0u) << length;
-    EXPECT_EQ(job_text("j"), text) << length;
+  }
+  for (const std::string &text : texts) {
+    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", text)), 0u) << text.size();
+    EXPECT_EQ(job_text("j"), text) << text.size();
   }
   // Text the shell could not have gathered would not survive the configuration text pasted back.
-  expect_all({{job_request(SCH_REQ_DEFINE_JOB, "j", bad_fragment + "\n"), SCH_STATUS_TEXT_TOO_LONG, "too long"},
-              {job_request(SCH_REQ_DEFINE_JOB, "j", std::string("a\0b", 3)), SCH_STATUS_BAD_REQUEST, "a NUL"},
-              {job_request(SCH_REQ_DEFINE_JOB, "nope", "x\n"), SCH_STATUS_NO_SUCH_JOB, "no such job"},
-              {job_request(SCH_REQ_DEFINE_JOB, "j", "echo done"), SCH_STATUS_BAD_TEXT, "unended last line"},
-              {job_request(SCH_REQ_DEFINE_JOB, "j", "a\nb"), SCH_STATUS_BAD_TEXT, "unended after a line"},
-              {job_request(SCH_REQ_DEFINE_JOB, "j", "a\r\n"), SCH_STATUS_BAD_TEXT, "carriage return"},
-              {job_request(SCH_REQ_DEFINE_JOB, "j", "end-job\n"), SCH_STATUS_BAD_TEXT, "end-job"},
-              {job_request(SCH_REQ_DEFINE_JOB, "j", "a\n  end-job\t\nb\n"), SCH_STATUS_BAD_TEXT, "spaced end-job"},
-              {job_request(SCH_REQ_DEFINE_JOB, "j", " ?\n"), SCH_STATUS_BAD_TEXT, "help asked"}});
-  EXPECT_EQ(job_text("j"), "") << "refused texts change nothing";
-  for (std::string good : {"a\tb\n", "end-jobs\n\n", "echo end-job\n", "\n", "echo ?\n"}) {
-    EXPECT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", good)), 0u) << good;
-    EXPECT_EQ(job_text("j"), good);
+  for (const auto &[text, status] :
+       Statuses{{std::string(8182, 'a') + "\n", SCH_STATUS_TEXT_TOO_LONG}, {std::string("a\0b", 3), bad},
+                {"echo done", bad_text}, {"a\nb", bad_text}, {"a\r\n", bad_text}, {"end-job\n", bad_text},
+                {"a\n  end-job\t\nb\n", bad_text}, {" ?\n", bad_text}}) {  // unended lines, an end, help asked
+    EXPECT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", text)), status) << text;
   }
+  EXPECT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "nope", "x\n")), SCH_STATUS_NO_SUCH_JOB);
+  EXPECT_EQ(job_text("j"), "") << "refused texts change nothing";
   // A shorter text leaves no stale fragment records.
   ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", std::string(2999, 'x') + "\n")), 0u);
   ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", "short\n")), 0u);
@@ -198,11 +192,8 @@ TEST_F(Requests, JobNamesTextAndDeletion) {
 
 TEST_F(Requests, ScheduleTimesJobsAndAddresses) {
   ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1")), 0u);
-  ScheduleEntry s1 = schedule("s1");
-  EXPECT_EQ(std::string(s1.head.user), "root") << "the requesting user's";
-  EXPECT_EQ(s1.head.time.type, 0);
-  EXPECT_EQ(s1.head.any_email, 0u);
-  EXPECT_TRUE(s1.jobs.empty());
+  EXPECT_EQ(std::string(schedule("s1").head.user), "root") << "the requesting user's";
+  EXPECT_EQ(outline("s1"), "0|||0");
 
   tminfo weekly{SCH_TM_WEEKLY, 9, 2, 0, 5, 0, 0, 0, 0, 0};
   ASSERT_EQ(configure(modify_request("s1", SCH_MODIFY_WEEKLY, weekly)), 0u);
@@ -211,6 +202,7 @@ TEST_F(Requests, ScheduleTimesJobsAndAddresses) {
   tminfo repeat{SCH_TM_REPEAT, 0, 0, 0, 1, 0, 0, 1'800'000'120, 0, 0};
   tminfo no_interval = repeat;
   no_interval.minute = 0;
+  const std::string repeating = std::to_string(SCH_TM_REPEAT) + "|";
   for (std::string job : {"a", "b", "c"}) ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, job)), 0u);
   expect_all({{schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1"), SCH_STATUS_EXISTS, "taken"},
               {schedule_request(SCH_REQ_CREATE_SCHEDULE, "bad/name"), SCH_STATUS_BAD_REQUEST, "bad name"},
@@ -220,43 +212,40 @@ TEST_F(Requests, ScheduleTimesJobsAndAddresses) {
               {modify_request("s1", SCH_MODIFY_WEEKLY, daily(1, 0)), SCH_STATUS_BAD_REQUEST, "kind differs from code"},
               {modify_request("s1", 2, daily(1, 0)), SCH_STATUS_BAD_REQUEST, "no such sub-command"},
               {modify_request("s1", SCH_MODIFY_DAILY, daily(1, 0), "", true), SCH_STATUS_BAD_REQUEST, "no 'no' form"},
-              {modify_request("nope", SCH_MODIFY_DAILY, daily(1, 0)), SCH_STATUS_NO_SUCH_SCHEDULE, "no schedule"},
+              {modify_request("nope", SCH_MODIFY_DAILY, daily(1, 0)), SCH_STATUS_NO_SUCH_SCHEDULE, "no schedule",
+               repeating + "||0"},
               {assign_request("s1", "c"), 0, "c"},
               {assign_request("s1", "a"), 0, "a"},
               {assign_request("s1", "a"), 0, "a again"},
               {assign_request("s1", "b"), 0, "b"},
               {assign_request("s1", "nope"), SCH_STATUS_NO_SUCH_JOB, "no job"},
-              {assign_request("nope", "a"), SCH_STATUS_NO_SUCH_SCHEDULE, "no schedule to assign to"}});
-  EXPECT_EQ(schedule("s1").head.time.type, SCH_TM_REPEAT) << "refused times change nothing";
-  EXPECT_EQ(schedule("s1").job_names(), (Names{"a", "b", "c"})) << "once each, in job id order";
-  ASSERT_EQ(configure(assign_request("s1", "b", true)), 0u);
-  ASSERT_EQ(configure(assign_request("s1", "b", true)), 0u) << "not assigned: nothing to do";
-  EXPECT_EQ(schedule("s1").job_names(), (Names{"a", "c"}));
-  ASSERT_EQ(configure(modify_request("s1", SCH_MODIFY_JOB_NO_NAME, tminfo{})), 0u);
-  EXPECT_EQ(schedule("s1").head.job_count, 2u) << "the positive form names no job";
-  ASSERT_EQ(configure(modify_request("s1", SCH_MODIFY_JOB_NO_NAME, tminfo{}, "", true)), 0u);
-  EXPECT_TRUE(schedule("s1").jobs.empty());
-
-  // Addresses are removed by exact name, are one word of the text, and go with their schedule.
-  ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s10")), 0u);
-  expect_all({{email_request(SCH_EMAIL_ADD, "s10", "a@b.com"), 0, "s10"},
+              {assign_request("nope", "a"), SCH_STATUS_NO_SUCH_SCHEDULE, "no schedule to assign to",
+               repeating + "a,b,c,||0"},  // once each, in job id order
+              {assign_request("s1", "b", true), 0, "no b", repeating + "a,c,||0"},
+              {assign_request("s1", "b", true), 0, "not assigned: nothing to do", repeating + "a,c,||0"},
+              {modify_request("s1", SCH_MODIFY_JOB_NO_NAME, tminfo{}), 0, "the positive form names no job",
+               repeating + "a,c,||0"},
+              {modify_request("s1", SCH_MODIFY_JOB_NO_NAME, tminfo{}, "", true), 0, "no job at all", repeating + "||0"},
+              // Addresses are removed by exact name, are one word of the text, and go with their schedule.
+              {schedule_request(SCH_REQ_CREATE_SCHEDULE, "s10"), 0, "s10"},
+              {email_request(SCH_EMAIL_ADD, "s10", "a@b.com"), 0, "s10's", repeating + "||0"},
               {email_request(SCH_EMAIL_ADD, "s1", "a@b.c"), 0, "a@b.c"},
               {email_request(SCH_EMAIL_ADD, "s1", "a@b.com"), 0, "a@b.com"},
-              {email_request(SCH_EMAIL_DELETE, "s1", "a@b.c"), 0, "delete a@b.c"}});
-  EXPECT_EQ(schedule("s1").addresses(), (Names{"", "a@b.com"}));
-  expect_all({{email_request(SCH_EMAIL_DELETE, "s1", "a@b"), 0, "not an address of s1: nothing to do"},
-              {email_request(SCH_EMAIL_DELETE, "s1", "a@b.com"), 0, "the last"}});
-  EXPECT_EQ(schedule("s1").head.any_email, 0u);
-  expect_all({              {email_request(SCH_EMAIL_ADD, "nope", "x@y"), SCH_STATUS_NO_SUCH_SCHEDULE, "no schedule"},
+              {email_request(SCH_EMAIL_DELETE, "s1", "a@b.c"), 0, "delete a@b.c", repeating + "|,a@b.com,|1"},
+              {email_request(SCH_EMAIL_DELETE, "s1", "a@b"), 0, "not an address of s1: nothing to do",
+               repeating + "|,a@b.com,|1"},
+              {email_request(SCH_EMAIL_DELETE, "s1", "a@b.com"), 0, "the last", repeating + "||0"},
+              {email_request(SCH_EMAIL_ADD, "nope", "x@y"), SCH_STATUS_NO_SUCH_SCHEDULE, "no schedule"},
               {email_request(22, "s1", "x@y"), SCH_STATUS_BAD_REQUEST, "no such operation"},
               {email_request(SCH_EMAIL_ADD, "s1", ""), SCH_STATUS_BAD_REQUEST, "empty"},
               {email_request(SCH_EMAIL_ADD, "s1", "z /etc"), SCH_STATUS_BAD_ADDRESS, "a space"},
               {email_request(SCH_EMAIL_ADD, "s1", "a@b\n"), SCH_STATUS_BAD_ADDRESS, "a newline"},
               {email_request(SCH_EMAIL_ADD, "s1", "a\t@b"), SCH_STATUS_BAD_ADDRESS, "a tab"},
-              {email_request(SCH_EMAIL_ADD, "s1", "\x7f@b"), SCH_STATUS_BAD_ADDRESS, "DEL"},
+              {email_request(SCH_EMAIL_ADD, "s1", "\x7f@b"), SCH_STATUS_BAD_ADDRESS, "DEL", repeating + "||0"},
               {email_request(SCH_EMAIL_ADD, "s1", "ops@example.com"), 0, "ops"},
               {schedule_request(SCH_REQ_DELETE_SCHEDULE, "s1"), 0, "delete s1"},
-              {schedule_request(SCH_REQ_DELETE_SCHEDULE, "s1"), SCH_STATUS_NO_SUCH_SCHEDULE, "gone"}});
+              {schedule_request(SCH_REQ_DELETE_SCHEDULE, "s1"), SCH_STATUS_NO_SUCH_SCHEDULE, "gone"}},
+             [&] { return outline("s1"); });
   restart();
   EXPECT_EQ(schedule("s10").addresses(), Names{"a@b.com"});
   ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1")), 0u);
@@ -299,28 +288,29 @@ TEST_F(Requests, TransportPartsSetClearedAndRefused) {
 }
 
 TEST_F(Requests, CredentialsStoredReplacedFetchedDeleted) {
-  EXPECT_EQ(password_of("root"), "") << "none stored yet";
-  ASSERT_EQ(configure(credential_request(SCH_CREDENTIAL_STORE, "root", "7$first")), 0u);
-  ASSERT_EQ(configure(credential_request(SCH_CREDENTIAL_STORE, "root", "7$second")), 0u);
-  EXPECT_EQ(password_of("root"), "7$second");
-  EXPECT_EQ(credentials(), Names{"root=7$second"});
-  expect_all({{credential_request(SCH_CREDENTIAL_STORE, "root", ""), SCH_STATUS_NO_CREDENTIAL, "no password"},
+  // The password the runner fetches, then the list the display shows.
+  auto stored = [&] { return password_of("root") + "|" + joined(credentials()); };
+  EXPECT_EQ(stored(), "|") << "none stored yet";
+  expect_all({{credential_request(SCH_CREDENTIAL_STORE, "root", "7$first"), 0, "first", "7$first|root=7$first,"},
+              {credential_request(SCH_CREDENTIAL_STORE, "root", "7$second"), 0, "replaced", "7$second|root=7$second,"},
+              {credential_request(SCH_CREDENTIAL_STORE, "root", ""), SCH_STATUS_NO_CREDENTIAL, "no password"},
               {credential_request(SCH_CREDENTIAL_STORE, "", "7$x"), SCH_STATUS_NO_CREDENTIAL, "no user"},
               {credential_request(2, "root"), SCH_STATUS_BAD_REQUEST, "no such operation"},
-              {credential_request(SCH_CREDENTIAL_STORE, "root", std::string(128, 'p')), SCH_STATUS_BAD_REQUEST, "long"},
-              {credential_request(SCH_CREDENTIAL_DELETE, "root"), 0, "delete"},
-              {credential_request(SCH_CREDENTIAL_DELETE, "root"), 0, "nothing stored: nothing to do"}});
+              {credential_request(SCH_CREDENTIAL_STORE, "root", std::string(128, 'p')), SCH_STATUS_BAD_REQUEST, "long",
+               "7$second|root=7$second,"},
+              {credential_request(SCH_CREDENTIAL_DELETE, "root"), 0, "delete", "|"},
+              {credential_request(SCH_CREDENTIAL_DELETE, "root"), 0, "nothing stored: nothing to do", "|"}},
+             stored);
   restart();
-  EXPECT_EQ(password_of("root"), "");
-  EXPECT_TRUE(credentials().empty());
+  EXPECT_EQ(stored(), "|");
 }
 
 TEST_F(Requests, FeatureStatesAndEverythingRefusedWhileOff) {
   restart();
   ASSERT_EQ(feature(FM_FEATURE_DISABLE), 0u);
   EXPECT_EQ(feature(FM_FEATURE_DISABLE), FM_ERR_ALREADY_DISABLED);
-  const Bytes mixed = named(FM_FEATURE_ENABLE, "scheduler");
-  EXPECT_EQ(call(FM_SERVICE, FM_FEATURE_DISABLE, mixed).status, SCH_STATUS_BAD_REQUEST) << "action and opcode differ";
+  EXPECT_EQ(call(FM_SERVICE, FM_FEATURE_DISABLE, named(FM_FEATURE_ENABLE, "scheduler")).status, SCH_STATUS_BAD_REQUEST)
+      << "action and opcode differ";
   EXPECT_EQ(call(FM_SERVICE, FM_FEATURE_ENABLE, Bytes{FM_FEATURE_ENABLE}).status, SCH_STATUS_BAD_REQUEST);
   EXPECT_EQ(call(FM_SERVICE, FM_FEATURE_ENABLE, named(FM_FEATURE_ENABLE, "bgp")).status, SCH_STATUS_NO_SUCH_FEATURE);
   for (const Bytes &request :
@@ -364,8 +354,9 @@ TEST_F(Requests, DisableLeavesNothingOfTheConfigurationInMemoryOrTheStores) {
   restart();
   EXPECT_EQ(display(display_request(SCH_REQ_GET_JOBS, "", -1)).status, SCH_STATUS_FEATURE_DISABLED);
   ASSERT_EQ(feature(FM_FEATURE_ENABLE), 0u);
-  EXPECT_TRUE(walk(SCH_REQ_GET_JOBS).empty());
-  EXPECT_TRUE(walk(SCH_REQ_GET_SCHEDULES).empty());
+  EXPECT_TRUE(jobs().empty());
+  schedd::Reply schedules = display(display_request(SCH_REQ_GET_SCHEDULES, "", -1));
+  EXPECT_TRUE(schedules.status == 0 && schedules.payload.empty()) << schedules.status;
   EXPECT_TRUE(credentials().empty());
   EXPECT_EQ(log_size(), 16384u);
   EXPECT_EQ(transport(), "||||1|25|management");
@@ -375,15 +366,14 @@ TEST_F(Requests, DisableLeavesNothingOfTheConfigurationInMemoryOrTheStores) {
 TEST_F(Requests, LoggingLevelStartupTextAndRequestsThatDoNotHoldUp) {
   ASSERT_NO_FATAL_FAILURE(configure_everything());
   const std::string base = running_text();
-  ASSERT_EQ(logging_level(3), 0u);
-  EXPECT_EQ(running_text(), "feature scheduler\nlogging level scheduler 3\n" + base.substr(18));
-  ASSERT_EQ(logging_level(5), 0u);
-  EXPECT_EQ(running_text(), base) << "the default level has no line";
-  ASSERT_EQ(logging_level(0), 0u);
-  restart();
-  EXPECT_EQ(running_text(), "feature scheduler\nlogging level scheduler 0\n" + base.substr(18));
-  ASSERT_EQ(logging_level(ACFG_LEVEL_DEFAULT), 0u);
-  EXPECT_EQ(running_text(), base);
+  // The default level has no line.
+  for (const auto &[level, restarted, line] : std::vector<std::tuple<uint8_t, bool, std::string>>{
+           {3, false, "logging level scheduler 3\n"}, {5, false, ""}, {0, true, "logging level scheduler 0\n"},
+           {ACFG_LEVEL_DEFAULT, false, ""}}) {
+    ASSERT_EQ(logging_level(level), 0u);
+    if (restarted) restart();
+    EXPECT_EQ(running_text(), "feature scheduler\n" + line + base.substr(18)) << int{level};
+  }
   EXPECT_EQ(logging_level(3, "bgp"), SCH_STATUS_NO_SUCH_FACILITY);
   EXPECT_EQ(call(ACFG_SERVICE, ACFG_OP_LOGGING_LEVEL, Bytes{3, 's', 'c', 'h'}).status, SCH_STATUS_BAD_REQUEST);
   EXPECT_EQ(logging_level(8), SCH_STATUS_BAD_REQUEST);
