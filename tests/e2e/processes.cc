@@ -88,6 +88,17 @@ int wait_for(pid_t pid, std::chrono::seconds limit) {
   return decode_status(status);
 }
 
+// Runs `program` to its end (killed after 60 s), its output and errors in "<base>.out" and "<base>.err".
+ShellRun run_to_end(const std::string &program, const std::vector<std::string> &arguments,
+                    const Environment &environment, const std::string &input, const std::string &base) {
+  pid_t pid = spawn(program, arguments, environment, input, base + ".out", base + ".err");
+  ShellRun run;
+  run.status = wait_for(pid, std::chrono::seconds(60));
+  run.out = read_file(base + ".out");
+  run.err = read_file(base + ".err");
+  return run;
+}
+
 }  // namespace
 
 Environment stopped_clock() {
@@ -192,12 +203,7 @@ ShellRun Daemon::start_detached(const std::vector<std::string> &options) {
 
 ShellRun Daemon::schedd(const std::vector<std::string> &arguments) {
   sch::testing::TempDir outputs;
-  pid_t pid = spawn(E2E_SCHEDD, arguments, {}, "/dev/null", outputs.file("out"), outputs.file("err"));
-  ShellRun run;
-  run.status = wait_for(pid, std::chrono::seconds(60));
-  run.out = read_file(outputs.file("out"));
-  run.err = read_file(outputs.file("err"));
-  return run;
+  return run_to_end(E2E_SCHEDD, arguments, {}, "/dev/null", outputs.file("schedd"));
 }
 
 int Daemon::stop() {
@@ -234,12 +240,7 @@ ShellRun Daemon::shell(const std::string &input, const std::vector<std::string> 
   write_file(base + ".in", input);
   std::vector<std::string> all = directories();
   all.insert(all.end(), arguments.begin(), arguments.end());
-  pid_t pid = spawn(E2E_SCHEDSH, all, environment, base + ".in", base + ".out", base + ".err");
-  ShellRun run;
-  run.status = wait_for(pid, std::chrono::seconds(60));
-  run.out = read_file(base + ".out");
-  run.err = read_file(base + ".err");
-  return run;
+  return run_to_end(E2E_SCHEDSH, all, environment, base + ".in", base);
 }
 
 ShellRun Daemon::shell_as(const std::string &user, const std::string &input, const Environment &changes) const {
