@@ -1,19 +1,57 @@
-// Type-7 passwords: round trips, the 128-byte field, refused texts, and the device key file.
+// Users and secrets: local users, PAM authentication through the schedcli service against the
+// test's pam_matrix users, and type-7 passwords with the device key file.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <string>
 
+#include "schedcli/platform/auth.h"
 #include "schedcli/platform/secrets.h"
 #include "schedcli/platform/sysmgr.h"
 #include "support/temp_dir.h"
 
 namespace {
+
+// Exactly the names the configured password file lists.
+TEST(LocalUsers, MatchesWholeNamesOnly) {
+  sch::testing::TempDir dir;
+  std::ofstream(dir.file("passwd")) << "root:x:0:0:root:/root:/bin/bash\n"
+                                       "alice:x:1000:1000:Alice:/home/alice:/bin/sh\n"
+                                       "carol\n"
+                                       "\n"
+                                       "dave:x:1002:1002::/home/dave:/bin/sh";  // no newline at the end
+  ASSERT_EQ(auth_local_passwd_file_set(dir.file("passwd").c_str()), 0u);
+  EXPECT_NE(check_if_user_local(nullptr, "alice"), 0);
+  EXPECT_NE(check_if_user_local(nullptr, "dave"), 0) << "last line without its newline";
+  for (const char *stranger : {"ali", "alicea", "alice:x", "carol", "x", "", "Alice"}) {
+    EXPECT_EQ(check_if_user_local(nullptr, stranger), 0) << stranger;
+  }
+  EXPECT_EQ(check_if_user_local(nullptr, nullptr), 0);
+  auth_local_passwd_file_set(nullptr);
+}
+
+TEST(PamAuthentication, RefusalsAreOutcomesNotFailures) {
+  if (!std::getenv("PAM_WRAPPER")) GTEST_SKIP() << "needs pam_wrapper preloaded: run through ctest";
+  struct Case {
+    const char *what, *user, *password;
+  };
+  for (const Case &c : {Case{"wrong password", "alice", "wonderlant"}, Case{"password prefix", "alice", "wonder"},
+                        Case{"empty password", "alice", ""}, Case{"unknown user", "mallory", "wonderland"},
+                        Case{"account not allowed this service", "bob", "builder"}}) {
+    aaa_auth_result *result = nullptr;
+    ASSERT_EQ(aaa_scheduler_authenticate(c.user, c.password, "login", "default", "switch1", 0, &result), 0u) << c.what;
+    ASSERT_NE(result, nullptr) << c.what;
+    EXPECT_EQ(result->accepted, 0u) << c.what;
+    EXPECT_NE(result->pam_status, 0) << c.what;
+    std::free(result);
+  }
+}
 
 class Type7 : public ::testing::Test {
  protected:
