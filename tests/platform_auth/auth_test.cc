@@ -1,13 +1,11 @@
 // Users and secrets: local users, PAM authentication through the schedcli service against the
 // test's pam_matrix users, and type-7 passwords with the device key file.
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <string>
 

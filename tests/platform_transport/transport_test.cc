@@ -3,13 +3,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -19,7 +19,6 @@
 #include <vector>
 
 #include "schedcli/platform/cmi.h"
-#include "schedcli/platform/syserr.h"
 #include "schedcli/platform/sysmgr.h"
 #include "support/temp_dir.h"
 #include "transport/wire.h"
@@ -40,11 +39,10 @@ int connect_raw(const std::string &path) {
   return fd;
 }
 
-// A fresh directory holding the socket path; gone with the fixture.
+// A fresh directory holding the socket path, gone with the fixture, and the client's calls.
 class SocketTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    path_ = directory_ + "/" CMI_SOCKET_NAME;
     session_ = cmi_session_open(path_.c_str());
     ASSERT_NE(session_, nullptr);
   }
@@ -53,12 +51,41 @@ class SocketTest : public ::testing::Test {
     if (listen_fd_ >= 0) close(listen_fd_);
   }
 
+  // The call as the library makes it.
+  uint32_t call(const Bytes &request, Bytes *reply_bytes = nullptr) {
+    void *reply = reinterpret_cast<void *>(1);  // must be overwritten
+    uint32_t length = static_cast<uint32_t>(request.size());
+    char identity[32] = {};
+    uint32_t status = cmi_req_resp(5950, 3, request.data(), &reply, &length, "admin", identity, 136, session_, 0);
+    if (!reply) {
+      EXPECT_EQ(length, 0u);
+    }
+    if (reply_bytes) reply_bytes->assign(static_cast<uint8_t *>(reply), static_cast<uint8_t *>(reply) + length);
+    std::free(reply);
+    return status;
+  }
+
+  // Sends the request as the show-log-file command does and sets up the receive context.
+  uint32_t open_stream() {
+    static const cmi_send_options options{{0xFE, 0, 0, 0, 0, 0, 0, 0x88}};
+    uint8_t request[48] = {0, 0, 0, 8};
+    cmi_token_source source{};
+    uint32_t status = cmi_send_request(5951, 2, request, sizeof request, "admin", nullptr, &options, session_, &source);
+    context_.mode = 1;
+    context_.token = mts_rr_token_get(&source);
+    return status;
+  }
+
   sch::testing::TempDir temp_;
   std::string directory_ = temp_.path();
-  std::string path_;
+  std::string path_ = directory_ + "/" CMI_SOCKET_NAME;
   cmi_session *session_ = nullptr;
   int listen_fd_ = -1;
+  mts_stream_context context_{};
 };
+using RequestReply = SocketTest;
+using ReplyStream = SocketTest;
+using DaemonSocket = SocketTest;
 
 // Listens on `path` and hands each accepted connection to `handle` on its own thread, until
 // destroyed. The listen status is checked by the constructor.
@@ -148,23 +175,6 @@ TEST(MessageHeader, RefusesHeadersThatDoNotHoldUp) {
   }
 }
 
-class RequestReply : public SocketTest {
- protected:
-  // The call as the library makes it.
-  uint32_t call(const Bytes &request, Bytes *reply_bytes = nullptr) {
-    void *reply = reinterpret_cast<void *>(1);  // must be overwritten
-    uint32_t length = static_cast<uint32_t>(request.size());
-    char identity[32] = {};
-    uint32_t status = cmi_req_resp(5950, 3, request.data(), &reply, &length, "admin", identity, 136, session_, 0);
-    if (!reply) {
-      EXPECT_EQ(length, 0u);
-    }
-    if (reply_bytes) reply_bytes->assign(static_cast<uint8_t *>(reply), static_cast<uint8_t *>(reply) + length);
-    std::free(reply);
-    return status;
-  }
-};
-
 TEST_F(RequestReply, CarriesTheLargestPayloadBothWaysAndRefusesALargerOne) {
   Server server(path_, [](int connection) {
     TakenRequest request(connection);
@@ -221,23 +231,6 @@ TEST_F(RequestReply, BrokenRepliesAreRefusedWithoutAPayload) {
   }
 }
 
-class ReplyStream : public SocketTest {
- protected:
-  // Sends the request as the show-log-file command does and sets up the receive context.
-  uint32_t open_stream() {
-    static const cmi_send_options options{{0xFE, 0, 0, 0, 0, 0, 0, 0x88}};
-    uint8_t request[48] = {0, 0, 0, 8};
-    cmi_token_source source{};
-    uint32_t status = cmi_send_request(5951, 2, request, sizeof request, "admin", nullptr, &options, session_, &source);
-    context_ = mts_stream_context{};
-    context_.mode = 1;
-    context_.token = mts_rr_token_get(&source);
-    return status;
-  }
-
-  mts_stream_context context_{};
-};
-
 TEST_F(ReplyStream, OnlyTheOpenStreamsTokenReceives) {
   Server server(path_, wait_for_hangup);
   cmi_session_timeout_set(session_, 200);
@@ -265,8 +258,6 @@ TEST_F(ReplyStream, EmptyMessageCannotBeParsed) {
   EXPECT_EQ(payload, nullptr);
   EXPECT_EQ(length, 0u);
 }
-
-using DaemonSocket = SocketTest;
 
 TEST_F(DaemonSocket, ListensOnlyWhereNoLiveServerOrOtherFileIs) {
   ASSERT_EQ(cmi_server_listen(path_.c_str(), &listen_fd_), 0u);
