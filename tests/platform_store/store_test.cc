@@ -592,9 +592,8 @@ struct Operation {
 // emulation every write is many times slower, and the run keeps the same wall-clock bound).
 int kill_count() {
   const char *text = std::getenv("SCHED_STORE_CRASH_KILLS");
-  char *end = nullptr;
-  long count = text ? std::strtol(text, &end, 10) : 0;
-  return count > 0 && count <= 250 && *end == '\0' ? static_cast<int>(count) : 250;
+  int count = text ? std::atoi(text) : 0;
+  return count > 0 && count <= 250 ? count : 250;
 }
 
 // Every write the child reported must be in the store when it reopens, and at most the one under
