@@ -114,7 +114,8 @@ TEST(Mtrack, CountsLiveBlocksAndBytesPerKind) {
 
 // Four allocations after each setting: which of them fail ('x').
 TEST(Mtrack, HookFailsTheNthAllocationOnceOrFromThenOn) {
-  for (auto [nth, persistent, expected] : {std::tuple{2, 0, "-x--"}, std::tuple{1, 1, "xxxx"}, std::tuple{0, 0, "----"}}) {
+  for (auto [nth, persistent, expected] :
+       {std::tuple{2, 0, "-x--"}, std::tuple{1, 1, "xxxx"}, std::tuple{0, 0, "----"}}) {
     mtrack_fail_nth(nth, -1, persistent);
     std::string failed;
     for (int i = 0; i < 4; i++) {
@@ -301,9 +302,10 @@ TEST(FeatureManager, RequestParsingRefusesMalformedPayloads) {
     std::vector<uint8_t> payload;
     uint32_t expected;
   };
-  for (const auto &[payload, expected] : {Case{{3, 's', 'c', 'h', 0}, 0}, Case{{4, 's', 'c', 'h'}, 0},  // ends at the payload
-                                          Case{{7, 'x', 0}, FM_ERR_BAD_ARGUMENT}, Case{{3, 0}, FM_ERR_BAD_ARGUMENT},
-                                          Case{{3}, FM_ERR_BAD_ARGUMENT}}) {
+  // The unterminated name ends at the payload's end.
+  for (const auto &[payload, expected] :
+       {Case{{3, 's', 'c', 'h', 0}, 0}, Case{{4, 's', 'c', 'h'}, 0}, Case{{7, 'x', 0}, FM_ERR_BAD_ARGUMENT},
+        Case{{3, 0}, FM_ERR_BAD_ARGUMENT}, Case{{3}, FM_ERR_BAD_ARGUMENT}}) {
     uint32_t action = 0;
     char name[FM_FEATURE_NAME_SIZE] = {};
     EXPECT_EQ(fm_feature_request_parse(payload.data(), payload.size(), &action, name), expected) << int(payload[0]);

@@ -220,7 +220,8 @@ TEST_F(RequestReply, BrokenRepliesAreRefusedWithoutAPayload) {
     Server server(path_, [&](int connection) {
       TakenRequest request(connection);
       Bytes bytes(whole);
-      cmi::wire::encode({c.kind, 0, 0, 0, request.token + c.token_change, 3}, std::span(bytes).first<CMI_HEADER_SIZE>());
+      cmi::wire::encode({c.kind, 0, 0, 0, request.token + c.token_change, 3},
+                        std::span(bytes).first<CMI_HEADER_SIZE>());
       bytes[0] = c.version;
       bytes.resize(c.kept);
       EXPECT_EQ(send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
@@ -239,7 +240,7 @@ TEST_F(ReplyStream, OnlyTheOpenStreamsTokenReceives) {
   stale.token++;
   cmi_message message;
   EXPECT_EQ(mts_recv(session_, &message, &stale), CMI_ERR_NO_STREAM);
-  EXPECT_EQ(mts_recv(session_, &message, &context_), CMI_ERR_TIMEOUT) << "the stream was left open, and its silence times out";
+  EXPECT_EQ(mts_recv(session_, &message, &context_), CMI_ERR_TIMEOUT) << "an open stream's silence times out";
   EXPECT_EQ(mts_recv(session_, &message, &context_), CMI_ERR_NO_STREAM);
 }
 
