@@ -1,5 +1,5 @@
-// What the programs announce: the version, the directories, readiness to a service manager, and
-// the daemon's start and stop lines at the operator's logging level.
+// What the programs announce: the version, the directories, readiness to a service manager, the
+// daemon's start and stop lines at the operator's logging level, and recognising the journal.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -19,6 +19,7 @@
 
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/cmi.h"
+#include "detach.h"
 #include "schedcli_version.h"
 #include "support/temp_dir.h"
 
@@ -79,23 +80,16 @@ class DaemonAnnounceTest : public testing::Test {
   std::string state_dir() const { return (directory_ / "state").string(); }
   std::string runtime_dir() const { return (directory_ / "run").string(); }
 
-  // Starts the daemon, its standard error into a pipe; `journal` makes that pipe the journal.
-  void start(bool journal = false) {
+  // Starts the daemon, its standard error into a pipe.
+  void start() {
     int pipe_fds[2];
     ASSERT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
-    struct stat pipe_status;
-    ASSERT_EQ(fstat(pipe_fds[1], &pipe_status), 0);
-    std::string journal_stream = std::to_string(pipe_status.st_dev) + ":" + std::to_string(pipe_status.st_ino);
     pid_ = fork();
     ASSERT_GE(pid_, 0);
     if (pid_ == 0) {
       dup2(pipe_fds[1], STDERR_FILENO);
       setenv("NOTIFY_SOCKET", notify_path_.c_str(), 1);
-      if (journal) {
-        setenv("JOURNAL_STREAM", journal_stream.c_str(), 1);
-      } else {
-        unsetenv("JOURNAL_STREAM");
-      }
+      unsetenv("JOURNAL_STREAM");
       std::string state = "--state-dir=" + state_dir();
       std::string runtime = "--runtime-dir=" + runtime_dir();
       execl(SCHEDD_PATH, SCHEDD_PATH, "--foreground", "--enable-feature", state.c_str(), runtime.c_str(), static_cast<char *>(nullptr));
@@ -161,6 +155,31 @@ TEST_F(DaemonAnnounceTest, ReadyOnlyOnceItServesThenStoppingAndTheLinesOfBoth) {
     EXPECT_NE(errors.find(start_line(how)), std::string::npos) << errors;
     EXPECT_NE(errors.find(kStopLine), std::string::npos) << errors;
   }
+}
+
+TEST(ServiceManagerTest, AnUnusableAddressIsAFailure) {
+  sch::testing::TempDir temp;
+  for (const std::string &address : {std::string("relative/notify"), std::string("/") + std::string(200, 'n'),
+                                     (fs::path(temp.path()) / "nobody").string()}) {
+    setenv("NOTIFY_SOCKET", address.c_str(), 1);
+    EXPECT_FALSE(schedd::notify_service_manager("READY=1")) << address;
+  }
+  unsetenv("NOTIFY_SOCKET");
+}
+
+TEST(ServiceManagerTest, StandardErrorIsTheJournalOnlyWhenDeviceAndInodeMatch) {
+  struct stat status;
+  ASSERT_EQ(fstat(STDERR_FILENO, &status), 0);
+  std::string device = std::to_string(status.st_dev), inode = std::to_string(status.st_ino);
+  setenv("JOURNAL_STREAM", (device + ":" + inode).c_str(), 1);
+  EXPECT_TRUE(schedd::stderr_is_journal());
+  for (const std::string &other : {device + ":" + std::to_string(status.st_ino + 1), device + ":" + inode + "x",
+                                   device, std::string("journal"), std::string()}) {
+    setenv("JOURNAL_STREAM", other.c_str(), 1);
+    EXPECT_FALSE(schedd::stderr_is_journal()) << other;
+  }
+  unsetenv("JOURNAL_STREAM");
+  EXPECT_FALSE(schedd::stderr_is_journal());
 }
 
 }  // namespace
