@@ -1,7 +1,7 @@
 // Job processes: output and status, the time limit and what a job leaves behind, the output
-// bound, failures to start, and running as another user.
+// bound, failures to start, running as another user, and the run credentials of remote users.
 #include "runner/job_process.h"
-#include "support/temp_dir.h"
+#include "runner/run_credentials.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,9 +11,17 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
+#include <deque>
 #include <fstream>
 #include <optional>
 #include <sstream>
+#include <thread>
+
+#include "schedcli/db.h"
+#include "schedcli/platform/auth.h"
+#include "schedcli/platform/secrets.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -191,25 +199,16 @@ TEST_F(JobRunAsUser, DropsToTheUsersIdsGroupsAndHome) {
   const passwd *user = getpwnam("schedjob");
   ASSERT_NE(user, nullptr);
   std::string home = user->pw_dir;
-  uid_t uid = user->pw_uid;
   JobSpec s = job_spec("id -u; id -g; id -G; pwd; echo $HOME $USER; umask");
   s.user = "schedjob";
   JobOutcome outcome = run(s);
   ASSERT_EQ(outcome.wait_status, 0) << outcome.output;
-  std::istringstream lines(outcome.output);
-  std::string line;
-  std::getline(lines, line);
-  EXPECT_EQ(line, std::to_string(uid));
-  std::getline(lines, line);
-  EXPECT_NE(line, "0");
-  std::getline(lines, line);
-  EXPECT_EQ((" " + line + " ").find(" 0 "), std::string::npos) << "root's group is gone: " << line;
-  std::getline(lines, line);
-  EXPECT_EQ(line, home);
-  std::getline(lines, line);
-  EXPECT_EQ(line, home + " schedjob");
-  std::getline(lines, line);
-  EXPECT_EQ(line, "0022");
+  std::istringstream output(outcome.output);
+  std::string line[6];
+  for (std::string &each : line) std::getline(output, each);
+  EXPECT_EQ(line[0] + " " + line[1], std::to_string(user->pw_uid) + " " + std::to_string(user->pw_gid));
+  EXPECT_EQ((" " + line[2] + " ").find(" 0 "), std::string::npos) << "root's group is gone: " << line[2];
+  EXPECT_EQ(line[3] + "|" + line[4] + "|" + line[5], home + "|" + home + " schedjob|0022");
 }
 
 TEST_F(JobRunAsUser, UserThatPamRefusesNeverRuns) {
@@ -221,6 +220,74 @@ TEST_F(JobRunAsUser, UserThatPamRefusesNeverRuns) {
   EXPECT_EQ(WEXITSTATUS(outcome.wait_status), kExitNoPermission);
   EXPECT_EQ(outcome.output.rfind("PAM account refused for user schedjobx", 0), 0u) << outcome.output;
   EXPECT_FALSE(std::ifstream("/tmp/schedd-runner-refused").good());
+}
+
+// A remote user whose stored password is wrong, missing or damaged does not run; the verdict comes
+// back on the loop.
+class RunCredentialsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::ofstream(directory_ + "/passwd") << "alice:x:1000:1000::/home/alice:/bin/sh\n";
+    ASSERT_EQ(auth_local_passwd_file_set((directory_ + "/passwd").c_str()), 0u);
+    ASSERT_EQ(secrets_device_key_path_set((directory_ + "/device.key").c_str()), 0u);
+    secrets_use_device_key(1);
+    context_ = g_main_context_new();
+  }
+  void TearDown() override {
+    g_main_context_unref(context_);
+    auth_local_passwd_file_set(nullptr);
+    secrets_use_device_key(0);
+    secrets_device_key_path_set(nullptr);
+  }
+
+  // Stores `password` for `user` as the credential command would: encrypted, type 7.
+  void store(const char *user, const char *password) {
+    sch_user_element &element = elements_.emplace_back();
+    std::snprintf(element.record.user, sizeof element.record.user, "%s", user);
+    char *encrypted = nullptr;
+    uint32_t length = 0;
+    ASSERT_EQ(security_conf_encrypt(password, 7, 0, 0, &encrypted, &length), 0u);
+    std::snprintf(element.record.password, sizeof element.record.password, "%s", encrypted);
+    std::free(encrypted);
+  }
+  CredentialVerdict check(const char *user) {
+    for (sch_user_element &element : elements_) enqueue_tail(&queue_, &element);
+    std::optional<CredentialVerdict> verdict;
+    std::thread::id reported_on;
+    auto pending = RunCredentials::check(context_, &queue_, user, [&](const CredentialVerdict &v) {
+      verdict = v;
+      reported_on = std::this_thread::get_id();
+    });
+    EXPECT_NE(pending, nullptr);
+    EXPECT_FALSE(verdict) << "never reported from within check()";
+    for (auto deadline = std::chrono::steady_clock::now() + 10s; !verdict && std::chrono::steady_clock::now() < deadline;) {
+      g_main_context_iteration(context_, TRUE);
+    }
+    EXPECT_TRUE(verdict);
+    EXPECT_EQ(reported_on, std::this_thread::get_id());
+    return verdict.value_or(CredentialVerdict{false, "no verdict"});
+  }
+
+  sch::testing::TempDir temp_;
+  std::string directory_ = temp_.path();
+  GMainContext *context_ = nullptr;
+  std::deque<sch_user_element> elements_;  // stable addresses for the queue's links
+  queue_header queue_{};
+};
+
+TEST_F(RunCredentialsTest, RemoteUserFailsWithAWrongMissingOrDamagedCredential) {
+  store("rita", "wrong");
+  EXPECT_EQ(check("rita").reason, "authentication of user rita failed\n");
+
+  elements_.clear();
+  queue_ = {};
+  EXPECT_EQ(check("rita").reason, "no stored credential for remote user rita\n");
+
+  store("rita", "rosebud");
+  elements_.back().record.password[10] ^= 1;
+  CredentialVerdict verdict = check("rita");
+  EXPECT_FALSE(verdict.passed);
+  EXPECT_EQ(verdict.reason.rfind("stored credential of user rita cannot be used: ", 0), 0u) << verdict.reason;
 }
 
 }  // namespace

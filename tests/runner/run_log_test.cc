@@ -41,10 +41,6 @@ Bytes file_bytes(const std::string &path) {
 
 class RunLog : public ::testing::Test {
  protected:
-  void SetUp() override {
-    path_ = directory_ + "/log.dat";
-  }
-
   RunLogState append(const RunLogEntry &e, uint32_t limit = 1u << 20) {
     RunLogState state{99, 99};
     EXPECT_EQ(append_run_log_entry(path_, limit, e, &state), 0u);
@@ -55,20 +51,8 @@ class RunLog : public ::testing::Test {
     EXPECT_TRUE(read_run_log(path_, &entries));
     return entries;
   }
-  // Every message of a reply until its end.
-  std::vector<Bytes> messages(std::string_view name, size_t max_payload, RunLogMessages::Next *last = nullptr) {
-    auto source = RunLogMessages::open(path_, name, max_payload);
-    EXPECT_NE(source, nullptr);
-    std::vector<Bytes> all;
-    Bytes payload;
-    RunLogMessages::Next next;
-    while ((next = source->next(&payload)) == RunLogMessages::Next::message) all.push_back(payload);
-    if (last) *last = next;
-    return all;
-  }
-
   sch::testing::TempDir temp_;
-  std::string directory_ = temp_.path(), path_;
+  std::string path_ = temp_.path() + "/log.dat";
 };
 
 uint32_t word(const Bytes &bytes, size_t offset) { return sch_wire_get_u32(bytes.data() + offset); }
