@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "db/codec.h"
 #include "pss/pss_fixture.h"
-#include "pss/store_io.h"
 #include "schedcli/acfg.h"
 
 namespace {
@@ -28,19 +26,6 @@ class ConfigText : public PssTest {
     std::free(message.response);
     return text;
   }
-  // A debug store holding a logging-level record of two words.
-  pss2_handle debug_store_with(uint32_t marker, uint32_t level, size_t length = 8) {
-    pss2_attributes attributes{4, 64, 0, 1, 0};
-    uint32_t status = 0;
-    pss2_handle store = pss2_open(path("debug-running").c_str(), PSS2_MODE_CREATE, 0xE0, 0, &attributes, &status);
-    EXPECT_EQ(status, 0u);
-    uint8_t value[8];
-    sch::codec::put_u32(value, marker);
-    sch::codec::put_u32(value + 4, level);
-    pss2_datum value_datum{value, static_cast<int32_t>(length)};
-    EXPECT_EQ(pss2_store(store, sch_get_syslog_pss_key(), &value_datum), 0u);
-    return store;
-  }
 };
 
 TEST_F(ConfigText, DefaultsRenderNoSizeNoPortAndPasswordsCanBeHidden) {
@@ -56,18 +41,20 @@ TEST_F(ConfigText, DefaultsRenderNoSizeNoPortAndPasswordsCanBeHidden) {
 }
 
 TEST_F(ConfigText, DailyWithoutHourAndNegativeFieldsRenderAsStated) {
-  char line[128] = "  ";
-  tminfo daily{3, -1, 0, 0, 45, 0, 0, 0, 0, 0};
-  sch_acfg_print_schedule_type(&daily, line, sizeof line);
-  EXPECT_STREQ(line, "  time daily 45\n");
-  tminfo weekly{4, -1, -1, 0, 7, 0, 0, 0, 0, 0};
-  sch_acfg_print_schedule_type(&weekly, line, sizeof line);
-  EXPECT_STREQ(line, "  time weekly 00:00:07\n");
-  std::strcpy(line, "  ");
-  tminfo unknown{8, 1, 1, 1, 1, 1, 1, 0, 0, 0};
-  sch_acfg_print_schedule_type(&unknown, line, sizeof line);
-  EXPECT_STREQ(line, "  ");
-  sch_acfg_print_schedule_type(&daily, nullptr, 0);  // nothing to write into: no crash
+  const struct {
+    tminfo t;
+    const char *line;
+  } cases[] = {
+      {{3, -1, 0, 0, 45, 0, 0, 0, 0, 0}, "  time daily 45\n"},
+      {{4, -1, -1, 0, 7, 0, 0, 0, 0, 0}, "  time weekly 00:00:07\n"},
+      {{8, 1, 1, 1, 1, 1, 1, 0, 0, 0}, "  "},  // an unknown kind adds nothing
+  };
+  for (const auto &c : cases) {
+    char line[128] = "  ";
+    sch_acfg_print_schedule_type(&c.t, line, sizeof line);
+    EXPECT_STREQ(line, c.line);
+    sch_acfg_print_schedule_type(&c.t, nullptr, 0);  // nothing to write into: no crash
+  }
 }
 
 TEST_F(ConfigText, WithoutAStartupStoreTheResponseIsEmptyAndTheSizeIsReset) {

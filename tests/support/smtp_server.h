@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -66,17 +67,30 @@ class SmtpServer {
   int port_ = 0;
 };
 
-// A loopback port that nothing listens on (for the moment).
-inline int free_port() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
+// A loopback socket listening on a free port, its port in `port`, or -1. Its accept gives up after
+// 10 s rather than hang a test; nothing is said to what it accepts.
+inline int loopback_listener(int *port) {
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
   socklen_t length = sizeof address;
-  getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length);
-  close(fd);
-  return ntohs(address.sin_port);
+  if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(fd, 1) != 0 ||
+      getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+    close(fd);
+    return -1;
+  }
+  timeval patience{.tv_sec = 10, .tv_usec = 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  *port = ntohs(address.sin_port);
+  return fd;
+}
+
+// A loopback port that nothing listens on (for the moment).
+inline int free_port() {
+  int port = 0;
+  close(loopback_listener(&port));
+  return port;
 }
 
 }  // namespace sch::testing
