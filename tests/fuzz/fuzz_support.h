@@ -1,5 +1,6 @@
 // What the harnesses share: reading an input as a sequence of fields, a peer on a real socket that
-// answers the shell's requests, and silencing the handlers' printing.
+// answers the shell's requests, a shell on that peer, an in-process daemon, and silencing the
+// handlers' printing.
 #ifndef SCHEDCLI_TESTS_FUZZ_FUZZ_SUPPORT_H
 #define SCHEDCLI_TESTS_FUZZ_FUZZ_SUPPORT_H
 
@@ -11,9 +12,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <functional>
-#include <mutex>
+#include <memory>
 #include <ostream>
 #include <streambuf>
 #include <string>
@@ -22,6 +24,15 @@
 #include <vector>
 
 #include "schedcli/platform/cmi.h"
+#if __has_include("core/daemon.h")
+#include "core/daemon.h"
+#include "schedcli/platform/acfg.h"
+#endif
+#if __has_include("library_backend.h")
+#include "commands.h"
+#include "library_backend.h"
+#include "shell.h"
+#endif
 
 namespace fuzz {
 
@@ -166,6 +177,65 @@ class Peer {
   std::atomic<bool> stop_{false};
   std::thread thread_;
 };
+
+#if __has_include("library_backend.h")
+// The shell as an operator would have it, talking to a peer; the backend's stores lie in
+// `directory` (the peer's own directory when none is given).
+struct ShellOnPeer {
+  Peer peer;
+  schedsh::CommandTable table;
+  schedsh::LibraryBackend backend;
+  NullStream null;
+  ShellOnPeer(Peer::Answer answer, const std::string &state_dir = "", const std::string &runtime_dir = "")
+      : peer(std::move(answer)),
+        backend(state_dir.empty() ? peer.directory() : state_dir, runtime_dir.empty() ? peer.directory() : runtime_dir) {
+    schedsh::register_commands(table);
+  }
+  schedsh::Shell shell() { return {table, backend, schedsh::SessionInfo{peer.session(), "root", false}, null, null}; }
+};
+#endif
+
+#if __has_include("core/daemon.h")
+inline const schedd::Caller kRoot{0, "root"};
+
+// The whole text of a reply, its stream's parts included.
+inline std::string text_of(schedd::Reply &reply) {
+  std::string text(reply.payload.begin(), reply.payload.end());
+  if (reply.parts) {
+    while (auto part = reply.parts()) text.append(part->begin(), part->end());
+  }
+  return text;
+}
+
+// An in-process daemon on directories of its own. Without a socket the loop never runs: no timer
+// fires, so no job the fuzzer wrote is run; requests come through ask(). Its clock is the real
+// one, as the shell checks times against it.
+struct LocalDaemon {
+  schedd::Options options;
+  schedd::ManualClock clock{std::time(nullptr)};
+  std::unique_ptr<schedd::Daemon> daemon;
+
+  LocalDaemon(const char *purpose, bool enable_feature) {
+    std::string directory = scratch_directory(purpose);
+    options.state_dir = directory + "/s";
+    options.runtime_dir = directory + "/r";
+    options.enable_feature = enable_feature;
+  }
+  // A new daemon on the directories; false when it does not come up (`error` says why).
+  bool start(std::string *error) {
+    daemon = std::make_unique<schedd::Daemon>(options, clock);
+    return daemon->start(error, schedd::StartParts{.socket = false, .runner = false, .wall_timer = false});
+  }
+  schedd::Reply ask(uint32_t service, uint32_t opcode, schedd::RequestBytes bytes) {
+    return daemon->handle(service, opcode, bytes, kRoot);
+  }
+  std::string running_text() {
+    schedd::Reply reply = ask(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, std::vector<uint8_t>{ACFG_CFG_RUNNING, 0});
+    require(reply.status == 0, "a daemon that serves gives its running text");
+    return text_of(reply);
+  }
+};
+#endif
 
 }  // namespace fuzz
 

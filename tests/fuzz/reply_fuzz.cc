@@ -12,11 +12,8 @@
 #include <mutex>
 #include <string>
 
-#include "commands.h"
 #include "fuzz_support.h"
-#include "library_backend.h"
 #include "schedcli/cli.h"
-#include "shell.h"
 
 namespace {
 
@@ -29,10 +26,7 @@ struct Answer {
 };
 
 struct World {
-  std::unique_ptr<fuzz::Peer> peer;
-  schedsh::CommandTable table;
-  std::unique_ptr<schedsh::LibraryBackend> backend;
-  fuzz::NullStream null;
+  std::unique_ptr<fuzz::ShellOnPeer> shell;
   std::mutex mutex;
   std::deque<Answer> script;
 };
@@ -65,7 +59,7 @@ void answer(int connection, const cmi_request &request) {
 // would call it, with the name as its one parameter when given.
 void show_logfile(const char *name) {
   sch_cli_context context{};
-  context.session = g_world->peer->session();
+  context.session = g_world->shell->peer.session();
   std::strcpy(context.user, "root");
   sch_cli_param param{0, SCH_VALUE_STRING, const_cast<char *>(name), 0};
   if (name) {
@@ -92,10 +86,7 @@ constexpr size_t kCommandCount = std::size(kCommands);
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   fuzz::silence_standard_output();
   g_world = new World;
-  g_world->peer = std::make_unique<fuzz::Peer>(answer);
-  schedsh::register_commands(g_world->table);
-  std::string directory = g_world->peer->directory();
-  g_world->backend = std::make_unique<schedsh::LibraryBackend>(directory, directory);
+  g_world->shell = std::make_unique<fuzz::ShellOnPeer>(answer);
   return 0;
 }
 
@@ -111,20 +102,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       g_world->script.push_back({(flags & 1) != 0, status, std::string(input.bytes(input.u16()))});
     }
   }
-  if (command < kCommandCount) {
-    schedsh::Shell shell(g_world->table, *g_world->backend,
-                         schedsh::SessionInfo{g_world->peer->session(), "root", false}, g_world->null, g_world->null);
-    shell.execute(kCommands[command]);
-  } else if (command == kCommandCount) {
+  if (command == kCommandCount) {
     show_logfile(nullptr);
   } else if (command == kCommandCount + 1) {
     show_logfile("backup");
   } else {
-    // A configuration command: the shell reads only a status from its reply.
-    schedsh::Shell shell(g_world->table, *g_world->backend,
-                         schedsh::SessionInfo{g_world->peer->session(), "root", false}, g_world->null, g_world->null);
-    shell.execute("configure terminal");
-    shell.execute("scheduler schedule name alpha");
+    schedsh::Shell shell = g_world->shell->shell();
+    if (command < kCommandCount) {
+      shell.execute(kCommands[command]);
+    } else {
+      // A configuration command: the shell reads only a status from its reply.
+      shell.execute("configure terminal");
+      shell.execute("scheduler schedule name alpha");
+    }
   }
   return 0;
 }

@@ -11,54 +11,40 @@
 // shell into the emptied daemon, gives the same text again (stored credentials aside; a text
 // already pasted back is not pasted again); and once the configuration is emptied the daemon
 // holds exactly the tracked blocks it held before the input.
-#include <ctime>
 #include <functional>
-#include <memory>
 #include <string>
 #include <unordered_set>
 #include <vector>
 
 #include "cli/request.h"
-#include "commands.h"
-#include "core/daemon.h"
 #include "fuzz_support.h"
-#include "library_backend.h"
 #include "schedcli/db.h"
 #include "schedcli/diag.h"
-#include "schedcli/platform/acfg.h"
 #include "schedcli/platform/feature.h"
 #include "schedcli/platform/mtrack.h"
 #include "schedcli/wire.h"
-#include "shell.h"
 
 namespace {
 
 using fuzz::require;
 
-const schedd::Caller kRoot{0, "root"};
 constexpr size_t kMaxParts = 100000;
 
 struct World {
-  std::string directory;
-  schedd::Options options;
-  std::unique_ptr<schedd::ManualClock> clock;
-  std::unique_ptr<schedd::Daemon> daemon;
-  std::unique_ptr<fuzz::Peer> peer;
-  schedsh::CommandTable table;
-  std::unique_ptr<schedsh::LibraryBackend> backend;
-  fuzz::NullStream null;
+  fuzz::LocalDaemon local{"daemon", true};
+  std::unique_ptr<fuzz::ShellOnPeer> shell;
   std::string empty_text;  // the running text of an empty configuration
-  // Texts (their hashes) already pasted back whole into the emptied daemon. Most inputs the fuzzer makes end in a
-  // configuration that one before them ended in, and the paste (through the shell, over the
-  // socket) costs more than the input: a text is pasted the first time it is seen. Bounded, so
-  // that a long run keeps pasting what it has forgotten.
+  // Texts (their hashes) already pasted back whole into the emptied daemon. Most inputs the fuzzer
+  // makes end in a configuration that one before them ended in, and the paste (through the shell,
+  // over the socket) costs more than the input: a text is pasted the first time it is seen.
+  // Bounded, so that a long run keeps pasting what it has forgotten.
   std::unordered_set<size_t> pasted;
 };
 constexpr size_t kMaxPastedTexts = 1 << 20;
 World *g_world;
 
 schedd::Reply ask(uint32_t service, uint32_t opcode, const std::vector<uint8_t> &bytes) {
-  return g_world->daemon->handle(service, opcode, bytes, kRoot);
+  return g_world->local.ask(service, opcode, bytes);
 }
 
 // Drains a streamed reply as the server would send it, bounded so that a source that never ends
@@ -72,8 +58,7 @@ void drain(schedd::Reply &reply) {
 // The peer's answers: the daemon's own reply, sent as the socket server sends it.
 void answer(int connection, const cmi_request &request) {
   const auto *bytes = static_cast<const uint8_t *>(request.payload);
-  schedd::Reply reply = g_world->daemon->handle(request.service, request.opcode,
-                                                schedd::RequestBytes(bytes, request.length), kRoot);
+  schedd::Reply reply = g_world->local.ask(request.service, request.opcode, schedd::RequestBytes(bytes, request.length));
   if (!reply.streamed) {
     cmi_server_reply(connection, request.token, reply.status, reply.payload.data(),
                      static_cast<uint32_t>(reply.payload.size()));
@@ -89,33 +74,20 @@ void answer(int connection, const cmi_request &request) {
   cmi_server_stream_end(connection, request.token, reply.status);
 }
 
-std::vector<uint8_t> feature_request(uint32_t action) {
-  std::vector<uint8_t> payload{static_cast<uint8_t>(action)};
-  for (char c : std::string("scheduler")) payload.push_back(static_cast<uint8_t>(c));
-  payload.push_back(0);
-  return payload;
-}
-
-std::string running_text() {
-  schedd::Reply reply = ask(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, {ACFG_CFG_RUNNING, 0});
-  require(reply.status == 0, "the running text can be had");
-  std::string text(reply.payload.begin(), reply.payload.end());
-  if (reply.parts) {
-    while (auto part = reply.parts()) text.append(part->begin(), part->end());
-  }
-  return text;
+uint32_t set_feature(uint32_t action) {
+  std::vector<uint8_t> payload{static_cast<uint8_t>(action), 's', 'c', 'h', 'e', 'd', 'u', 'l', 'e', 'r', 0};
+  return ask(FM_SERVICE, action, payload).status;
 }
 
 // Turning the feature off removes the whole configuration; on again, it is empty.
 void empty_configuration() {
-  ask(FM_SERVICE, FM_FEATURE_DISABLE, feature_request(FM_FEATURE_DISABLE));
+  set_feature(FM_FEATURE_DISABLE);
   require(scheduler_enabled == 0, "the feature turns off");
-  require(ask(FM_SERVICE, FM_FEATURE_ENABLE, feature_request(FM_FEATURE_ENABLE)).status == 0, "the feature turns on");
+  require(set_feature(FM_FEATURE_ENABLE) == 0, "the feature turns on");
 }
 
 void paste(const std::string &text) {
-  schedsh::Shell shell(g_world->table, *g_world->backend, schedsh::SessionInfo{g_world->peer->session(), "root", false},
-                       g_world->null, g_world->null);
+  schedsh::Shell shell = g_world->shell->shell();
   shell.execute("configure terminal");
   size_t start = 0;
   while (start < text.size()) {
@@ -181,22 +153,11 @@ void send_requests(fuzz::Reader &input) {
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   fuzz::silence_standard_output();
   g_world = new World;
-  std::string pattern = fuzz::scratch_directory("daemon");
-  g_world->directory = pattern;
-  g_world->options.state_dir = g_world->directory + "/s";
-  g_world->options.runtime_dir = g_world->directory + "/r";
-  g_world->options.enable_feature = true;
-  // The shell checks times against the real clock: the daemon's must agree with it.
-  g_world->clock = std::make_unique<schedd::ManualClock>(std::time(nullptr));
-  g_world->daemon = std::make_unique<schedd::Daemon>(g_world->options, *g_world->clock);
   std::string error;
-  // Without a socket the loop never runs: no timer fires, so no job the fuzzer wrote is run.
-  require(g_world->daemon->start(&error, schedd::StartParts{.socket = false, .runner = false, .wall_timer = false}), error.c_str());
-  g_world->peer = std::make_unique<fuzz::Peer>(answer);
-  schedsh::register_commands(g_world->table);
-  g_world->backend =
-      std::make_unique<schedsh::LibraryBackend>(g_world->options.state_dir, g_world->options.runtime_dir);
-  g_world->empty_text = running_text();
+  require(g_world->local.start(&error), error.c_str());
+  const schedd::Options &options = g_world->local.options;
+  g_world->shell = std::make_unique<fuzz::ShellOnPeer>(answer, options.state_dir, options.runtime_dir);
+  g_world->empty_text = g_world->local.running_text();
   return 0;
 }
 
@@ -205,16 +166,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::Reader input(data, size);
   send_requests(input);
 
-  if (!scheduler_enabled) {
-    require(ask(FM_SERVICE, FM_FEATURE_ENABLE, feature_request(FM_FEATURE_ENABLE)).status == 0, "feature on again");
-  }
-  std::string text = running_text();
+  if (!scheduler_enabled) require(set_feature(FM_FEATURE_ENABLE) == 0, "feature on again");
+  std::string text = g_world->local.running_text();
   empty_configuration();
   size_t text_hash = std::hash<std::string>{}(text);
   if (text != g_world->empty_text && !g_world->pasted.contains(text_hash)) {
     paste(text);
     text = without_credentials(text);
-    std::string pasted = without_credentials(running_text());
+    std::string pasted = without_credentials(g_world->local.running_text());
     if (pasted != text) {
       std::fprintf(stderr, "---- running text\n%s---- pasted back\n%s----\n", text.c_str(), pasted.c_str());
     }

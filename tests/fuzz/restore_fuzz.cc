@@ -5,19 +5,13 @@
 // Input: a mode byte (bit 0: a stateless restart, the records in the startup store; otherwise a
 // restart after a crash, the records in the running stores), then records: a store byte (odd: the
 // run-results store, running only), a key of the stores' key size, a u16 length and the value.
-#include <sys/stat.h>
-
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
 
-#include "core/daemon.h"
 #include "fuzz_support.h"
 #include "schedcli/diag.h"
-#include "schedcli/platform/acfg.h"
 #include "schedcli/platform/mtrack.h"
 #include "schedcli/platform/pss.h"
 #include "schedcli/platform/sysmgr.h"
@@ -32,11 +26,8 @@ constexpr size_t kKeySize = 40;  // the stores' fixed key size
 // Written once a start-up has made its running stores whole; its absence means a failed start.
 constexpr const char *kRunningWholeName = "running-stores-whole";
 
-const schedd::Caller kRoot{0, "root"};
-
 struct World {
-  schedd::Options options;
-  std::unique_ptr<schedd::ManualClock> clock;
+  fuzz::LocalDaemon local{"restore", false};
   std::string running_uri, results_uri, startup_uri;
   std::string empty_store;  // an empty store as the library creates one, copied for each input
 };
@@ -56,22 +47,15 @@ pss2_handle create_store(const std::string &uri) {
 }
 
 // Starts a daemon, and when it serves, hands back its running text.
-bool start(std::unique_ptr<schedd::Daemon> *daemon, std::string *text) {
-  *daemon = std::make_unique<schedd::Daemon>(g_world->options, *g_world->clock);
+bool start(std::string *text) {
   std::string error;
-  if (!(*daemon)->start(&error, schedd::StartParts{.socket = false, .runner = false, .wall_timer = false})) return false;
-  std::vector<uint8_t> request{ACFG_CFG_RUNNING, 0};
-  schedd::Reply reply = (*daemon)->handle(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, request, kRoot);
-  require(reply.status == 0, "a daemon that serves gives its running text");
-  text->assign(reply.payload.begin(), reply.payload.end());
-  if (reply.parts) {
-    while (auto part = reply.parts()) text->append(part->begin(), part->end());
-  }
+  if (!g_world->local.start(&error)) return false;
+  *text = g_world->local.running_text();
   return true;
 }
 
-void stop(std::unique_ptr<schedd::Daemon> *daemon) {
-  daemon->reset();
+void stop() {
+  g_world->local.daemon.reset();
   if (mtrack_live_blocks(SCH_MTRACK_IDENTITY) != 0) mtrack_dump_memstats(stderr);
   require(mtrack_live_blocks(SCH_MTRACK_IDENTITY) == 0, "every tracked block back after a stop");
 }
@@ -81,17 +65,12 @@ void stop(std::unique_ptr<schedd::Daemon> *daemon) {
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   fuzz::silence_standard_output();
   g_world = new World;
-  std::string pattern = fuzz::scratch_directory("restore");
-  g_world->options.state_dir = pattern + "/s";
-  g_world->options.runtime_dir = pattern + "/r";
-  g_world->clock = std::make_unique<schedd::ManualClock>(std::time(nullptr));
+  const schedd::Options &options = g_world->local.options;
   // A first start lays out the directories; the stores' names come from them.
-  std::unique_ptr<schedd::Daemon> daemon;
   std::string text;
-  require(start(&daemon, &text), "a daemon starts on empty directories");
-  stop(&daemon);
-  require(sysmgr_dirs_set(g_world->options.state_dir.c_str(), g_world->options.runtime_dir.c_str()) == 0,
-          "the directories are usable");
+  require(start(&text), "a daemon starts on empty directories");
+  stop();
+  require(sysmgr_dirs_set(options.state_dir.c_str(), options.runtime_dir.c_str()) == 0, "the directories are usable");
   sch_pss_uri_init();
   g_world->running_uri = uri_of(sch_pss_running_uri);
   g_world->results_uri = uri_of(sch_pss_running_db_uri);
@@ -107,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::Reader input(data, size);
   bool stateless = input.byte() & 1;
 
-  const std::string &runtime_dir = g_world->options.runtime_dir;
+  const std::string &runtime_dir = g_world->local.options.runtime_dir;
   std::filesystem::create_directories(runtime_dir);
   pss2_handle config = create_store(stateless ? g_world->startup_uri : g_world->running_uri);
   pss2_handle results = create_store(g_world->results_uri);
@@ -135,16 +114,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::ofstream(runtime_dir + "/" + kRunningWholeName).put('\n');
   }
 
-  std::unique_ptr<schedd::Daemon> daemon;
   std::string text;
-  bool served = start(&daemon, &text);
-  stop(&daemon);
+  bool served = start(&text);
+  stop();
   if (!served) return 0;
   // What it made durable restores to the same configuration.
   std::string again;
-  require(start(&daemon, &again), "a daemon restarts from the stores it made whole");
+  require(start(&again), "a daemon restarts from the stores it made whole");
   if (again != text) std::fprintf(stderr, "---- first start\n%s---- restart\n%s----\n", text.c_str(), again.c_str());
   require(again == text, "a restart gives the configuration the first start served");
-  stop(&daemon);
+  stop();
   return 0;
 }

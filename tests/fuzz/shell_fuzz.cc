@@ -12,11 +12,8 @@
 #include <string>
 #include <string_view>
 
-#include "commands.h"
 #include "fuzz_support.h"
-#include "library_backend.h"
 #include "schedcli/platform/acfg.h"
-#include "shell.h"
 #include "tokenizer.h"
 
 namespace {
@@ -25,13 +22,7 @@ using fuzz::require;
 
 constexpr size_t kMaxLines = 200;
 
-struct World {
-  std::unique_ptr<fuzz::Peer> peer;
-  schedsh::CommandTable table;
-  std::unique_ptr<schedsh::LibraryBackend> backend;
-  fuzz::NullStream null;
-};
-World *g_world;
+fuzz::ShellOnPeer *g_world;
 
 // Every request succeeds; the configuration text is an empty stream.
 void answer(int connection, const cmi_request &request) {
@@ -46,18 +37,13 @@ void answer(int connection, const cmi_request &request) {
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   fuzz::silence_standard_output();
-  g_world = new World;
-  g_world->peer = std::make_unique<fuzz::Peer>(answer);
-  schedsh::register_commands(g_world->table);
-  std::string directory = g_world->peer->directory();
-  g_world->backend = std::make_unique<schedsh::LibraryBackend>(directory, directory);
+  g_world = new fuzz::ShellOnPeer(answer);
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::Reader input(data, size);
-  schedsh::Shell shell(g_world->table, *g_world->backend, schedsh::SessionInfo{g_world->peer->session(), "root", false},
-                       g_world->null, g_world->null);
+  schedsh::Shell shell = g_world->shell();
   for (size_t lines = 0; !input.empty() && lines < kMaxLines && !shell.finished(); lines++) {
     std::string line(input.line());
     if (line.ends_with('\t')) {
