@@ -1,5 +1,6 @@
 // Stored and wire images are the same bytes on every host. Built natively and for a big-endian
 // target (scripts/endian-check runs it under emulation); it needs nothing but the codec.
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -28,12 +29,7 @@ bool bytes_are(const uint8_t *data, std::vector<uint8_t> expected) {
   return std::memcmp(data, expected.data(), expected.size()) == 0;
 }
 
-bool host_is_big_endian() {
-  const uint32_t probe = 1;
-  uint8_t first;
-  std::memcpy(&first, &probe, 1);
-  return first == 0;
-}
+constexpr bool kBigEndianHost = std::endian::native == std::endian::big;
 
 void keys() {
   sch_config_key key{1, 0x01020304, "backup"};
@@ -41,7 +37,7 @@ void keys() {
   sch_hton_config_key(&key);
   const auto *raw = reinterpret_cast<const uint8_t *>(&key);
   check(bytes_are(raw, {0, 0, 0, 1, 1, 2, 3, 4, 'b', 'a', 'c', 'k', 'u', 'p', 0}), "stored key bytes");
-  check(host_is_big_endian() == (std::memcmp(&key, &before, sizeof key) == 0),
+  check(kBigEndianHost == (std::memcmp(&key, &before, sizeof key) == 0),
         "key conversion is the identity exactly on a big-endian host");
   sch_ntoh_config_key(&key);
   check(key.type == 1 && key.sequence == 0x01020304, "key converts back");
@@ -97,7 +93,7 @@ int main() {
   keys();
   schedule_record();
   requests();
-  std::printf("%s host\n", host_is_big_endian() ? "big-endian" : "little-endian");
+  std::printf("%s host\n", kBigEndianHost ? "big-endian" : "little-endian");
   std::printf("%d passed, %d failed\n", passed, failed);
   return failed == 0 ? 0 : 1;
 }

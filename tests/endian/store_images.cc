@@ -12,7 +12,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -59,18 +58,18 @@ bool write_dump(const std::string &path, const std::vector<Record> &records) {
   return static_cast<bool>(out);
 }
 
+bool write_dumps(const std::string &dir, const std::vector<Record> &config, const std::vector<Record> &runtime) {
+  return write_dump(dir + "/config.dump", config) && write_dump(dir + "/runtime.dump", runtime);
+}
+
 bool read_dump(const std::string &path, std::vector<Record> *records) {
   std::ifstream in(path);
-  std::string line;
-  while (std::getline(in, line)) {
-    std::istringstream words(line);
-    std::string key, value;
-    Record record;
-    if (!(words >> key >> value) || !unhex(key, &record.key) || !unhex(value, &record.value)) {
-      std::fprintf(stderr, "%s: unreadable line\n", path.c_str());
+  for (std::string key, value; in >> key >> value;) {
+    Record &record = records->emplace_back();
+    if (!unhex(key, &record.key) || !unhex(value, &record.value)) {
+      std::fprintf(stderr, "%s: unreadable record\n", path.c_str());
       return false;
     }
-    records->push_back(record);
   }
   return in.eof();
 }
@@ -254,10 +253,7 @@ int restore(const std::string &in, const std::string &out) {
     std::fprintf(stderr, "store_images: saving the restored configuration failed\n");
     return 1;
   }
-  return write_dump(out + "/config.dump", config_back) && write_dump(out + "/runtime.dump", runtime_back) &&
-                 write_dump(out + "/messages.dump", messages())
-             ? 0
-             : 1;
+  return write_dumps(out, config_back, runtime_back) && write_dump(out + "/messages.dump", messages()) ? 0 : 1;
 }
 
 }  // namespace
@@ -271,8 +267,7 @@ int main(int argc, char **argv) {
     for (auto *records : {&config, &runtime}) {
       std::sort(records->begin(), records->end(), [](const Record &a, const Record &b) { return a.key < b.key; });
     }
-    const std::string dir = argv[2];
-    return write_dump(dir + "/config.dump", config) && write_dump(dir + "/runtime.dump", runtime) ? 0 : 1;
+    return write_dumps(argv[2], config, runtime) ? 0 : 1;
   }
   if (mode == "restore" && argc == 4) return restore(argv[2], argv[3]);
   std::fprintf(stderr, "usage: store_images seed DIR | store_images restore IN OUT\n");

@@ -17,7 +17,6 @@
 #include <functional>
 #include <memory>
 #include <ostream>
-#include <streambuf>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -101,18 +100,6 @@ inline void silence_standard_output() {
   close(null);
 }
 
-// A stream that drops what it is given.
-class NullStream : public std::ostream {
- public:
-  NullStream() : std::ostream(&buffer_) {}
-
- private:
-  struct Drop : std::streambuf {
-    int overflow(int c) override { return c; }
-    std::streamsize xsputn(const char *, std::streamsize n) override { return n; }
-  } buffer_;
-};
-
 // Serves the daemon's socket in a directory of its own on a thread of its own, one connection
 // after another; `answer` is called for each request received and answers it on the connection.
 // The client blocks in its call meanwhile, so the two never touch shared state at the same time.
@@ -185,7 +172,7 @@ struct ShellOnPeer {
   Peer peer;
   schedsh::CommandTable table;
   schedsh::LibraryBackend backend;
-  NullStream null;
+  std::ostream null{nullptr};  // without a buffer, whatever is written to it is dropped
   ShellOnPeer(Peer::Answer answer, const std::string &state_dir = "", const std::string &runtime_dir = "")
       : peer(std::move(answer)),
         backend(state_dir.empty() ? peer.directory() : state_dir, runtime_dir.empty() ? peer.directory() : runtime_dir) {

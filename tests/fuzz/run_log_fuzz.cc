@@ -62,9 +62,9 @@ void write_file(const std::string &bytes) {
   std::fclose(file);
 }
 
-bool same_head(const RunLogEntry &a, const RunLogEntry &b) {
+bool same(const RunLogEntry &a, const RunLogEntry &b) {
   return a.job == b.job && a.schedule == b.schedule && a.user == b.user && a.wait_status == b.wait_status &&
-         a.completion_time == b.completion_time;
+         a.completion_time == b.completion_time && a.output == b.output;
 }
 
 std::string name_field(const char *field) { return std::string(field, strnlen(field, 32)); }
@@ -113,7 +113,7 @@ void check_messages(const std::vector<RunLogEntry> &entries, std::string_view na
   require(next == RunLogMessages::Next::end, "an unchanged file streams to its end");
   require(streamed.size() == wanted.size(), "every counted entry is sent");
   for (size_t i = 0; i < wanted.size(); i++) {
-    require(same_head(streamed[i], wanted[i]) && streamed[i].output == wanted[i].output, "entries sent as read");
+    require(same(streamed[i], wanted[i]), "entries sent as read");
   }
 }
 
@@ -134,19 +134,16 @@ void check_append(const std::vector<RunLogEntry> &before, const RunLogEntry &ent
   require(stat(g_location.c_str(), &file) == 0 && static_cast<uint64_t>(file.st_size) <= limit,
           "the file stays within its limit");
   RunLogEntry expected = entry;
-  expected.job.resize(std::min<size_t>(expected.job.size(), 32));
-  expected.schedule.resize(std::min<size_t>(expected.schedule.size(), 32));
-  expected.user.resize(std::min<size_t>(expected.user.size(), 32));
   expected.output.resize(std::min<size_t>(expected.output.size(), limit - kFixed));
-  // Names are NUL-padded fields: a NUL inside a name ends it.
-  for (std::string *name : {&expected.job, &expected.schedule, &expected.user}) name->resize(strnlen(name->c_str(), name->size()));
-  const RunLogEntry &last = after.back();
-  require(same_head(last, expected) && last.output == expected.output, "the new entry is the last");
+  // Names are NUL-padded fields of 32 bytes: a NUL inside a name ends it.
+  for (std::string *name : {&expected.job, &expected.schedule, &expected.user}) {
+    name->resize(strnlen(name->c_str(), std::min<size_t>(name->size(), 32)));
+  }
+  require(same(after.back(), expected), "the new entry is the last");
   require(after.size() - 1 <= before.size(), "no entry appears from nowhere");
   size_t skipped = before.size() - (after.size() - 1);
   for (size_t i = 0; i + 1 < after.size(); i++) {
-    const RunLogEntry &kept = before[skipped + i];
-    require(same_head(after[i], kept) && after[i].output == kept.output, "the newest entries are kept in order");
+    require(same(after[i], before[skipped + i]), "the newest entries are kept in order");
   }
 }
 

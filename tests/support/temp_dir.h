@@ -13,12 +13,10 @@ namespace sch::testing {
 class TempDir {
  public:
   TempDir() {
-    std::string in_memory = "/dev/shm/sdt-XXXXXX";
-    std::string on_disk = "/tmp/sdt-XXXXXX";
-    if (mkdtemp(in_memory.data())) {
-      path_ = in_memory;
-    } else if (mkdtemp(on_disk.data())) {
-      path_ = on_disk;
+    for (std::string pattern : {"/dev/shm/sdt-XXXXXX", "/tmp/sdt-XXXXXX"}) {
+      if (!mkdtemp(pattern.data())) continue;
+      path_ = pattern;
+      break;
     }
   }
   TempDir(const TempDir &) = delete;
