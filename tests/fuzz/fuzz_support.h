@@ -57,7 +57,6 @@ class Reader {
     at_ += count;
     return taken;
   }
-  std::string_view rest() { return bytes(left()); }
   // The text up to the next newline (dropped) or the end.
   std::string_view line() {
     std::string_view all(reinterpret_cast<const char *>(data_ + at_), left());

@@ -12,6 +12,7 @@
 // already pasted back is not pasted again); and once the configuration is emptied the daemon
 // holds exactly the tracked blocks it held before the input.
 #include <functional>
+#include <sstream>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -43,10 +44,6 @@ struct World {
 constexpr size_t kMaxPastedTexts = 1 << 20;
 World *g_world;
 
-schedd::Reply ask(uint32_t service, uint32_t opcode, const std::vector<uint8_t> &bytes) {
-  return g_world->local.ask(service, opcode, bytes);
-}
-
 // Drains a streamed reply as the server would send it, bounded so that a source that never ends
 // shows up as a finding rather than a hang.
 void drain(schedd::Reply &reply) {
@@ -76,7 +73,7 @@ void answer(int connection, const cmi_request &request) {
 
 uint32_t set_feature(uint32_t action) {
   std::vector<uint8_t> payload{static_cast<uint8_t>(action), 's', 'c', 'h', 'e', 'd', 'u', 'l', 'e', 'r', 0};
-  return ask(FM_SERVICE, action, payload).status;
+  return g_world->local.ask(FM_SERVICE, action, payload).status;
 }
 
 // Turning the feature off removes the whole configuration; on again, it is empty.
@@ -89,13 +86,8 @@ void empty_configuration() {
 void paste(const std::string &text) {
   schedsh::Shell shell = g_world->shell->shell();
   shell.execute("configure terminal");
-  size_t start = 0;
-  while (start < text.size()) {
-    size_t end = text.find('\n', start);
-    if (end == std::string::npos) end = text.size();
-    shell.execute(std::string_view(text).substr(start, end - start));
-    start = end + 1;
-  }
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) shell.execute(line);
   shell.execute("end");
   shell.finish();
 }
@@ -118,32 +110,19 @@ std::string without_credentials(const std::string &text) {
 void send_requests(fuzz::Reader &input) {
   while (!input.empty()) {
     uint8_t selector = input.byte();
-    uint32_t service = SCH_SERVICE_CONFIG, opcode = SCH_OPCODE_CONFIG;
-    switch (selector & 7) {
-      case 1:
-        service = SCH_SERVICE_DISPLAY, opcode = SCH_OPCODE_DISPLAY;
-        break;
-      case 2:
-        service = SCH_SERVICE_DISPLAY, opcode = SCH_OPCODE_DISPLAY_SIMPLE;
-        break;
-      case 3:
-        service = FM_SERVICE, opcode = input.byte();
-        break;
-      case 4:
-        service = ACFG_SERVICE, opcode = input.byte();
-        break;
-      case 5:
-        service = input.u32(), opcode = input.u32();
-        break;
-      default:
-        break;
-    }
+    // By the selector's low bits; 3 and 4 take their opcode, 5 its service and opcode, from the input.
+    static constexpr uint32_t kServices[] = {SCH_SERVICE_CONFIG, SCH_SERVICE_DISPLAY, SCH_SERVICE_DISPLAY, FM_SERVICE,
+                                             ACFG_SERVICE};
+    static constexpr uint32_t kOpcodes[] = {SCH_OPCODE_CONFIG, SCH_OPCODE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE};
+    size_t route = (selector & 7) > 5 ? 0 : selector & 7;
+    uint32_t service = route == 5 ? input.u32() : kServices[route];
+    uint32_t opcode = route == 5 ? input.u32() : route >= 3 ? input.byte() : kOpcodes[route];
     std::string_view body = input.bytes(input.u16());
     std::vector<uint8_t> bytes(body.begin(), body.end());
     if ((selector & 0x80) && bytes.size() >= sizeof(sch_request_header)) {
       sch_wire_put_u32(bytes.data() + 4, static_cast<uint32_t>(bytes.size() - sizeof(sch_request_header)));
     }
-    schedd::Reply reply = ask(service, opcode, bytes);
+    schedd::Reply reply = g_world->local.ask(service, opcode, bytes);
     drain(reply);
   }
 }
