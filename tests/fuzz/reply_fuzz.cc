@@ -42,11 +42,8 @@ void answer(int connection, const cmi_request &request) {
     script.pop_front();
     streamed = true;
   }
-  Answer last{false, 0, {}};
-  if (!script.empty()) {
-    last = std::move(script.front());
-    script.pop_front();
-  }
+  Answer last = script.empty() ? Answer{false, 0, {}} : std::move(script.front());
+  if (!script.empty()) script.pop_front();
   if (streamed) {
     cmi_server_stream_end(connection, request.token, last.status);
   } else {
