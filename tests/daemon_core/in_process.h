@@ -54,10 +54,12 @@ struct Snapshot {
 
 class InProcessDaemon : public testing::Test {
  public:
-  schedd::Reply call(uint32_t service, uint32_t opcode, const Bytes &request) {
-    return daemon_->handle(service, opcode, request, kRoot);
+  schedd::Reply call(uint32_t service, uint32_t opcode, const Bytes &request, const schedd::Caller &caller = kRoot) {
+    return daemon_->handle(service, opcode, request, caller);
   }
-  uint32_t configure(const Bytes &request) { return call(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, request).status; }
+  uint32_t configure(const Bytes &request, const schedd::Caller &caller = kRoot) {
+    return call(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, request, caller).status;
+  }
   // A byte, then a name and its terminator: the feature and logging level requests.
   static Bytes named(uint8_t first, const std::string &name) {
     Bytes payload{first};
@@ -99,6 +101,23 @@ class InProcessDaemon : public testing::Test {
     EXPECT_EQ(mtrack_live_blocks(SCH_MTRACK_IDENTITY), 0u) << "tracked blocks left behind";
   }
 
+  // Stops and starts again on the same directories, the feature as stored.
+  void restart() {
+    stop();
+    ASSERT_TRUE(start(false)) << error_;
+  }
+
+  // A job with its text (each line ended as the shell sends it), and a schedule running `jobs`.
+  void make_job(const std::string &name, const std::string &text) {
+    ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, name)), 0u);
+    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, name, text)), 0u);
+  }
+  void make_schedule(const std::string &name, uint32_t code, const tminfo &time, const Names &jobs) {
+    ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, name)), 0u);
+    for (const std::string &job : jobs) ASSERT_EQ(configure(assign_request(name, job)), 0u);
+    ASSERT_EQ(configure(modify_request(name, code, time)), 0u);
+  }
+
   uint32_t copy_to_startup() { return call(ACFG_SERVICE, ACFG_OP_COPY_STARTUP, Bytes{0}).status; }
 
   std::string running_text() {
@@ -116,17 +135,13 @@ class InProcessDaemon : public testing::Test {
 
   // A configuration with something of every kind, schedules not created in name order.
   void configure_everything() {
-    ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, "backup")), 0u);
-    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "backup", std::string(2499, 'b') + "\n")), 0u);
-    ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, "rotate")), 0u);
-    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "rotate", "logrotate -f /etc/rotate.conf\n")), 0u);
+    make_job("backup", std::string(2499, 'b') + "\n");
+    make_job("rotate", "logrotate -f /etc/rotate.conf\n");
+    make_schedule("zeta", SCH_MODIFY_DAILY, daily(2, 30), {"backup"});
+    make_schedule("alpha", SCH_MODIFY_DAILY, daily(2, 30), {"backup", "rotate"});
     for (const char *name : {"zeta", "alpha"}) {
-      ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, name)), 0u);
-      ASSERT_EQ(configure(modify_request(name, SCH_MODIFY_DAILY, daily(2, 30))), 0u);
-      ASSERT_EQ(configure(assign_request(name, "backup")), 0u);
       ASSERT_EQ(configure(email_request(SCH_EMAIL_ADD, name, "ops@example.com")), 0u);
     }
-    ASSERT_EQ(configure(assign_request("alpha", "rotate")), 0u);
     ASSERT_EQ(configure(credential_request(SCH_CREDENTIAL_STORE, "alice", "7$secret")), 0u);
     ASSERT_EQ(configure(log_file_request(SCH_REQ_LOG_SIZE, false, "", 4096)), 0u);
     sch_email_transport_conf conf{};
