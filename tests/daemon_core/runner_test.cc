@@ -1,10 +1,13 @@
 // The runner in-process on the tests' clock: fires at the instants the next-run computation gives,
 // runs the jobs in order, records results, the run log, skips and missed fires, and reports a run
-// that a stop cut short.
+// that a stop cut short. And its schedule timers alone, on a scripted next-run computation: arming,
+// overlap, clock steps and one-shots.
 #include <sys/wait.h>
 
 #include <chrono>
 #include <cstdlib>
+#include <map>
+#include <stdexcept>
 
 #include "config/database.h"
 #include "daemon_core/fake_time.h"
@@ -12,9 +15,20 @@
 #include "runner/log_file.h"
 #include "runner/run_log.h"
 #include "runner/runner.h"
+#include "runner/schedule_timers.h"
 
 namespace in_process {
 namespace {
+
+void set_zone(const char *zone) {
+  setenv("TZ", zone, 1);
+  tzset();
+}
+
+std::time_t local(int year, int month, int day, int hour, int minute) {
+  tm fields{0, minute, hour, day, month - 1, year - 1900, 0, 0, -1, 0, nullptr};
+  return mktime(&fields);
+}
 
 class RunnerTest : public InProcessDaemon {
  protected:
@@ -27,31 +41,16 @@ class RunnerTest : public InProcessDaemon {
     set_fake_time(0);
     set_zone("UTC");
   }
-  static void set_zone(const char *zone) {
-    setenv("TZ", zone, 1);
-    tzset();
-  }
   // Both clocks: the daemon's and the one the library reads.
   void move_to(std::time_t instant) {
     clock_.set_wall(instant);
     set_fake_time(instant);
   }
-  static std::time_t local(int year, int month, int day, int hour, int minute) {
-    tm fields{};
-    fields.tm_year = year - 1900;
-    fields.tm_mon = month - 1;
-    fields.tm_mday = day;
-    fields.tm_hour = hour;
-    fields.tm_min = minute;
-    fields.tm_isdst = -1;
-    return mktime(&fields);
-  }
   schedd::Runner &runner() { return *daemon_->runner(); }
   const schedd::ScheduleTimer &timer(const std::string &name) {
     const schedd::ScheduleTimer *found = runner().timers().find(name);
-    EXPECT_NE(found, nullptr) << name;
-    static schedd::ScheduleTimer none;
-    return found ? *found : none;
+    if (!found) throw std::runtime_error("no timer for " + name);
+    return *found;
   }
   // Runs the loop until the schedule's run is over (real time: the jobs are real processes).
   void finish_run(const std::string &schedule) {
@@ -60,16 +59,6 @@ class RunnerTest : public InProcessDaemon {
       g_main_context_iteration(daemon_->loop().context(), TRUE);
     }
     ASSERT_FALSE(runner().running(schedule)) << "the run did not end";
-  }
-  void job(const std::string &name, const std::string &text) {
-    ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, name)), 0u);
-    // Each stored job line ends with its newline, as the shell sends it.
-    ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, name, text + "\n")), 0u);
-  }
-  void schedule(const std::string &name, uint32_t code, const tminfo &time, const std::vector<std::string> &jobs) {
-    ASSERT_EQ(configure(schedule_request(SCH_REQ_CREATE_SCHEDULE, name)), 0u);
-    for (const std::string &job : jobs) ASSERT_EQ(configure(assign_request(name, job)), 0u);
-    ASSERT_EQ(configure(modify_request(name, code, time)), 0u);
   }
   const sch_schedule_record &record(const std::string &name) {
     sch_schedule_entry *entry = nullptr;
@@ -93,9 +82,9 @@ class RunnerTest : public InProcessDaemon {
 TEST_F(RunnerTest, AFireRunsEveryJobInIdOrderAndRecordsEachResult) {
   move_to(local(2026, 6, 1, 12, 0));
   ASSERT_TRUE(start()) << error_;
-  ASSERT_NO_FATAL_FAILURE(job("first", "echo one from $SCHEDULER_JOB; exit 3"));
-  ASSERT_NO_FATAL_FAILURE(job("second", "echo two from $SCHEDULER_SCHEDULE"));
-  ASSERT_NO_FATAL_FAILURE(schedule("noon", SCH_MODIFY_DAILY, daily(12, 1), {"second", "first"}));
+  ASSERT_NO_FATAL_FAILURE(make_job("first", "echo one from $SCHEDULER_JOB; exit 3\n"));
+  ASSERT_NO_FATAL_FAILURE(make_job("second", "echo two from $SCHEDULER_SCHEDULE\n"));
+  ASSERT_NO_FATAL_FAILURE(make_schedule("noon", SCH_MODIFY_DAILY, daily(12, 1), {"second", "first"}));
   EXPECT_EQ(timer("noon").next, local(2026, 6, 1, 12, 1));
 
   move_to(local(2026, 6, 1, 12, 1));
@@ -112,21 +101,15 @@ TEST_F(RunnerTest, AFireRunsEveryJobInIdOrderAndRecordsEachResult) {
   EXPECT_EQ(entries[1].output, "two from noon\n");
   EXPECT_EQ(timer("noon").next, local(2026, 6, 2, 12, 1)) << "armed for the next day";
   EXPECT_NE(runner().timers_text().find("Failed (3)"), std::string::npos) << runner().timers_text();
-
-  // Results, counts and the log outlive a restart.
-  stop();
-  ASSERT_TRUE(start(false)) << error_;
-  EXPECT_EQ(record("noon").execution_count, 1u);
-  EXPECT_EQ(result_of(0, "noon"), 0x300u);
-  EXPECT_EQ(run_log().size(), 2u);
+  // (That results, counts and the log outlive a restart, e2e/runs_test.cc checks through the shell.)
 }
 
 TEST_F(RunnerTest, DailyFiresFollowTheZoneAcrossADaylightSavingChange) {
   set_zone("Europe/Berlin");
   move_to(local(2026, 3, 27, 12, 0));
   ASSERT_TRUE(start()) << error_;
-  ASSERT_NO_FATAL_FAILURE(job("j", "true"));
-  ASSERT_NO_FATAL_FAILURE(schedule("night", SCH_MODIFY_DAILY, daily(3, 30), {"j"}));
+  ASSERT_NO_FATAL_FAILURE(make_job("j", "true\n"));
+  ASSERT_NO_FATAL_FAILURE(make_schedule("night", SCH_MODIFY_DAILY, daily(3, 30), {"j"}));
   std::vector<std::time_t> fired;
   for (int day = 0; day < 3; day++) {
     std::time_t next = timer("night").next;
@@ -145,49 +128,39 @@ TEST_F(RunnerTest, DailyFiresFollowTheZoneAcrossADaylightSavingChange) {
   EXPECT_EQ(fired[2], local(2026, 3, 30, 3, 30));
 }
 
-TEST_F(RunnerTest, AFireDuringARunIsSkippedAndARunCutShortIsReportedAtTheNextStart) {
-  move_to(local(2026, 6, 1, 12, 0));
+TEST_F(RunnerTest, AFireDuringARunIsSkippedAndAfterADowntimeTheCutRunIsReportedAndMissedFiresCounted) {
+  const std::time_t noon = local(2026, 6, 1, 12, 0), first = local(2026, 6, 1, 12, 1);
+  move_to(noon);
   ASSERT_TRUE(start()) << error_;
-  ASSERT_NO_FATAL_FAILURE(job("slow", "sleep 30"));
-  tminfo every_minute{SCH_TM_REPEAT, 0, 0, 0, 1, 0, 0, static_cast<int32_t>(local(2026, 6, 1, 12, 1)), 0, 0};
-  ASSERT_NO_FATAL_FAILURE(schedule("often", SCH_MODIFY_START_REPEAT, every_minute, {"slow"}));
-  move_to(local(2026, 6, 1, 12, 1));
+  ASSERT_NO_FATAL_FAILURE(make_job("slow", "sleep 30\n"));
+  ASSERT_NO_FATAL_FAILURE(make_job("j", "true\n"));
+  tminfo every_minute{SCH_TM_REPEAT, 0, 0, 0, 1, 0, 0, static_cast<int32_t>(first), 0, 0};
+  ASSERT_NO_FATAL_FAILURE(make_schedule("often", SCH_MODIFY_START_REPEAT, every_minute, {"slow"}));
+  ASSERT_NO_FATAL_FAILURE(make_schedule("daily", SCH_MODIFY_DAILY, daily(12, 1), {"j"}));
+  tminfo every_hour{SCH_TM_REPEAT, 1, 0, 0, 0, 0, 0, static_cast<int32_t>(first), 0, 0};
+  ASSERT_NO_FATAL_FAILURE(make_schedule("hourly", SCH_MODIFY_START_REPEAT, every_hour, {"j"}));
+  move_to(first);
   runner().fire_due();
+  ASSERT_NO_FATAL_FAILURE(finish_run("daily"));
+  ASSERT_NO_FATAL_FAILURE(finish_run("hourly"));
   ASSERT_TRUE(runner().running("often"));
-  EXPECT_EQ(record("often").time.last_time, local(2026, 6, 1, 12, 1)) << "a repeat counts from its last fire";
-  EXPECT_EQ(timer("often").next, local(2026, 6, 1, 12, 2));
-  move_to(local(2026, 6, 1, 12, 2));
+  EXPECT_EQ(record("often").time.last_time, first) << "a repeat counts from its last fire";
+  EXPECT_EQ(timer("often").next, first + 60);
+  move_to(first + 60);
   runner().fire_due();
   EXPECT_EQ(timer("often").skipped, 1u);
   EXPECT_EQ(record("often").execution_count, 1u);
 
-  // The daemon stops with the job running; after it comes back, the run is reported.
+  // The daemon stops with the job running and is down across two daily and 48 hourly instants.
   stop();
-  move_to(local(2026, 6, 1, 12, 2) + 10);
+  move_to(local(2026, 6, 3, 12, 30));
   ASSERT_TRUE(start(false)) << error_;
   auto entries = run_log();
-  ASSERT_EQ(entries.size(), 1u);
-  EXPECT_EQ(entries[0].output,
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_EQ(entries[2].output,
             "the run was cut short: the scheduler stopped while the job ran (started Mon 2026-06-01 12:01:00 UTC)\n");
-  EXPECT_TRUE(WIFSIGNALED(entries[0].wait_status));
+  EXPECT_TRUE(WIFSIGNALED(entries[2].wait_status));
   EXPECT_EQ(result_of(0, "often"), static_cast<uint32_t>(SIGKILL));
-}
-
-TEST_F(RunnerTest, FiresMissedWhileDownAreCountedNotReplayed) {
-  move_to(local(2026, 6, 1, 12, 0));
-  ASSERT_TRUE(start()) << error_;
-  ASSERT_NO_FATAL_FAILURE(job("j", "true"));
-  ASSERT_NO_FATAL_FAILURE(schedule("daily", SCH_MODIFY_DAILY, daily(12, 1), {"j"}));
-  tminfo every_hour{SCH_TM_REPEAT, 1, 0, 0, 0, 0, 0, static_cast<int32_t>(local(2026, 6, 1, 12, 1)), 0, 0};
-  ASSERT_NO_FATAL_FAILURE(schedule("hourly", SCH_MODIFY_START_REPEAT, every_hour, {"j"}));
-  move_to(local(2026, 6, 1, 12, 1));
-  runner().fire_due();
-  ASSERT_NO_FATAL_FAILURE(finish_run("daily"));
-  ASSERT_NO_FATAL_FAILURE(finish_run("hourly"));
-  stop();
-
-  move_to(local(2026, 6, 3, 12, 30));  // down across two daily and 48 hourly instants
-  ASSERT_TRUE(start(false)) << error_;
   EXPECT_EQ(timer("daily").missed, 2u);
   EXPECT_EQ(timer("hourly").missed, 48u);
   EXPECT_EQ(timer("hourly").next, local(2026, 6, 3, 13, 1)) << "the repeat goes on in step";
@@ -197,3 +170,110 @@ TEST_F(RunnerTest, FiresMissedWhileDownAreCountedNotReplayed) {
 
 }  // namespace
 }  // namespace in_process
+
+namespace schedd {
+namespace {
+
+using Names = std::vector<std::string>;
+
+class ScheduleTimersTest : public testing::Test {
+ protected:
+  // Each schedule's next run: the first scripted instant after now.
+  std::optional<std::time_t> next_run(const tminfo &time) {
+    for (std::time_t instant : script_[time.reserved]) {
+      if (instant > clock_.wall_seconds()) return instant;
+    }
+    return std::nullopt;
+  }
+  static ScheduleFacts facts(int script, int type = SCH_TM_DAILY, bool runnable = true) {
+    ScheduleFacts facts;
+    facts.runnable = runnable;
+    facts.time.type = type;
+    facts.time.reserved = script;
+    return facts;
+  }
+  Names due() {
+    Names names;
+    for (auto &[name, instant] : timers_.take_due([&](const std::string &n) { return facts_[n]; })) names.push_back(name);
+    return names;
+  }
+  void add(const std::string &name, const ScheduleFacts &facts) {
+    facts_[name] = facts;
+    timers_.refresh(name, facts);
+  }
+  // The runner records a fire and refreshes the schedule's timer.
+  void recorded(const std::string &name) { timers_.refresh(name, facts_[name]); }
+  void recompute() { timers_.recompute_all([&](const std::string &n) { return facts_[n]; }); }
+
+  ManualClock clock_{1000};
+  std::map<int, std::vector<std::time_t>> script_{{1, {1100, 1200, 1300, 1400}}, {2, {1150, 1250}}, {3, {1050}}};
+  std::map<std::string, ScheduleFacts> facts_;
+  ScheduleTimers timers_{clock_, [this](const tminfo &time) { return next_run(time); }};
+};
+
+TEST_F(ScheduleTimersTest, ArmsEachScheduleAndFiresThemInInstantOrder) {
+  add("a", facts(1));
+  add("b", facts(2));
+  add("idle", ScheduleFacts{});
+  EXPECT_EQ(timers_.earliest(), 1100);
+  EXPECT_EQ(timers_.find("idle")->state, TimerState::idle);
+  EXPECT_TRUE(due().empty());
+  clock_.advance(160);  // 1160: both due, in instant order
+  EXPECT_EQ(due(), (Names{"a", "b"}));
+  EXPECT_EQ(timers_.find("a")->shown(), TimerState::running);
+  EXPECT_FALSE(timers_.earliest()) << "nothing armed until the fires are recorded";
+  recorded("a");
+  EXPECT_EQ(timers_.find("a")->next, 1200) << "armed for the instant after, while still running";
+  EXPECT_EQ(timers_.find("a")->shown(), TimerState::running);
+}
+
+TEST_F(ScheduleTimersTest, AFireDuringARunIsSkippedAndAClockSetBackNeverRepeatsAFire) {
+  add("a", facts(1));
+  clock_.advance(100);
+  ASSERT_EQ(due(), Names{"a"});
+  recorded("a");
+  clock_.advance(100);  // 1200: the run of 1100 still going
+  EXPECT_TRUE(due().empty());
+  EXPECT_EQ(timers_.find("a")->skipped, 1u);
+  auto skipped = timers_.take_skipped();
+  ASSERT_EQ(skipped.size(), 1u);
+  EXPECT_EQ(skipped[0].second, 1200);
+  EXPECT_EQ(timers_.find("a")->next, 1300);
+  timers_.run_finished("a");
+  clock_.advance(100);
+  ASSERT_EQ(due(), Names{"a"});
+  recorded("a");
+  timers_.run_finished("a");
+
+  clock_.set_wall(1250);  // back before the fire made at 1300
+  recompute();
+  EXPECT_EQ(timers_.find("a")->next, 1300);
+  clock_.set_wall(1300);
+  EXPECT_TRUE(due().empty()) << "1300 was fired already";
+  EXPECT_EQ(timers_.find("a")->next, 1400);
+  clock_.set_wall(1500);  // forward, past the last instant
+  recompute();
+  EXPECT_EQ(timers_.find("a")->state, TimerState::done) << "no instant left in the script";
+}
+
+TEST_F(ScheduleTimersTest, AOneShotIsDoneAfterItsRunAndAChangeRearmsOrIdles) {
+  add("once", facts(3, SCH_TM_ONESHOT));
+  clock_.advance(49);
+  EXPECT_TRUE(due().empty());
+  clock_.advance(1);
+  ASSERT_EQ(due(), Names{"once"});
+  recorded("once");  // the instant is now, already fired
+  EXPECT_EQ(timers_.find("once")->state, TimerState::done);
+  timers_.run_finished("once");
+  EXPECT_EQ(timers_.find("once")->shown(), TimerState::done);
+
+  add("a", facts(1));
+  add("a", facts(1, SCH_TM_DAILY, false));  // its last job went, or the feature
+  EXPECT_EQ(timers_.find("a")->state, TimerState::idle);
+  EXPECT_FALSE(timers_.earliest());
+  timers_.remove("a");
+  EXPECT_EQ(timers_.find("a"), nullptr);
+}
+
+}  // namespace
+}  // namespace schedd
