@@ -1,19 +1,30 @@
 // Changes are whole or nothing. Under store faults (the N-th store, delete or read fails, for N = 1,
 // 2, ... until the operation goes through) every kind of change, an apply of many and a start-up leave
 // the configuration and the stores exactly as before, and what the success leaves is what a restart
-// finds; one refused record refuses a whole apply, a check changes nothing, and an apply's parts hold together.
+// finds; one refused record refuses a whole apply, a check changes nothing, and an apply's parts
+// hold together.
 #include "daemon_core/in_process.h"
 #include "schedcli/status.h"
 
 namespace in_process {
 namespace {
 
+// Each value as a big-endian word.
+Bytes words(std::initializer_list<uint32_t> values) {
+  Bytes bytes;
+  for (uint32_t value : values) {
+    uint8_t word[4];
+    sch_wire_put_u32(word, value);
+    bytes.insert(bytes.end(), word, word + 4);
+  }
+  return bytes;
+}
+
 Bytes apply_part(uint8_t mode, uint8_t flags, const std::vector<Bytes> &records) {
   Bytes payload{mode, flags};
   for (const Bytes &record : records) {
-    uint8_t length[4];
-    sch_wire_put_u32(length, static_cast<uint32_t>(record.size()));
-    payload.insert(payload.end(), length, length + 4);
+    Bytes length = words({static_cast<uint32_t>(record.size())});
+    payload.insert(payload.end(), length.begin(), length.end());
     payload.insert(payload.end(), record.begin(), record.end());
   }
   return payload;
@@ -64,15 +75,6 @@ class AllOrNothing : public InProcessDaemon {
     return call(ACFG_SERVICE, ACFG_OP_APPLY, apply_part(mode, flags, records));
   }
   uint32_t make(const Change &change) { return call(change.service, change.opcode, change.request).status; }
-  // Saves a configuration of every kind as the startup configuration and stops; returns its text.
-  std::string saved_startup() {
-    EXPECT_TRUE(start()) << error_;
-    configure_everything();
-    EXPECT_EQ(copy_to_startup(), 0u);
-    std::string saved = running_text();
-    stop();
-    return saved;
-  }
 };
 
 TEST_F(AllOrNothing, AChangeThatFailsLeavesEverythingAsBefore) {
@@ -104,23 +106,18 @@ TEST_F(AllOrNothing, AChangeThatFailsLeavesEverythingAsBefore) {
   for (const Change &change : kChanges) EXPECT_GT(attempts[change.name], 2u) << change.name << ": no fault reached it";
 }
 
-TEST_F(AllOrNothing, OneRefusedRecordRefusesTheWholeApplyAndIsNamed) {
+TEST_F(AllOrNothing, AnApplyIsOneChangeGatheredUntilItsLastPart) {
   ASSERT_TRUE(start()) << error_;
   ASSERT_NO_FATAL_FAILURE(configure_everything());
-  const Snapshot before = snapshot();
+  Snapshot before = snapshot();
+  // One refused record refuses all, and each refused one is named with its status.
   std::vector<Bytes> records = replacing_records();
   records.push_back(assign_request("new", "missing"));
   records.push_back(header_request(SCH_REQ_LOG_CLEAR));  // nothing an apply carries
   schedd::Reply reply = apply(ACFG_APPLY_COMMIT, ACFG_APPLY_FIRST | ACFG_APPLY_LAST, records);
   EXPECT_EQ(reply.status, SCH_STATUS_NO_SUCH_JOB);
-  Bytes expected;
-  for (uint32_t word : {uint32_t(records.size() - 2), SCH_STATUS_NO_SUCH_JOB, uint32_t(records.size() - 1),
-                        SCH_STATUS_BAD_REQUEST}) {
-    uint8_t bytes[4];
-    sch_wire_put_u32(bytes, word);
-    expected.insert(expected.end(), bytes, bytes + 4);
-  }
-  EXPECT_EQ(reply.payload, expected);
+  EXPECT_EQ(reply.payload, words({uint32_t(records.size() - 2), SCH_STATUS_NO_SUCH_JOB, uint32_t(records.size() - 1),
+                                  SCH_STATUS_BAD_REQUEST}));
   EXPECT_EQ(snapshot(), before);
   // A check of changes that hold answers 0 and changes nothing either; the commit makes them all.
   EXPECT_EQ(apply(ACFG_APPLY_CHECK, ACFG_APPLY_FIRST | ACFG_APPLY_LAST, replacing_records()).status, 0u);
@@ -129,31 +126,34 @@ TEST_F(AllOrNothing, OneRefusedRecordRefusesTheWholeApplyAndIsNamed) {
   std::string text = running_text();
   EXPECT_NE(text.find("scheduler schedule name new\n  job name fresh"), std::string::npos) << text;
   EXPECT_EQ(text.find("rotate"), std::string::npos) << text;
-}
 
-TEST_F(AllOrNothing, AnApplysPartsAreGatheredUntilTheLast) {
-  ASSERT_TRUE(start()) << error_;
-  const Snapshot before = snapshot();
   // A part that continues no apply, and one whose length word runs past its end, are refused.
+  before = snapshot();
   EXPECT_EQ(apply(ACFG_APPLY_COMMIT, ACFG_APPLY_LAST, {}).status, SCH_STATUS_BAD_REQUEST);
   Bytes torn = apply_part(ACFG_APPLY_COMMIT, ACFG_APPLY_FIRST, {job_request(SCH_REQ_CREATE_JOB, "a")});
   torn.pop_back();
   EXPECT_EQ(call(ACFG_SERVICE, ACFG_OP_APPLY, torn).status, SCH_STATUS_BAD_REQUEST);
-
   EXPECT_EQ(apply(ACFG_APPLY_COMMIT, ACFG_APPLY_FIRST, {job_request(SCH_REQ_CREATE_JOB, "a")}).status, 0u);
   EXPECT_EQ(snapshot(), before) << "a part changed something before the last";
   schedd::Reply last = apply(ACFG_APPLY_COMMIT, ACFG_APPLY_LAST,
                              {schedule_request(SCH_REQ_CREATE_SCHEDULE, "s"), assign_request("s", "a")});
   EXPECT_EQ(last.status, 0u) << syserr2str(last.status);
-  std::string text = running_text();
+  text = running_text();
   EXPECT_NE(text.find("scheduler schedule name s\n  job name a"), std::string::npos) << text;
 }
 
 // A stateless start either comes up with the whole startup configuration durable in the running
 // store, or refuses to serve; a start after a refused one takes the startup configuration again
-// rather than the part the refused one wrote.
-TEST_F(AllOrNothing, AStatelessStartIsWholeOrRefused) {
-  const std::string saved = saved_startup();
+// rather than the part the refused one wrote. Then reads that fail while the running store is
+// restored: the daemon serves everything or refuses. Value reads are failed for the schedule, job
+// and condition records, which the start-up checks; a log-file or transport record that cannot be
+// read leaves its defaults.
+TEST_F(AllOrNothing, AStartUnderStoreFaultsIsWholeOrRefused) {
+  ASSERT_TRUE(start()) << error_;
+  ASSERT_NO_FATAL_FAILURE(configure_everything());
+  ASSERT_EQ(copy_to_startup(), 0u);
+  const std::string saved = running_text();
+  stop();
   for (uint64_t nth = 1;; nth++) {
     ASSERT_LT(nth, 200u) << "start-up never succeeded";
     std::filesystem::remove_all(options().runtime_dir);
@@ -171,15 +171,8 @@ TEST_F(AllOrNothing, AStatelessStartIsWholeOrRefused) {
   EXPECT_LT(saved.find("schedule name alpha"), saved.find("schedule name zeta")) << "name order";
   restart();
   EXPECT_EQ(running_text(), saved) << "what a crash restart finds";
-}
-
-// Reads that fail while the running store is restored: the daemon serves everything or refuses.
-// Value reads are failed for the schedule, job and condition records, which the start-up checks;
-// a log-file or transport record that cannot be read leaves its defaults.
-TEST_F(AllOrNothing, ARestartUnderReadFaultsServesAllOrNothing) {
-  const std::string saved = saved_startup();
-  ASSERT_TRUE(start(false)) << error_;
   stop();
+
   constexpr uint64_t kCheckedValues = 9;  // 2 schedules, 2 job headers with 4 fragments, the condition
   for (pss2_fault_operation operation : {PSS2_FAULT_OPEN, PSS2_FAULT_MOVE, PSS2_FAULT_GETKEY, PSS2_FAULT_GETVALUE}) {
     for (uint64_t nth = 1; operation != PSS2_FAULT_GETVALUE || nth <= kCheckedValues; nth++) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -16,6 +17,7 @@
 #include "schedcli/platform/cmi.h"
 #include "schedcli/platform/secrets.h"
 #include "schedcli/status.h"
+#include "support/wire_client.h"
 
 namespace in_process {
 namespace {
@@ -65,13 +67,9 @@ TEST_F(Permissions, AUserChangesOnlyHerOwnAndRootAdministersEverything) {
   std::strcpy(conf.from, "sched@example.com");
   const Bytes scheduler = named(FM_FEATURE_DISABLE, "scheduler"), level = named(3, "scheduler");
   expect_all({
-      // Bob may touch nothing of alice's or root's.
-      {kBob, modify_request("asched", SCH_MODIFY_DAILY, daily(1, 0)), kNo},
+      // Bob may touch nothing of alice's or root's (her schedule's time, addresses, job text, deletions
+      // and the scheduler's settings are tried by real users in e2e/users_test.cc).
       {kBob, assign_request("asched", "ajob", true), kNo},
-      {kBob, email_request(SCH_EMAIL_ADD, "asched", "bob@example.com"), kNo},
-      {kBob, schedule_request(SCH_REQ_DELETE_SCHEDULE, "asched"), kNo},
-      {kBob, job_request(SCH_REQ_DEFINE_JOB, "ajob", "rm -rf /\n"), kNo},
-      {kBob, job_request(SCH_REQ_DELETE_JOB, "ajob"), kNo},
       {kBob, job_request(SCH_REQ_DEFINE_JOB, "rjob", "id\n"), kNo},
       {kBob, modify_request("rsched", SCH_MODIFY_DAILY, daily(1, 0)), kNo},
       // Nor take alice's job onto a schedule of his own, which would take it out of her hands.
@@ -81,13 +79,9 @@ TEST_F(Permissions, AUserChangesOnlyHerOwnAndRootAdministersEverything) {
       {kAlice, job_request(SCH_REQ_DEFINE_JOB, "rjob", "id\n"), kNo},
       {kAlice, assign_request("rsched", "ajob"), kNo},
       // nor administer the scheduler.
-      {kAlice, transport_request(SCH_REQ_EMAIL_FROM, conf), kNo},
       {kAlice, transport_request(SCH_REQ_NO_EMAIL_SMTP, conf), kNo},
-      {kAlice, log_file_request(SCH_REQ_LOG_SIZE, false, "", 4096), kNo},
       {kAlice, log_file_request(SCH_REQ_LOG_CLEAR, false), kNo},
       {kAlice, log_file_request(SCH_REQ_LOG_NAME, true), kNo},
-      {kAlice, scheduler, kNo, FM_SERVICE, FM_FEATURE_DISABLE},
-      {kAlice, Bytes{0}, kNo, ACFG_SERVICE, ACFG_OP_COPY_STARTUP},
       {kAlice, level, kNo, ACFG_SERVICE, ACFG_OP_LOGGING_LEVEL},
       // Alice manages her own; a job on no schedule is anyone's to take.
       {kAlice, modify_request("asched", SCH_MODIFY_DAILY, daily(3, 15)), 0},
@@ -97,7 +91,6 @@ TEST_F(Permissions, AUserChangesOnlyHerOwnAndRootAdministersEverything) {
       {kBob, assign_request("bsched", "free"), 0},
       // Once root runs alice's job too, only root may change it.
       {kRoot, assign_request("rsched", "ajob"), 0},
-      {kAlice, job_request(SCH_REQ_DEFINE_JOB, "ajob", "id\n"), kNo},
       {kAlice, job_request(SCH_REQ_DELETE_JOB, "ajob"), kNo},
       {kAlice, schedule_request(SCH_REQ_DELETE_SCHEDULE, "asched"), 0},
       // Root may do all of it. Unknown objects are reported as such, to anyone.
@@ -109,7 +102,7 @@ TEST_F(Permissions, AUserChangesOnlyHerOwnAndRootAdministersEverything) {
       {kBob, job_request(SCH_REQ_DELETE_JOB, "nothing"), SCH_STATUS_NO_SUCH_JOB},
       {kRoot, transport_request(SCH_REQ_EMAIL_FROM, conf), 0},
       {kRoot, Bytes{0}, 0, ACFG_SERVICE, ACFG_OP_COPY_STARTUP},
-      {kRoot, scheduler, 0, FM_SERVICE, FM_FEATURE_DISABLE},  // still on after alice's attempt
+      {kRoot, scheduler, 0, FM_SERVICE, FM_FEATURE_DISABLE},
   });
 }
 
@@ -215,20 +208,13 @@ class ServerLimits : public testing::Test {
 
   // One request as the test's own user (root), answered while the loop runs here.
   uint32_t ask() {
-    uint32_t status = CMI_ERR_TIMEOUT;
-    bool finished = false;
+    std::atomic<uint32_t> status = CMI_ERR_TIMEOUT;
+    std::atomic<bool> finished = false;
     std::thread client([&] {
-      cmi_session *session = cmi_session_open(path_.c_str());
-      cmi_session_timeout_set(session, 2000);
-      void *reply = nullptr;
-      uint32_t length = 1;
-      uint8_t byte = 0;
-      status = cmi_req_resp(1, 1, &byte, &reply, &length, nullptr, nullptr, 0, session, 0);
-      std::free(reply);
-      cmi_session_close(session);
+      status = wire_images::WireClient(path_).call(1, 1, Bytes{0}).status;
       finished = true;
     });
-    serve_for(3000, [&] { return finished; });
+    serve_for(3000, [&] { return finished.load(); });
     client.join();
     return status;
   }
