@@ -1,10 +1,7 @@
-// Test support: time() as the library calls it, moved by the tests' clock. The library reads the
-// clock through time() (its next-run computation among others); defined here, in the test program,
-// it takes the place of the C library's for every caller in the process.
-#include "daemon_core/fake_time.h"
-
-#include <sys/syscall.h>
-#include <unistd.h>
+// Test support: time() as the library calls it, moved by the tests' clock (0: the real one). The
+// library reads the clock through time() (its next-run computation among others); defined here, in
+// the test program, it takes the place of the C library's for every caller in the process.
+#include <ctime>
 
 namespace {
 std::time_t fake_now = 0;

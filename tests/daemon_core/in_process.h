@@ -120,16 +120,13 @@ class InProcessDaemon : public testing::Test {
 
   uint32_t copy_to_startup() { return call(ACFG_SERVICE, ACFG_OP_COPY_STARTUP, Bytes{0}).status; }
 
-  std::string running_text() {
-    schedd::Reply reply = call(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, Bytes{ACFG_CFG_RUNNING, 0});
+  std::string config_text(uint8_t which) {
+    schedd::Reply reply = call(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, Bytes{which, 0});
     EXPECT_EQ(reply.status, 0u) << syserr2str(reply.status);
     return std::string(reply.payload.begin(), reply.payload.end());
   }
-  std::string startup_text() {
-    schedd::Reply reply = call(ACFG_SERVICE, ACFG_OP_CONFIG_TEXT, Bytes{ACFG_CFG_STARTUP, 0});
-    EXPECT_EQ(reply.status, 0u) << syserr2str(reply.status);
-    return std::string(reply.payload.begin(), reply.payload.end());
-  }
+  std::string running_text() { return config_text(ACFG_CFG_RUNNING); }
+  std::string startup_text() { return config_text(ACFG_CFG_STARTUP); }
 
   Snapshot snapshot() { return {running_text(), image_of(pss_running), image_of(pss_running_db)}; }
 

@@ -10,12 +10,13 @@
 #include <stdexcept>
 
 #include "config/database.h"
-#include "daemon_core/fake_time.h"
 #include "daemon_core/in_process.h"
 #include "runner/log_file.h"
 #include "runner/run_log.h"
 #include "runner/runner.h"
 #include "runner/schedule_timers.h"
+
+void set_fake_time(std::time_t now);  // fake_time.cc
 
 namespace in_process {
 namespace {
