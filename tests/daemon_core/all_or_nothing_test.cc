@@ -154,23 +154,36 @@ TEST_F(AllOrNothing, AStartUnderStoreFaultsIsWholeOrRefused) {
   ASSERT_EQ(copy_to_startup(), 0u);
   const std::string saved = running_text();
   stop();
-  for (uint64_t nth = 1;; nth++) {
-    ASSERT_LT(nth, 200u) << "start-up never succeeded";
-    std::filesystem::remove_all(options().runtime_dir);
-    pss2_fault_set(PSS2_FAULT_STORE, nth, PSS2_ERR_FULL, 0);
-    bool started = start(false);
-    pss2_fault_clear_all();
-    if (started) break;
-    EXPECT_NE(error_.find("configuration"), std::string::npos) << error_;
-    restart();
-    EXPECT_EQ(running_text(), saved) << "after failure " << nth;
-    stop();
+  // Every store from the N-th on fails, until N passes the last store a stateless start makes; then
+  // the N-th alone, for each of those.
+  uint64_t stores = 0;
+  for (int persistent : {1, 0}) {
+    for (uint64_t nth = 1; persistent || nth <= stores; nth++) {
+      ASSERT_LT(nth, 500u) << "start-up never succeeded";
+      std::filesystem::remove_all(options().runtime_dir);
+      pss2_fault_set(PSS2_FAULT_STORE, nth, PSS2_ERR_FULL, persistent);
+      bool started = start(false);
+      pss2_fault_clear_all();
+      if (started) {
+        EXPECT_EQ(running_text(), saved) << "store " << nth << (persistent ? " on" : "");
+      } else {
+        EXPECT_NE(error_.find("configuration"), std::string::npos) << error_;
+      }
+      // What a crash restart finds, or the next start after a refused one.
+      restart();
+      EXPECT_EQ(running_text(), saved) << "after store " << nth << (persistent ? " on" : "") << " failed";
+      stop();
+      if (started && persistent) {
+        stores = nth - 1;
+        break;
+      }
+    }
   }
+  EXPECT_GT(stores, 10u) << "the faults never reached the start-up";
+  ASSERT_TRUE(start(false)) << error_;
   EXPECT_EQ(running_text(), saved);
   EXPECT_EQ(startup_text(), saved) << "the startup text lists schedules as the running text does";
   EXPECT_LT(saved.find("schedule name alpha"), saved.find("schedule name zeta")) << "name order";
-  restart();
-  EXPECT_EQ(running_text(), saved) << "what a crash restart finds";
   stop();
 
   constexpr uint64_t kCheckedValues = 9;  // 2 schedules, 2 job headers with 4 fragments, the condition
