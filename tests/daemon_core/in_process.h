@@ -101,10 +101,10 @@ class InProcessDaemon : public testing::Test {
     EXPECT_EQ(mtrack_live_blocks(SCH_MTRACK_IDENTITY), 0u) << "tracked blocks left behind";
   }
 
-  // Stops and starts again on the same directories, the feature as stored.
-  void restart() {
+  // Stops and starts again on the same directories, the feature as stored; `standby` as the option says.
+  void restart(bool standby = false) {
     stop();
-    ASSERT_TRUE(start(false)) << error_;
+    ASSERT_TRUE(start(false, standby)) << error_;
   }
 
   // A job with its text (each line ended as the shell sends it), and a schedule running `jobs`.

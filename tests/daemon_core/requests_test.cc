@@ -59,11 +59,6 @@ class Requests : public InProcessDaemon {
       }
     }
   }
-  // Stops and starts again on the same directories, the feature as stored; `standby` as the option says.
-  void restart(bool standby = false) {
-    stop();
-    ASSERT_TRUE(start(false, standby)) << error_;
-  }
   schedd::Reply display(const Bytes &request) { return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY, request); }
   schedd::Reply simple(uint32_t type) {
     return call(SCH_SERVICE_DISPLAY, SCH_OPCODE_DISPLAY_SIMPLE, header_request(type));
