@@ -24,8 +24,7 @@ class Credentials : public ::testing::Test {
  protected:
   void SetUp() override {
     // The daemon knows the caller by the same name, or it would refuse alice's credential.
-    ASSERT_TRUE(daemon.start(&why, as(kRemote))) << why;
-    ASSERT_TRUE(daemon.enable_feature(&why)) << why;
+    ASSERT_TRUE(daemon.serve(&why, as(kRemote))) << why;
   }
 
   Environment as(const std::string &user) { return as_user(daemon.directory(), user); }

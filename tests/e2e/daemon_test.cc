@@ -33,8 +33,7 @@ std::string job_display(const std::string &name, const std::string &text) {
 class WithDaemon : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(daemon.start(&why)) << why;
-    ASSERT_TRUE(daemon.enable_feature(&why)) << why;
+    ASSERT_TRUE(daemon.serve(&why)) << why;
   }
   void TearDown() override {
     if (raw >= 0) close(raw);

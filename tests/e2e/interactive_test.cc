@@ -129,8 +129,7 @@ TEST(AtATerminal, AMissingDaemonIsNamedWithHowToStartIt) {
 TEST(AtATerminal, JobModeHelpCtrlCTheQuestionAndHistory) {
   Daemon daemon;
   std::string why;
-  ASSERT_TRUE(daemon.start(&why)) << why;
-  ASSERT_TRUE(daemon.enable_feature(&why)) << why;
+  ASSERT_TRUE(daemon.serve(&why)) << why;
   const std::string home = daemon.directory();
   {
     Terminal terminal(daemon.directory() + "/run", daemon.directory() + "/state", home);

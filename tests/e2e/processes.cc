@@ -34,9 +34,10 @@ int decode_status(int status) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
 }
 
-// Forks and execs `program` with its standard streams on the given files.
+// Forks and execs `program` with its standard streams on the given files, as `user` when named.
 pid_t spawn(const std::string &program, std::vector<std::string> arguments, const Environment &changes,
-            const std::string &input, const std::string &output, const std::string &errors) {
+            const std::string &input, const std::string &output, const std::string &errors,
+            const std::string &user = "") {
   std::map<std::string, std::string> variables;
   for (char **entry = environ; *entry; ++entry) {
     std::string text = *entry;
@@ -66,6 +67,7 @@ pid_t spawn(const std::string &program, std::vector<std::string> arguments, cons
     dup2(in, STDIN_FILENO);
     dup2(out, STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
+    if (!user.empty() && !become(user)) _exit(99);
     execve(program.c_str(), argv.data(), envp.data());
     _exit(127);
   }
@@ -90,8 +92,9 @@ int wait_for(pid_t pid, std::chrono::seconds limit) {
 
 // Runs `program` to its end (killed after 60 s), its output and errors in "<base>.out" and "<base>.err".
 ShellRun run_to_end(const std::string &program, const std::vector<std::string> &arguments,
-                    const Environment &environment, const std::string &input, const std::string &base) {
-  pid_t pid = spawn(program, arguments, environment, input, base + ".out", base + ".err");
+                    const Environment &environment, const std::string &input, const std::string &base,
+                    const std::string &user = "") {
+  pid_t pid = spawn(program, arguments, environment, input, base + ".out", base + ".err", user);
   ShellRun run;
   run.status = wait_for(pid, std::chrono::seconds(60));
   run.out = read_file(base + ".out");
@@ -226,7 +229,8 @@ void Daemon::reap() {
 
 std::string Daemon::log() const { return read_file(directory_ + "/schedd.log"); }
 
-bool Daemon::enable_feature(std::string *why) const {
+bool Daemon::serve(std::string *why, const Environment &environment, const std::vector<std::string> &options) {
+  if (!start(why, environment, options)) return false;
   ShellRun run = shell("configure terminal\nfeature scheduler\n");
   if (run.status == 0 && run.err.empty()) return true;
   *why = "feature scheduler failed (" + std::to_string(run.status) + "): " + run.err;
@@ -234,46 +238,13 @@ bool Daemon::enable_feature(std::string *why) const {
 }
 
 ShellRun Daemon::shell(const std::string &input, const std::vector<std::string> &arguments,
-                       const Environment &environment) const {
+                       const Environment &environment, const std::string &user) const {
   static std::atomic<int> runs{0};
   std::string base = directory_ + "/shell" + std::to_string(runs++);
   write_file(base + ".in", input);
   std::vector<std::string> all = directories();
   all.insert(all.end(), arguments.begin(), arguments.end());
-  return run_to_end(E2E_SCHEDSH, all, environment, base + ".in", base);
-}
-
-ShellRun Daemon::shell_as(const std::string &user, const std::string &input, const Environment &changes) const {
-  std::string base = directory_ + "/shell-" + user;
-  write_file(base + ".in", input);
-  passwd *account = getpwnam(user.c_str());
-  if (!account) return ShellRun{"", "no user " + user, -1};
-  uid_t uid = account->pw_uid;
-  gid_t gid = account->pw_gid;
-  std::string state = directory_ + "/state", run = directory_ + "/run";
-  pid_t child = fork();
-  if (child == 0) {
-    int in = open((base + ".in").c_str(), O_RDONLY);
-    int out = open((base + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    int err = open((base + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    dup2(in, STDIN_FILENO);
-    dup2(out, STDOUT_FILENO);
-    dup2(err, STDERR_FILENO);
-    for (const auto &[name, value] : changes) {
-      if (value.empty()) {
-        unsetenv(name.c_str());
-      } else {
-        setenv(name.c_str(), value.c_str(), 1);
-      }
-    }
-    if (initgroups(user.c_str(), gid) != 0 || setgid(gid) != 0 || setuid(uid) != 0) _exit(99);
-    execl(E2E_SCHEDSH, E2E_SCHEDSH, "--state-dir", state.c_str(), "--runtime-dir", run.c_str(),
-          static_cast<char *>(nullptr));
-    _exit(127);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return ShellRun{read_file(base + ".out"), read_file(base + ".err"), decode_status(status)};
+  return run_to_end(E2E_SCHEDSH, all, environment, base + ".in", base, user);
 }
 
 bool Daemon::share_socket(const std::string &group) const {
@@ -302,6 +273,12 @@ bool make_users(const std::string &group, const std::vector<std::string> &users)
 void remove_users(const std::string &group, const std::vector<std::string> &users) {
   for (const std::string &user : users) quiet("userdel " + user);
   quiet("groupdel " + group);
+}
+
+bool become(const std::string &name) {
+  passwd *account = getpwnam(name.c_str());
+  return account && initgroups(name.c_str(), account->pw_gid) == 0 && setgid(account->pw_gid) == 0 &&
+         setuid(account->pw_uid) == 0;
 }
 
 std::string user_name() {

@@ -60,16 +60,16 @@ class Daemon {
   // Waits for it to end after a signal that ends it.
   void reap();
   std::string log() const;
-  // Turns the scheduler feature on through the shell, as an operator does first; false, with
-  // the reason in `why`, when that fails.
-  bool enable_feature(std::string *why) const;
+  // start(), then the scheduler feature turned on through the shell (as root, on the stopped
+  // clock), as an operator does first; false, with the reason in `why`, when either fails.
+  bool serve(std::string *why, const Environment &environment = stopped_clock(),
+             const std::vector<std::string> &options = {});
 
   // Runs the shell against this daemon with `input` on its standard input and `arguments` after
-  // the directory options; a run that takes over 60 s is killed.
+  // the directory options, as the local user `user` when one is named; a run that takes over 60 s
+  // is killed.
   ShellRun shell(const std::string &input, const std::vector<std::string> &arguments = {},
-                 const Environment &environment = stopped_clock()) const;
-  // The shell as the local user `user` with `input`, in the test's environment with `changes`.
-  ShellRun shell_as(const std::string &user, const std::string &input, const Environment &changes = {}) const;
+                 const Environment &environment = stopped_clock(), const std::string &user = "") const;
   // Makes `group` the socket's group, which may reach it and nothing else of the directory.
   bool share_socket(const std::string &group) const;
   std::string socket_path() const;
@@ -84,6 +84,8 @@ class Daemon {
 bool make_users(const std::string &group, const std::vector<std::string> &users);
 void remove_users(const std::string &group, const std::vector<std::string> &users);
 
+// In a child about to exec: becomes the local user `name` (groups, group, user); false when it cannot.
+bool become(const std::string &name);
 // The login name of the effective user, as the programs see it without wrappers.
 std::string user_name();
 std::string read_file(const std::string &path);

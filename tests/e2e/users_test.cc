@@ -1,29 +1,21 @@
 // Two real users of the daemon's group against a daemon run by root: what each may do, what is
 // refused, what root sees, the password filter, decryption through the platform call, and root's
 // reserve of connections. The users are made here (useradd) and removed afterwards.
-#include <fcntl.h>
-#include <grp.h>
-#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <string>
 
-#include "cli/request.h"
 #include "gtest/gtest.h"
 #include "processes.h"
-#include "schedcli/platform/cmi.h"
-#include "schedcli/platform/feature.h"
 #include "schedcli/platform/secrets.h"
-#include "schedcli/platform/syserr.h"
-#include "schedcli/status.h"
-#include "support/wire_images.h"
+#include "support/wire_client.h"
 
 namespace e2e {
 namespace {
@@ -34,25 +26,14 @@ const char *const kGroup = "schedsec";
 const char *const kAlice = "schedsec-alice";
 const char *const kBob = "schedsec-bob";
 
-struct Account {
-  uid_t uid;
-  gid_t gid;
-};
-
-Account account(const char *name) {
-  passwd *entry = getpwnam(name);
-  return entry ? Account{entry->pw_uid, entry->pw_gid} : Account{0, 0};
-}
-
 // Runs `work` in a child that has become `name` and hands back its 32-bit answer.
 uint32_t as_user(const char *name, const std::function<uint32_t()> &work) {
-  Account user = account(name);
   int answer[2];
   if (pipe(answer) != 0) return ~0u;
   pid_t child = fork();
   if (child == 0) {
     close(answer[0]);
-    if (initgroups(name, user.gid) != 0 || setgid(user.gid) != 0 || setuid(user.uid) != 0) _exit(1);
+    if (!become(name)) _exit(1);
     uint32_t result = work();
     (void)!write(answer[1], &result, sizeof result);
     _exit(0);
@@ -79,27 +60,18 @@ class Users : public testing::Test {
   void SetUp() override {
     if (geteuid() != 0) GTEST_SKIP() << "needs root to create users (CI runs as root)";
     ASSERT_TRUE(made_) << "useradd or groupadd failed";
-    ASSERT_TRUE(daemon_.start(&why_)) << why_;
-    ASSERT_TRUE(daemon_.enable_feature(&why_)) << why_;
+    ASSERT_TRUE(daemon_.serve(&why_)) << why_;
     // The daemon's group is the users' group: it may reach the socket, nothing else.
     ASSERT_TRUE(daemon_.share_socket(kGroup));
   }
 
   std::string socket_path() const { return daemon_.socket_path(); }
-  ShellRun shell_as(const char *user, const std::string &input) { return daemon_.shell_as(user, input); }
+  ShellRun shell_as(const char *user, const std::string &input) { return daemon_.shell(input, {}, {}, user); }
 
   // One request record straight to the socket, as `user`.
   uint32_t request_as(const char *user, uint32_t service, uint32_t opcode, const Bytes &request) {
     std::string path = socket_path();
-    return as_user(user, [&] {
-      cmi_session *session = cmi_session_open(path.c_str());
-      void *reply = nullptr;
-      auto length = static_cast<uint32_t>(request.size());
-      uint32_t status = cmi_req_resp(service, opcode, request.data(), &reply, &length, nullptr, nullptr, 0, session, 0);
-      std::free(reply);
-      cmi_session_close(session);
-      return status;
-    });
+    return as_user(user, [&] { return wire_images::WireClient(path).call(service, opcode, request).status; });
   }
 
   static std::string refusal(uint32_t code) { return syserr2str(code); }
@@ -217,8 +189,7 @@ TEST_F(Users, SixtyFourSilentConnectionsLeaveRootServed) {
   ASSERT_EQ(pipe(ready), 0);
   pid_t holder = fork();
   if (holder == 0) {
-    Account bob = account(kBob);
-    if (initgroups(kBob, bob.gid) != 0 || setgid(bob.gid) != 0 || setuid(bob.uid) != 0) _exit(1);
+    if (!become(kBob)) _exit(1);
     for (int i = 0; i < 64; i++) {
       int fd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
       sockaddr_un address{};
