@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "processes.h"
 #include "schedcli/platform/secrets.h"
@@ -61,8 +62,18 @@ const char kBuild[] =
 class Configuration : public ::testing::Test {
  protected:
   Environment alice(const Daemon &daemon) { return as_user(daemon.directory(), "alice"); }
-  ShellRun run(const Daemon &daemon, const std::string &input) { return daemon.shell(input, {}, alice(daemon)); }
+  ShellRun run(const Daemon &daemon, const std::string &input, const std::vector<std::string> &arguments = {}) {
+    return daemon.shell(input, arguments, alice(daemon));
+  }
   bool start(Daemon &daemon) { return daemon.start(&why, alice(daemon)); }
+  // A daemon with no configuration on the same device as `original`, with its key: a type-7
+  // password is the device's.
+  bool start_beside(Daemon &daemon, const Daemon &original) {
+    const std::string key = "/state/" SECRETS_DEVICE_KEY_NAME;
+    std::filesystem::create_directories(daemon.directory() + "/state");
+    std::filesystem::copy_file(original.directory() + key, daemon.directory() + key);
+    return start(daemon);
+  }
   std::string shown(const Daemon &daemon, const std::string &command) {
     ShellRun shown = run(daemon, command + "\n");
     EXPECT_EQ(shown.err, "") << command;
@@ -73,7 +84,10 @@ class Configuration : public ::testing::Test {
   std::string why;
 };
 
-TEST_F(Configuration, ItsTextRebuildsItExactlyAndSurvivesAStatelessRestart) {
+// Pasted into a fresh daemon, saved and brought back by a stateless restart; saved to a file and
+// given to the shell, which applies it rather than running it from exec mode: onto the daemon it
+// came from it changes nothing, onto an empty one it gives the same text back.
+TEST_F(Configuration, ItsTextRebuildsItExactlyPastedReplayedAndAfterAStatelessRestart) {
   Daemon original;
   ASSERT_TRUE(start(original)) << why;
   ShellRun built = run(original, kBuild);
@@ -88,54 +102,35 @@ TEST_F(Configuration, ItsTextRebuildsItExactlyAndSurvivesAStatelessRestart) {
                            "scheduler schedule name s8_bare\n  \n"}) {
     EXPECT_NE(text.find(line), std::string::npos) << "no \"" << line << "\" in:\n" << text;
   }
-
-  Daemon fresh;
-  // A type-7 password is the device's: the fresh daemon is on the same device, with its key.
-  const std::string key = "/state/" SECRETS_DEVICE_KEY_NAME;
-  std::filesystem::create_directories(fresh.directory() + "/state");
-  std::filesystem::copy_file(original.directory() + key, fresh.directory() + key);
-  ASSERT_TRUE(start(fresh)) << why;
-  ShellRun pasted = run(fresh, "configure terminal\n" + text);
-  EXPECT_EQ(pasted.err, "");
-  EXPECT_EQ(pasted.status, 0);
-  EXPECT_EQ(shown(fresh, "show running-config"), text);
-
-  EXPECT_EQ(shown(fresh, "copy running-config startup-config"), "Copied running-config to startup-config\n");
-  ASSERT_EQ(fresh.stop(), 0) << fresh.log();
-  std::filesystem::remove_all(fresh.directory() + "/run");
-  ASSERT_TRUE(start(fresh)) << why;
-  EXPECT_EQ(shown(fresh, "show running-config"), text);
-  EXPECT_EQ(shown(fresh, "show startup-config"), text);
-}
-
-// A saved text given to the shell as its file is applied, not run from exec mode: onto the daemon
-// it came from it changes nothing, onto an empty one it gives the same text back.
-TEST_F(Configuration, ASavedTextGivenToTheShellIsReplayed) {
-  Daemon original;
-  ASSERT_TRUE(start(original)) << why;
-  ASSERT_EQ(run(original, kBuild).status, 0);
-  const std::string text = shown(original, "show running-config");
   const std::string saved = original.directory() + "/saved.cfg";
   EXPECT_EQ(shown(original, "copy running-config " + saved),
             "Copied running-config to " + saved + " (" + std::to_string(text.size()) + " bytes)\n");
   EXPECT_EQ(read_file(saved), text);
-
-  ShellRun again = original.shell("", {saved}, alice(original));
+  ShellRun again = run(original, "", {saved});
   EXPECT_EQ(again.err, "");
   EXPECT_EQ(again.status, 0);
   EXPECT_EQ(again.out.rfind("Copied " + saved + " to running-config: nothing to change; ", 0), 0u) << again.out;
   EXPECT_EQ(shown(original, "show running-config"), text);
 
-  Daemon fresh;
-  const std::string key = "/state/" SECRETS_DEVICE_KEY_NAME;
-  std::filesystem::create_directories(fresh.directory() + "/state");
-  std::filesystem::copy_file(original.directory() + key, fresh.directory() + key);
-  ASSERT_TRUE(start(fresh)) << why;
-  ShellRun replayed = fresh.shell("", {saved}, alice(fresh));
+  Daemon pasted_into, replayed_onto;
+  ASSERT_TRUE(start_beside(pasted_into, original)) << why;
+  ShellRun pasted = run(pasted_into, "configure terminal\n" + text);
+  EXPECT_EQ(pasted.err, "");
+  EXPECT_EQ(pasted.status, 0);
+  EXPECT_EQ(shown(pasted_into, "show running-config"), text);
+  EXPECT_EQ(shown(pasted_into, "copy running-config startup-config"), "Copied running-config to startup-config\n");
+  ASSERT_EQ(pasted_into.stop(), 0) << pasted_into.log();
+  std::filesystem::remove_all(pasted_into.directory() + "/run");
+  ASSERT_TRUE(start(pasted_into)) << why;
+  EXPECT_EQ(shown(pasted_into, "show running-config"), text);
+  EXPECT_EQ(shown(pasted_into, "show startup-config"), text);
+
+  ASSERT_TRUE(start_beside(replayed_onto, original)) << why;
+  ShellRun replayed = run(replayed_onto, "", {saved});
   EXPECT_EQ(replayed.err, "");
   EXPECT_EQ(replayed.status, 0);
   EXPECT_NE(replayed.out.find("; 0 unchanged\n"), std::string::npos) << replayed.out;
-  EXPECT_EQ(shown(fresh, "show running-config"), text);
+  EXPECT_EQ(shown(replayed_onto, "show running-config"), text);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "processes.h"
 #include "schedcli/platform/secrets.h"
@@ -49,49 +50,40 @@ class Credentials : public ::testing::Test {
   std::string why;
 };
 
-TEST_F(Credentials, ALocalUserNeedsNoStoredPasswordAndMayStoreNone) {
-  ShellRun run = configure_as(kLocal, "scheduler job name j1\nls\nend-job\nscheduler schedule name s1\njob name j1\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
-  ShellRun store = configure_as(kLocal, "scheduler aaa-authentication password secret\n");
-  EXPECT_EQ(store.err, error_line(SCH_STATUS_LOCAL_USER));
-  EXPECT_EQ(store.status, 1);
-  // Nor may a remote user store a password for a local one.
-  EXPECT_EQ(configure_as(kRemote, "scheduler aaa-authentication username root password secret\n").err,
-            error_line(SCH_STATUS_LOCAL_USER));
-}
-
-TEST_F(Credentials, ARemoteUserNeedsAStoredPasswordThatPamAccepts) {
-  ShellRun refused = configure_as(kRemote, "scheduler schedule name s1\n");
-  EXPECT_EQ(refused.err, error_line(SCH_STATUS_NO_CREDENTIAL));
-  EXPECT_EQ(refused.status, 1);
-  ShellRun wrong = configure_as(kRemote, "scheduler aaa-authentication password wonderlant\n");
-  EXPECT_EQ(wrong.err, error_line(SCH_STATUS_AUTH_FAILED));
-  EXPECT_EQ(wrong.status, 1);
-
-  ShellRun stored = configure_as(kRemote, "scheduler aaa-authentication password wonderland\n"
-                                          "scheduler schedule name s1\nend\nshow scheduler schedule\n");
-  EXPECT_EQ(stored.err, "");
-  EXPECT_EQ(stored.status, 0);
-  EXPECT_NE(stored.out.find("User Name           : alice\n"), std::string::npos) << stored.out;
-  // Deleting the password closes the gate again.
-  ShellRun deleted = configure_as(kRemote, "no scheduler aaa-authentication\nno scheduler schedule name s1\n");
-  EXPECT_EQ(deleted.err, error_line(SCH_STATUS_NO_CREDENTIAL));
-}
-
-TEST_F(Credentials, AnEncryptedPasswordIsCheckedAndATamperedOneRefused) {
+// Steps in order on one daemon: each shell's user, its configuration lines, and the error, exit
+// status and a piece of the output expected of it.
+TEST_F(Credentials, LocalUsersNeedNoPasswordRemoteOnesOneThatPamAccepts) {
   std::string text = encrypted("wonderland");
   ASSERT_FALSE(text.empty());
   std::string tampered = text;
   tampered[text.size() / 2] = tampered[text.size() / 2] == 'A' ? 'B' : 'A';
-  const std::string command = "scheduler aaa-authentication username alice password 7 ";
-  ShellRun refused = configure_as(kRemote, command + tampered + "\n");
-  EXPECT_EQ(refused.err, error_line(SCH_STATUS_AUTH_FAILED));
-  EXPECT_EQ(refused.status, 1);
-  EXPECT_EQ(configure_as(kRemote, command + encrypted("wonderlant") + "\n").err, error_line(SCH_STATUS_AUTH_FAILED));
-  ShellRun accepted = configure_as(kRemote, command + text + "\nscheduler job name j1 ls\n");
-  EXPECT_EQ(accepted.err, "");
-  EXPECT_EQ(accepted.status, 0);
+  const std::string seven = "scheduler aaa-authentication username alice password 7 ";
+  const std::string local = error_line(SCH_STATUS_LOCAL_USER), none = error_line(SCH_STATUS_NO_CREDENTIAL),
+                    failed = error_line(SCH_STATUS_AUTH_FAILED);
+  struct Step {
+    std::string user, lines, err;
+    int status;
+    std::string shown;
+  };
+  for (const auto &[user, lines, err, status, shown] : std::vector<Step>{
+           {kLocal, "scheduler job name j1\nls\nend-job\nscheduler schedule name s1\njob name j1\n", "", 0, ""},
+           // A local user may store no password, nor may a remote user store one for a local user.
+           {kLocal, "scheduler aaa-authentication password secret\n", local, 1, ""},
+           {kRemote, "scheduler aaa-authentication username root password secret\n", local, 1, ""},
+           {kRemote, "scheduler schedule name s2\n", none, 1, ""},
+           {kRemote, "scheduler aaa-authentication password wonderlant\n", failed, 1, ""},
+           {kRemote, "scheduler aaa-authentication password wonderland\nscheduler schedule name s2\nend\n"
+                     "show scheduler schedule name s2\n", "", 0, "User Name           : alice\n"},
+           // Deleting the password closes the gate again.
+           {kRemote, "no scheduler aaa-authentication\nno scheduler schedule name s2\n", none, 1, ""},
+           {kRemote, seven + tampered + "\n", failed, 1, ""},
+           {kRemote, seven + encrypted("wonderlant") + "\n", failed, 1, ""},
+           {kRemote, seven + text + "\nscheduler job name j2 ls\n", "", 0, ""}}) {
+    ShellRun run = configure_as(user, lines);
+    EXPECT_EQ(run.err, err) << lines;
+    EXPECT_EQ(run.status, status) << lines;
+    EXPECT_NE(run.out.find(shown), std::string::npos) << lines << run.out;
+  }
 }
 
 // A standby refuses every change, and the credential handler reports success all the same: the
