@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "processes.h"
@@ -62,11 +63,20 @@ class Terminal {
     }
     return false;
   }
-  // Types a line once `prompt` is shown: the line editor drops what is typed before it reads.
-  bool line(const std::string &prompt, const std::string &text) {
-    if (!wait_for(prompt)) return false;
-    type(text + "\r");
-    return true;
+  // Each step waits for its text and then types its keys: only once the text is shown, since the
+  // line editor drops what is typed before it reads; kCtrlC as keys is interrupt(). The text of
+  // the first step that did not appear, or "" when every step was played.
+  static constexpr const char *kCtrlC = "\x03";
+  std::string play(const std::vector<std::pair<std::string, std::string>> &steps) {
+    for (const auto &[text, keys] : steps) {
+      if (!wait_for(text)) return text;
+      if (keys == kCtrlC) {
+        if (!interrupt()) return "the shell's read before Ctrl-C";
+      } else {
+        type(keys);
+      }
+    }
+    return "";
   }
   // Ctrl-C once the shell waits for a key: a SIGINT between its prompt and its read is lost (the
   // read goes on waiting), which no one typing meets but a test that types at once does.
@@ -115,14 +125,14 @@ class Terminal {
 
 TEST(AtATerminal, AMissingDaemonIsNamedWithHowToStartIt) {
   Daemon absent;   // never started: nothing listens
-  Terminal terminal(absent.directory() + "/run", absent.directory() + "/state", absent.directory());
+  const std::string dir = absent.directory();
+  Terminal terminal(dir + "/run", dir + "/state", dir);
   ASSERT_TRUE(terminal.started());
-  EXPECT_TRUE(terminal.wait_for("% The scheduler daemon does not answer at " + absent.directory() + "/run/schedd.sock"))
+  EXPECT_EQ(terminal.play({{"% The scheduler daemon does not answer at " + dir + "/run/schedd.sock", ""},
+                           {"% Start it with: schedd --runtime-dir " + dir + "/run --state-dir " + dir + "/state", ""},
+                           {"schedsh# ", "exit\r"}}),
+            "")
       << terminal.output();
-  EXPECT_TRUE(terminal.wait_for("% Start it with: schedd --runtime-dir " + absent.directory() + "/run --state-dir " +
-                                absent.directory() + "/state"))
-      << terminal.output();
-  EXPECT_TRUE(terminal.line("schedsh# ", "exit")) << terminal.output();
   EXPECT_EQ(terminal.finish(), 0);
 }
 
@@ -134,27 +144,24 @@ TEST(AtATerminal, JobModeHelpCtrlCTheQuestionAndHistory) {
   {
     Terminal terminal(daemon.directory() + "/run", daemon.directory() + "/state", home);
     ASSERT_TRUE(terminal.started());
-    const std::string job_prompt = "schedsh(config-job, end-job ends)# ";
-    ASSERT_TRUE(terminal.line("schedsh# ", "configure terminal")) << terminal.output();
+    const std::string job = "schedsh(config-job, end-job ends)# ", config = "schedsh(config)# ";
+    EXPECT_EQ(terminal.play({{"schedsh# ", "configure terminal\r"},
+                             {config, "scheduler job name j1\r"},
+                             {"until end-job; '?' for help, Ctrl-C abandons the job", ""},
+                             {job, "?"},
+                             {"  Ctrl-C    Abandons the job: nothing typed here is sent", ""},
+                             {job, "echo one\r"},
+                             {job, Terminal::kCtrlC},
+                             {"% Job j1 abandoned: its commands were not sent (the job stays, empty)", ""},
+                             {config, "scheduler aaa-authentication password 0 not-kept\r"},
+                             {config, "no feature scheduler\r"},
+                             {"Turning the scheduler off deletes its 1 job and 0 schedules. Turn it off? [y/N] ", "n\r"},
+                             {"% The scheduler stays on", ""},
+                             {config, "end\r"},
+                             {"schedsh# ", "exit\r"}}),
+              "")
+        << terminal.output();
     EXPECT_EQ(terminal.output().find("does not answer"), std::string::npos);
-    ASSERT_TRUE(terminal.line("schedsh(config)# ", "scheduler job name j1")) << terminal.output();
-    EXPECT_TRUE(terminal.wait_for("until end-job; '?' for help, Ctrl-C abandons the job")) << terminal.output();
-    ASSERT_TRUE(terminal.wait_for(job_prompt)) << terminal.output();
-    terminal.type("?");
-    EXPECT_TRUE(terminal.wait_for("  Ctrl-C    Abandons the job: nothing typed here is sent")) << terminal.output();
-    ASSERT_TRUE(terminal.line(job_prompt, "echo one")) << terminal.output();
-    ASSERT_TRUE(terminal.wait_for(job_prompt)) << terminal.output();
-    ASSERT_TRUE(terminal.interrupt());
-    EXPECT_TRUE(terminal.wait_for("% Job j1 abandoned: its commands were not sent (the job stays, empty)"))
-        << terminal.output();
-    ASSERT_TRUE(terminal.line("schedsh(config)# ", "scheduler aaa-authentication password 0 not-kept"))
-        << terminal.output();
-    ASSERT_TRUE(terminal.line("schedsh(config)# ", "no feature scheduler")) << terminal.output();
-    ASSERT_TRUE(terminal.line("Turning the scheduler off deletes its 1 job and 0 schedules. Turn it off? [y/N] ", "n"))
-        << terminal.output();
-    EXPECT_TRUE(terminal.wait_for("% The scheduler stays on")) << terminal.output();
-    ASSERT_TRUE(terminal.line("schedsh(config)# ", "end")) << terminal.output();
-    ASSERT_TRUE(terminal.line("schedsh# ", "exit")) << terminal.output();
     EXPECT_EQ(terminal.finish(), 1);   // the refused disable (and password) failed
   }
   EXPECT_EQ(daemon.shell("show running-config\n").out, "feature scheduler\n\nscheduler job name j1\nend-job\n\n");

@@ -20,13 +20,6 @@ namespace {
 using sch::testing::free_port;
 using sch::testing::SmtpServer;
 
-std::size_t count_given_up(const std::string &log) {
-  std::size_t found = 0;
-  const std::string what = "given up after 3 attempts";
-  for (std::size_t at = log.find(what); at != std::string::npos; at = log.find(what, at + 1)) found++;
-  return found;
-}
-
 std::string host_name() {
   char name[256] = {};
   gethostname(name, sizeof name - 1);
@@ -82,7 +75,7 @@ TEST(Mail, OneMessagePerRunAndAServerDownDelaysNoRun) {
 
   // The server that is down: three attempts for each job's mail, then given up; the second job
   // did not wait for the first one's mail.
-  ASSERT_TRUE(clock.wait_until(due + 20, [&] { return count_given_up(down.log()) >= 2; })) << down.log();
+  ASSERT_TRUE(clock.wait_until(due + 20, [&] { return count(down.log(), "given up after 3 attempts") >= 2; })) << down.log();
   std::string second = read_file(stamp);
   ASSERT_FALSE(second.empty()) << down.log();
   EXPECT_GE(std::atol(second.c_str()), due) << down.log();

@@ -293,6 +293,12 @@ std::string read_file(const std::string &path) {
   return text.str();
 }
 
+std::size_t count(const std::string &text, const std::string &what) {
+  std::size_t found = 0;
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) found++;
+  return found;
+}
+
 void write_file(const std::string &path, const std::string &text) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }

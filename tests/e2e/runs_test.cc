@@ -28,12 +28,6 @@ namespace {
 const char *const kGroup = "schedrun";
 const char *const kUser = "schedrun-job";
 
-std::size_t count(const std::string &text, const std::string &what) {
-  std::size_t found = 0;
-  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) found++;
-  return found;
-}
-
 // The text of one log entry: from its "Job Name" line to the closing rule.
 std::string log_entry(const std::string &log, const std::string &job) {
   std::size_t start = log.find("Job Name       : " + job + " ");

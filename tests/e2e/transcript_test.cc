@@ -68,7 +68,7 @@ INSTANTIATE_TEST_SUITE_P(Shell, Transcripts,
                                            Transcript{"job_mode", 0}, Transcript{"replay_itself", 0},
                                            Transcript{"replay_empty", 0}, Transcript{"replace", 1},
                                            Transcript{"limits", 1}, Transcript{"words", 1},
-                                           Transcript{"show_config", 0}),
+                                           Transcript{"show_config", 0}, Transcript{"memory_and_open_job", 1}),
                          [](const ::testing::TestParamInfo<Transcript> &info) { return std::string(info.param.name); });
 
 }  // namespace
