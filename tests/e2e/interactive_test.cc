@@ -82,10 +82,7 @@ class Terminal {
   // read goes on waiting), which no one typing meets but a test that types at once does.
   bool interrupt() {
     auto deadline = Clock::now() + std::chrono::seconds(10);
-    for (;;) {
-      std::string stat = read_file("/proc/" + std::to_string(pid_) + "/stat");
-      std::size_t close = stat.rfind(')');
-      if (close != std::string::npos && close + 2 < stat.size() && stat[close + 2] == 'S') break;
+    while (process_state(pid_) != 'S') {
       if (Clock::now() > deadline) return false;
       read_some();
     }

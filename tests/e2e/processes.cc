@@ -38,21 +38,14 @@ int decode_status(int status) {
 pid_t spawn(const std::string &program, std::vector<std::string> arguments, const Environment &changes,
             const std::string &input, const std::string &output, const std::string &errors,
             const std::string &user = "") {
-  std::map<std::string, std::string> variables;
+  std::vector<std::string> env_strings;
   for (char **entry = environ; *entry; ++entry) {
     std::string text = *entry;
-    std::size_t equals = text.find('=');
-    if (equals != std::string::npos) variables[text.substr(0, equals)] = text.substr(equals + 1);
+    if (!changes.count(text.substr(0, text.find('=')))) env_strings.push_back(text);
   }
   for (const auto &[name, value] : changes) {
-    if (value.empty()) {
-      variables.erase(name);
-    } else {
-      variables[name] = value;
-    }
+    if (!value.empty()) env_strings.push_back(name + "=" + value);
   }
-  std::vector<std::string> env_strings;
-  for (const auto &[name, value] : variables) env_strings.push_back(name + "=" + value);
   arguments.insert(arguments.begin(), program);
   std::vector<char *> argv, envp;
   for (std::string &text : arguments) argv.push_back(text.data());
@@ -291,6 +284,12 @@ std::string read_file(const std::string &path) {
   std::ostringstream text;
   text << file.rdbuf();
   return text.str();
+}
+
+char process_state(pid_t pid) {
+  std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
+  std::size_t close = stat.rfind(')');
+  return close != std::string::npos && close + 2 < stat.size() ? stat[close + 2] : 0;
 }
 
 std::size_t count(const std::string &text, const std::string &what) {

@@ -89,6 +89,8 @@ bool become(const std::string &name);
 // The login name of the effective user, as the programs see it without wrappers.
 std::string user_name();
 std::string read_file(const std::string &path);
+// The state letter of process `pid` in /proc (R, S, Z, ...), 0 when there is none.
+char process_state(pid_t pid);
 // How often `what` occurs in `text`, without overlaps.
 std::size_t count(const std::string &text, const std::string &what);
 void write_file(const std::string &path, const std::string &text);

@@ -36,14 +36,11 @@ std::string log_entry(const std::string &log, const std::string &job) {
   return log.substr(start, end == std::string::npos ? std::string::npos : end + 79 - start);
 }
 
-// True while the process exists and is not a zombie.
+// True while the process whose pid `pid_file` holds exists and is not a zombie.
 bool alive(const std::string &pid_file) {
-  std::string pid = read_file(pid_file);
-  while (!pid.empty() && (pid.back() == '\n' || pid.back() == ' ')) pid.pop_back();
-  if (pid.empty()) return false;
-  std::string stat = read_file("/proc/" + pid + "/stat");
-  std::size_t close = stat.rfind(')');
-  return close != std::string::npos && close + 2 < stat.size() && stat[close + 2] != 'Z';
+  pid_t pid = static_cast<pid_t>(std::atol(read_file(pid_file).c_str()));
+  char state = pid > 0 ? process_state(pid) : 0;
+  return state != 0 && state != 'Z';
 }
 
 std::string job(const std::string &name, const std::string &text) {

@@ -46,6 +46,27 @@ uint32_t as_user(const char *name, const std::function<uint32_t()> &work) {
   return result;
 }
 
+// A type-7 text made through the daemon at `path`, as the shell makes it; "" when refused.
+std::string encrypt(const std::string &path, const char *clear) {
+  secrets_daemon_socket_set(path.c_str());
+  char *made = nullptr;
+  uint32_t length = 0;
+  std::string text = security_conf_encrypt(clear, SECRETS_TYPE7, 0, 0, &made, &length) == 0 && made ? made : "";
+  std::free(made);
+  return text;
+}
+
+// The status of decrypting `encrypted` through the daemon at `path`.
+uint32_t decrypt(const std::string &path, const std::string &encrypted) {
+  secrets_daemon_socket_set(path.c_str());
+  char *clear = nullptr;
+  uint32_t length = 0;
+  uint32_t status = security_conf_decrypt(encrypted.c_str(), static_cast<uint32_t>(encrypted.size() + 1),
+                                          SECRETS_TYPE7, 0, 0, &clear, &length);
+  std::free(clear);
+  return status;
+}
+
 class Users : public testing::Test {
  protected:
   static void SetUpTestSuite() {
@@ -93,13 +114,11 @@ TEST_F(Users, EachManagesHisOwnAndRootAdministersEverything) {
                                    "scheduler schedule name as\nemail-addr bob@example.com\n",
                                    "no scheduler schedule name as\n", "no scheduler job name aj\n",
                                    "no feature scheduler\n", "scheduler transport email from bob@example.com\n",
-                                   "scheduler logfile size 64\n"}) {
+                                   "scheduler logfile size 64\n", "end\ncopy running-config startup-config\n"}) {
     ShellRun bob = shell_as(kBob, "configure terminal\n" + lines);
     EXPECT_NE(bob.err.find(refusal(SCH_STATUS_NOT_PERMITTED)), std::string::npos) << lines << bob.err;
     EXPECT_NE(bob.status, 0) << lines;
   }
-  EXPECT_NE(shell_as(kBob, "copy running-config startup-config\n").err.find(refusal(SCH_STATUS_NOT_PERMITTED)),
-            std::string::npos);
   // Nor straight to the socket: the job's text, or the feature off (which would wipe every credential).
   EXPECT_EQ(request_as(kBob, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG,
                        wire_images::job_request(SCH_REQ_DEFINE_JOB, "aj", "id\n")),
@@ -129,15 +148,9 @@ TEST_F(Users, EachManagesHisOwnAndRootAdministersEverything) {
 
 TEST_F(Users, PasswordsAreRemovedForUsersAndTheirDecryptionRefused) {
   // Root stores a credential for another user (alice's name does not matter to the daemon).
-  std::string text;
-  {
-    secrets_daemon_socket_set(socket_path().c_str());
-    char *made = nullptr;
-    uint32_t length = 0;
-    ASSERT_EQ(security_conf_encrypt("root-only", SECRETS_TYPE7, 0, 0, &made, &length), 0u);
-    text = made;
-    std::free(made);
-  }
+  const std::string path = socket_path();
+  const std::string text = encrypt(path, "root-only");
+  ASSERT_FALSE(text.empty());
   ASSERT_EQ(request_as("root", SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG,
                        wire_images::credential_request(SCH_CREDENTIAL_STORE, "carol", text)),
             0u);
@@ -148,31 +161,11 @@ TEST_F(Users, PasswordsAreRemovedForUsersAndTheirDecryptionRefused) {
   EXPECT_EQ(shown.out.find(text), std::string::npos);
 
   // Through the platform call, as the shell makes it: alice's own text reads back, root's does not.
-  std::string path = socket_path();
-  auto decrypts = [&](const std::string &encrypted) {
-    return [path, encrypted] {
-      secrets_daemon_socket_set(path.c_str());
-      char *clear = nullptr;
-      uint32_t length = 0;
-      uint32_t status = security_conf_decrypt(encrypted.c_str(), static_cast<uint32_t>(encrypted.size() + 1),
-                                              SECRETS_TYPE7, 0, 0, &clear, &length);
-      std::free(clear);
-      return status;
-    };
-  };
-  EXPECT_EQ(as_user(kAlice, decrypts(text)), SCH_STATUS_NOT_PERMITTED);
-  EXPECT_EQ(as_user(kAlice,
-                    [&] {
-                      secrets_daemon_socket_set(path.c_str());
-                      char *made = nullptr;
-                      uint32_t length = 0;
-                      if (uint32_t status = security_conf_encrypt("mine", SECRETS_TYPE7, 0, 0, &made, &length)) {
-                        return status;
-                      }
-                      uint32_t status = decrypts(made)();
-                      std::free(made);
-                      return status;
-                    }),
+  EXPECT_EQ(as_user(kAlice, [&] { return decrypt(path, text); }), SCH_STATUS_NOT_PERMITTED);
+  EXPECT_EQ(as_user(kAlice, [&] {
+              std::string mine = encrypt(path, "mine");
+              return mine.empty() ? ~0u : decrypt(path, mine);
+            }),
             0u);
   // The key and the stores are the daemon's alone.
   struct stat key;
