@@ -1,6 +1,6 @@
-// Job runs: a real daemon fires one-shot schedules at a whole minute a few seconds away on its
-// shifted clock and the real shell shows what the runs left behind, across a restart and a kill
-// during a run.
+// Job runs and their mail: real daemons fire one-shot schedules at a whole minute a few seconds
+// away on a shifted clock and the real shell shows what the runs left behind, across a restart and
+// a kill during a run; mail goes to a real SMTP server (aiosmtpd) on loopback, or to one that is down.
 //
 // Every schedule of a test is due in the same minute, so one wait covers every case.
 #include <grp.h>
@@ -12,18 +12,72 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <functional>
-#include <vector>
 #include <string>
+#include <vector>
 #include <thread>
 
 #include "gtest/gtest.h"
 #include "processes.h"
-#include "runs_support.h"
+#include "support/smtp_server.h"
 
 namespace e2e {
 namespace {
+
+// The real clock moved ahead by under a minute (libfaketime, in UTC) for the daemon, its shells,
+// its jobs and this test alike, so that the next whole minute is `lead` away when it is made.
+// The shift is fixed: every process sees the same running clock.
+class ShiftedClock {
+ public:
+  explicit ShiftedClock(std::chrono::seconds lead) {
+    // A second more: the real clock is part way through its current second.
+    std::time_t real = std::time(nullptr) + 1;
+    shift_ = (60 - (real + lead.count()) % 60) % 60;
+    minute_ = real + shift_ + lead.count();
+  }
+  std::time_t now() const { return std::time(nullptr) + shift_; }
+  // The whole minute ahead, at least `lead` from when the clock was made.
+  std::time_t minute() const { return minute_; }
+  // For the daemon and the shell; `base` adds to it (its LD_PRELOAD comes after the clock's).
+  Environment environment(Environment base = {}) const {
+    std::string clock = std::string(E2E_FAKETIME_LIBRARY) + ":" + E2E_KEEP_CLOCK_LIBRARY;
+    std::string more = base["LD_PRELOAD"];
+    base["TZ"] = "UTC";
+    base["FAKETIME"] = "+" + std::to_string(shift_);
+    base["FAKETIME_FMT"] = "";
+    base["DONT_FAKE_MONOTONIC"] = "1";
+    base["FAKETIME_DONT_FAKE_MONOTONIC"] = "1";
+    base["KEEP_CLOCK_PRELOAD"] = clock;
+    preload(base, more.empty() ? clock : clock + ":" + more);
+    return base;
+  }
+  void sleep_until(std::time_t instant) const {
+    std::this_thread::sleep_until(std::chrono::system_clock::from_time_t(instant - shift_));
+  }
+  // Polls `done` every 200 ms until it holds (true) or the clock passes `deadline` (false).
+  bool wait_until(std::time_t deadline, const std::function<bool()> &done) const {
+    while (!done()) {
+      if (now() > deadline) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    return true;
+  }
+
+ private:
+  long shift_ = 0;
+  std::time_t minute_ = 0;
+};
+
+// `instant` as the one-shot time of "time start" (UTC): YYYY:MM:DD:HH:MM.
+std::string start_text(std::time_t instant) {
+  tm utc{};
+  gmtime_r(&instant, &utc);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y:%m:%d:%H:%M", &utc);
+  return text;
+}
 
 const char *const kGroup = "schedrun";
 const char *const kUser = "schedrun-job";
@@ -229,6 +283,77 @@ TEST(Runs, ARemoteUserRunsOnlyWithAStoredCredential) {
   EXPECT_NE(refused.find("\nno stored credential for remote user alice\n"), std::string::npos) << refused;
   EXPECT_EQ(kept.stop(), 0) << kept.log();
   EXPECT_EQ(lost.stop(), 0) << lost.log();
+}
+
+using sch::testing::free_port;
+using sch::testing::SmtpServer;
+
+std::string host_name() {
+  char name[256] = {};
+  gethostname(name, sizeof name - 1);
+  return name;
+}
+
+TEST(Mail, OneMessagePerRunAndAServerDownDelaysNoRun) {
+  Daemon up, down;
+  std::string why;
+  std::string spool = up.directory() + "/spool";
+  std::filesystem::create_directory(spool);
+  SmtpServer server(spool);
+  ASSERT_GT(server.port(), 0) << "aiosmtpd did not start (Debian package python3-aiosmtpd)";
+
+  const ShiftedClock clock(std::chrono::seconds(6));
+  const Environment shifted = clock.environment();
+  ASSERT_TRUE(up.start(&why, shifted)) << why;
+  // Retries after 100 ms and 100 ms instead of minutes, so the giving up is seen here.
+  ASSERT_TRUE(down.start(&why, shifted, {"--mail-retry-delays", "100,100"})) << why;
+  std::time_t due = clock.minute();
+  std::string when = start_text(due);
+
+  auto configure = [&](const Daemon &daemon, int port, const std::string &jobs) {
+    ShellRun run = daemon.shell("configure terminal\nfeature scheduler\n"
+                                "scheduler transport email smtp-server 127.0.0.1 port " + std::to_string(port) + "\n" +
+                                    jobs,
+                                {}, shifted);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
+  };
+  configure(up, server.port(),
+            "scheduler job name j_mail\necho mail body\nexit 3\nend-job\n"
+            "scheduler schedule name s_mail\njob name j_mail\ntime start " + when + "\n"
+            "email-addr a@example.com\nemail-addr b@example.com\n");
+  // Two jobs, each mailed: the second runs right after the first though its mail cannot go.
+  std::string stamp = down.directory() + "/second";
+  configure(down, free_port(),
+            "scheduler job name j_first\nexit 3\nend-job\n"
+            "scheduler job name j_second\ndate +%s > " + stamp + "\nend-job\n"
+            "scheduler schedule name s_down\njob name j_first\njob name j_second\ntime start " + when + "\n"
+            "email-addr ops@example.com\n");
+
+  // One message for the run, to both addresses.
+  ASSERT_TRUE(clock.wait_until(due + 20, [&] { return std::filesystem::exists(spool + "/1.env"); })) << up.log();
+  std::string envelope = read_file(spool + "/1.env");
+  EXPECT_NE(envelope.find("to a@example.com\n"), std::string::npos) << envelope;
+  EXPECT_NE(envelope.find("to b@example.com\n"), std::string::npos) << envelope;
+  std::string message = read_file(spool + "/1.eml");
+  EXPECT_NE(message.find("Subject: Scheduler job j_mail of schedule s_mail on " + host_name() + ": Failed (3)\r\n"),
+            std::string::npos)
+      << message;
+  EXPECT_NE(message.find("mail body"), std::string::npos) << message;
+
+  // The server that is down: three attempts for each job's mail, then given up; the second job
+  // did not wait for the first one's mail.
+  ASSERT_TRUE(clock.wait_until(due + 20, [&] { return count(down.log(), "given up after 3 attempts") >= 2; })) << down.log();
+  std::string second = read_file(stamp);
+  ASSERT_FALSE(second.empty()) << down.log();
+  EXPECT_GE(std::atol(second.c_str()), due) << down.log();
+  EXPECT_LE(std::atol(second.c_str()), due + 3) << down.log();
+
+  // Still one message: nothing was sent twice.
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_FALSE(std::filesystem::exists(spool + "/2.eml"));
+  EXPECT_EQ(up.stop(), 0) << up.log();
+  EXPECT_EQ(down.stop(), 0) << down.log();
 }
 
 }  // namespace
