@@ -133,8 +133,6 @@ Environment as_user(const std::string &directory, const std::string &user) {
   return environment;
 }
 
-Daemon::Daemon() = default;
-
 namespace {
 
 // libfaketime leaves a shared-memory clock and a semaphore in /dev/shm for every faked process

@@ -35,7 +35,7 @@ struct ShellRun {
 // and "<dir>/run", its output in "<dir>/schedd.log".
 class Daemon {
  public:
-  Daemon();
+  Daemon() = default;
   ~Daemon();
   Daemon(const Daemon &) = delete;
   Daemon &operator=(const Daemon &) = delete;
