@@ -276,11 +276,8 @@ TEST(Runs, ARemoteUserRunsOnlyWithAStoredCredential) {
     refused = lost.shell("show scheduler logfile\n", {}, as_remote_user(lost, clock)).out;
     return count(ran, "Job Name") == 1 && count(refused, "Job Name") == 1;
   })) << kept.log() << lost.log();
-  EXPECT_NE(ran.find("Job Status: Success (0)\n"), std::string::npos) << ran;
-  EXPECT_NE(ran.find("User Name : alice\n"), std::string::npos) << ran;
-  EXPECT_NE(ran.find("\nremote ran\n"), std::string::npos) << ran;
-  EXPECT_NE(refused.find("Job Status: Failed ("), std::string::npos) << refused;
-  EXPECT_NE(refused.find("\nno stored credential for remote user alice\n"), std::string::npos) << refused;
+  expect_entry(ran, "j_remote", {"Job Status: Success (0)\n", "User Name : alice\n", "\nremote ran\n"});
+  expect_entry(refused, "j_remote", {"Job Status: Failed (", "\nno stored credential for remote user alice\n"});
   EXPECT_EQ(kept.stop(), 0) << kept.log();
   EXPECT_EQ(lost.stop(), 0) << lost.log();
 }

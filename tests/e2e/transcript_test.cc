@@ -1,5 +1,6 @@
-// Golden transcripts: a script on the shell's standard input against a fresh daemon, compared
-// with the expected standard output, standard error and exit status.
+// The shell's text end to end. Golden transcripts: a script on the shell's standard input against
+// a fresh daemon, compared with the expected standard output, standard error and exit status.
+// Then the configuration's text round trip, as a remote user with a type-7 password.
 //
 // The clock is stopped (see stopped_clock), so every time in the output is fixed. Expected files
 // write the user's name as {{user}}; scripts and expected files write the daemon's temporary
@@ -8,11 +9,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "processes.h"
+#include "schedcli/platform/secrets.h"
 
 namespace e2e {
 namespace {
@@ -70,6 +73,130 @@ INSTANTIATE_TEST_SUITE_P(Shell, Transcripts,
                                            Transcript{"limits", 1}, Transcript{"words", 1},
                                            Transcript{"show_config", 0}, Transcript{"memory_and_open_job", 1}),
                          [](const ::testing::TestParamInfo<Transcript> &info) { return std::string(info.param.name); });
+
+// The configuration's text end to end: built through the shell, pasted into a fresh daemon, saved,
+// and brought back by a stateless restart, byte for byte each time.
+
+// Everything that leaves a line in the configuration, typed as an operator types it. The shells
+// run as alice, a remote user, so that a type-7 password is part of it. The schedules are named in
+// the order they are made: the startup configuration lists them by name, the running one in
+// that order.
+const char kBuild[] =
+    "configure terminal\n"
+    "feature scheduler\n"
+    "scheduler aaa-authentication password wonderland\n"
+    "logging level scheduler 6\n"
+    "scheduler logfile size 48\n"
+    "scheduler transport email from sched@example.com\n"
+    "scheduler transport email reply-to ops@example.com\n"
+    "scheduler transport email smtp-server mail.example.com port 587 vrf blue\n"
+    "scheduler job name backup\n"
+    "tar czf /tmp/backup.tgz /etc\n"
+    "  echo \"indented ; kept\"\n"
+    "\n"
+    "echo done\n"
+    "end-job\n"
+    "scheduler job name report echo a ; echo b\n"
+    "scheduler job name empty\n"
+    "end-job\n"
+    "scheduler schedule name s1_daily\n"
+    "time daily 02:30\n"
+    "job name backup\n"
+    "job name report\n"
+    "email-addr ops@example.com\n"
+    "email-addr dev@example.com\n"
+    "scheduler schedule name s2_weekly\n"
+    "time weekly Fri:23:00\n"
+    "job name report\n"
+    "scheduler schedule name s3_monthly\n"
+    "time monthly 28:10:00\n"
+    "job name empty\n"
+    "scheduler schedule name s4_once\n"
+    "time start 2031:Jan:01:10:00\n"
+    "scheduler schedule name s5_repeat\n"
+    "time start 2031:Jan:01:10:00 repeat 1:02:03\n"
+    "job name backup\n"
+    "scheduler schedule name s6_soon\n"
+    "time start now repeat 30\n"
+    "scheduler schedule name s7_untimed\n"
+    "job name report\n"
+    "email-addr dev@example.com\n"
+    "scheduler schedule name s8_bare\n"
+    "end\n";
+
+class Configuration : public ::testing::Test {
+ protected:
+  Environment alice(const Daemon &daemon) { return as_user(daemon.directory(), "alice"); }
+  ShellRun run(const Daemon &daemon, const std::string &input, const std::vector<std::string> &arguments = {}) {
+    return daemon.shell(input, arguments, alice(daemon));
+  }
+  bool start(Daemon &daemon) { return daemon.start(&why, alice(daemon)); }
+  // A daemon with no configuration on the same device as `original`, with its key: a type-7
+  // password is the device's.
+  bool start_beside(Daemon &daemon, const Daemon &original) {
+    const std::string key = "/state/" SECRETS_DEVICE_KEY_NAME;
+    std::filesystem::create_directories(daemon.directory() + "/state");
+    std::filesystem::copy_file(original.directory() + key, daemon.directory() + key);
+    return start(daemon);
+  }
+  std::string shown(const Daemon &daemon, const std::string &command) {
+    ShellRun shown = run(daemon, command + "\n");
+    EXPECT_EQ(shown.err, "") << command;
+    EXPECT_EQ(shown.status, 0) << command;
+    return shown.out;
+  }
+
+  std::string why;
+};
+
+// Pasted into a fresh daemon, saved and brought back by a stateless restart; saved to a file and
+// given to the shell, which applies it rather than running it from exec mode: onto the daemon it
+// came from it changes nothing, onto an empty one it gives the same text back.
+TEST_F(Configuration, ItsTextRebuildsItExactlyPastedReplayedAndAfterAStatelessRestart) {
+  Daemon original;
+  ASSERT_TRUE(start(original)) << why;
+  ShellRun built = run(original, kBuild);
+  ASSERT_EQ(built.err, "");
+  ASSERT_EQ(built.status, 0);
+  const std::string text = shown(original, "show running-config");
+  for (const char *line : {"feature scheduler\n", "logging level scheduler 6\n", "scheduler logfile size 48\n",
+                           "scheduler aaa-authentication username alice password 7 ",
+                           "scheduler transport email smtp-server mail.example.com port 587\n",
+                           "  time weekly 06:23:00\n", "  time start 2031:01:01:10:00 repeat 1:2:3\n",
+                           "  time start 2030:03:17:17:48 repeat 0:0:30\n", "  email-addr dev@example.com\n",
+                           "scheduler schedule name s8_bare\n  \n"}) {
+    EXPECT_NE(text.find(line), std::string::npos) << "no \"" << line << "\" in:\n" << text;
+  }
+  const std::string saved = original.directory() + "/saved.cfg";
+  EXPECT_EQ(shown(original, "copy running-config " + saved),
+            "Copied running-config to " + saved + " (" + std::to_string(text.size()) + " bytes)\n");
+  EXPECT_EQ(read_file(saved), text);
+  ShellRun again = run(original, "", {saved});
+  EXPECT_EQ(again.err, "");
+  EXPECT_EQ(again.status, 0);
+  EXPECT_EQ(again.out.rfind("Copied " + saved + " to running-config: nothing to change; ", 0), 0u) << again.out;
+  EXPECT_EQ(shown(original, "show running-config"), text);
+
+  Daemon pasted_into, replayed_onto;
+  ASSERT_TRUE(start_beside(pasted_into, original)) << why;
+  ShellRun pasted = run(pasted_into, "configure terminal\n" + text);
+  EXPECT_EQ(pasted.err, "");
+  EXPECT_EQ(pasted.status, 0);
+  EXPECT_EQ(shown(pasted_into, "show running-config"), text);
+  EXPECT_EQ(shown(pasted_into, "copy running-config startup-config"), "Copied running-config to startup-config\n");
+  ASSERT_EQ(pasted_into.stop(), 0) << pasted_into.log();
+  std::filesystem::remove_all(pasted_into.directory() + "/run");
+  ASSERT_TRUE(start(pasted_into)) << why;
+  EXPECT_EQ(shown(pasted_into, "show running-config"), text);
+  EXPECT_EQ(shown(pasted_into, "show startup-config"), text);
+
+  ASSERT_TRUE(start_beside(replayed_onto, original)) << why;
+  ShellRun replayed = run(replayed_onto, "", {saved});
+  EXPECT_EQ(replayed.err, "");
+  EXPECT_EQ(replayed.status, 0);
+  EXPECT_NE(replayed.out.find("; 0 unchanged\n"), std::string::npos) << replayed.out;
+  EXPECT_EQ(shown(replayed_onto, "show running-config"), text);
+}
 
 }  // namespace
 }  // namespace e2e
