@@ -142,20 +142,16 @@ TEST(AtATerminal, JobModeHelpCtrlCTheQuestionAndHistory) {
     Terminal terminal(daemon.directory() + "/run", daemon.directory() + "/state", home);
     ASSERT_TRUE(terminal.started());
     const std::string job = "schedsh(config-job, end-job ends)# ", config = "schedsh(config)# ";
-    EXPECT_EQ(terminal.play({{"schedsh# ", "configure terminal\r"},
-                             {config, "scheduler job name j1\r"},
-                             {"until end-job; '?' for help, Ctrl-C abandons the job", ""},
-                             {job, "?"},
-                             {"  Ctrl-C    Abandons the job: nothing typed here is sent", ""},
-                             {job, "echo one\r"},
+    EXPECT_EQ(terminal.play({{"schedsh# ", "configure terminal\r"}, {config, "scheduler job name j1\r"},
+                             {"until end-job; '?' for help, Ctrl-C abandons the job", ""}, {job, "?"},
+                             {"  Ctrl-C    Abandons the job: nothing typed here is sent", ""}, {job, "echo one\r"},
                              {job, Terminal::kCtrlC},
                              {"% Job j1 abandoned: its commands were not sent (the job stays, empty)", ""},
                              {config, "scheduler aaa-authentication password 0 not-kept\r"},
                              {config, "no feature scheduler\r"},
-                             {"Turning the scheduler off deletes its 1 job and 0 schedules. Turn it off? [y/N] ", "n\r"},
-                             {"% The scheduler stays on", ""},
-                             {config, "end\r"},
-                             {"schedsh# ", "exit\r"}}),
+                             {"Turning the scheduler off deletes its 1 job and 0 schedules. Turn it off? [y/N] ",
+                              "n\r"},
+                             {"% The scheduler stays on", ""}, {config, "end\r"}, {"schedsh# ", "exit\r"}}),
               "")
         << terminal.output();
     EXPECT_EQ(terminal.output().find("does not answer"), std::string::npos);

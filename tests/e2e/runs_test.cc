@@ -108,7 +108,9 @@ std::string schedule(const std::string &name, const std::string &job_name, const
 // Every substring of `texts` in the log entry of `job`.
 void expect_entry(const std::string &log, const std::string &job, const std::vector<std::string> &texts) {
   std::string entry = log_entry(log, job);
-  for (const std::string &text : texts) EXPECT_NE(entry.find(text), std::string::npos) << job << ": " << text << "\n" << entry;
+  for (const std::string &text : texts) {
+    EXPECT_NE(entry.find(text), std::string::npos) << job << ": " << text << "\n" << entry;
+  }
 }
 
 TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
@@ -340,7 +342,8 @@ TEST(Mail, OneMessagePerRunAndAServerDownDelaysNoRun) {
 
   // The server that is down: three attempts for each job's mail, then given up; the second job
   // did not wait for the first one's mail.
-  ASSERT_TRUE(clock.wait_until(due + 20, [&] { return count(down.log(), "given up after 3 attempts") >= 2; })) << down.log();
+  ASSERT_TRUE(clock.wait_until(due + 20, [&] { return count(down.log(), "given up after 3 attempts") >= 2; }))
+      << down.log();
   std::string second = read_file(stamp);
   ASSERT_FALSE(second.empty()) << down.log();
   EXPECT_GE(std::atol(second.c_str()), due) << down.log();

@@ -230,18 +230,6 @@ class Credentials : public ::testing::Test {
     return daemon.shell("configure terminal\n" + lines, {}, as(user));
   }
 
-  // A type-7 text under the device key that the shell uses.
-  std::string encrypted(const char *password) {
-    secrets_device_key_path_set((daemon.directory() + "/state/" SECRETS_DEVICE_KEY_NAME).c_str());
-    secrets_use_device_key(1);
-    char *text = nullptr;
-    uint32_t length = 0;
-    EXPECT_EQ(security_conf_encrypt(password, SECRETS_TYPE7, 0, 0, &text, &length), 0u);
-    std::string result = text ? text : "";
-    std::free(text);
-    return result;
-  }
-
   Daemon daemon;
   std::string why;
 };
@@ -249,7 +237,7 @@ class Credentials : public ::testing::Test {
 // Steps in order on one daemon: each shell's user, its configuration lines, and the error, exit
 // status and a piece of the output expected of it.
 TEST_F(Credentials, LocalUsersNeedNoPasswordRemoteOnesOneThatPamAccepts) {
-  std::string text = encrypted("wonderland");
+  std::string text = encrypt(daemon.socket_path(), "wonderland");
   ASSERT_FALSE(text.empty());
   std::string tampered = text;
   tampered[text.size() / 2] = tampered[text.size() / 2] == 'A' ? 'B' : 'A';
@@ -273,7 +261,7 @@ TEST_F(Credentials, LocalUsersNeedNoPasswordRemoteOnesOneThatPamAccepts) {
            // Deleting the password closes the gate again.
            {kRemote, "no scheduler aaa-authentication\nno scheduler schedule name s2\n", none, 1, ""},
            {kRemote, seven + tampered + "\n", failed, 1, ""},
-           {kRemote, seven + encrypted("wonderlant") + "\n", failed, 1, ""},
+           {kRemote, seven + encrypt(daemon.socket_path(), "wonderlant") + "\n", failed, 1, ""},
            {kRemote, seven + text + "\nscheduler job name j2 ls\n", "", 0, ""}}) {
     ShellRun run = configure_as(user, lines);
     EXPECT_EQ(run.err, err) << lines;
