@@ -311,8 +311,7 @@ TEST(ReplaceKilled, TheDaemonComesBackWithTheOldOrTheNewConfiguration) {
     ShellRun replace;
     std::thread shell([&] { replace = daemon.shell("configure replace " + new_file + "\n"); });
     std::this_thread::sleep_for(took * step / 8);
-    daemon.signal(SIGKILL);
-    daemon.reap();
+    daemon.kill_now();
     shell.join();
     ASSERT_TRUE(daemon.start(&why)) << why;
     std::string after = daemon.shell("show running-config\n").out;

@@ -29,6 +29,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+int quiet(const std::string &command) { return std::system((command + " >/dev/null 2>&1").c_str()); }
+
 int decode_status(int status) {
   if (WIFEXITED(status)) return WEXITSTATUS(status);
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
@@ -95,6 +97,25 @@ ShellRun run_to_end(const std::string &program, const std::vector<std::string> &
   return run;
 }
 
+// libfaketime leaves a shared-memory clock and a semaphore in /dev/shm for every faked process
+// that ends by a signal or _exit. Those of processes gone for minutes are nobody's any more.
+void remove_stale_fake_clocks() {
+  std::error_code error;
+  auto old = std::filesystem::file_time_type::clock::now() - std::chrono::minutes(2);
+  for (const auto &entry : std::filesystem::directory_iterator("/dev/shm", error)) {
+    std::string name = entry.path().filename().string();
+    std::size_t digits = name.find_first_of("0123456789");
+    if (digits == std::string::npos ||
+        (name.compare(0, digits, "faketime_shm_") != 0 && name.compare(0, digits, "sem.faketime_sem_") != 0)) {
+      continue;
+    }
+    pid_t pid = static_cast<pid_t>(std::atol(name.c_str() + digits));
+    if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH && entry.last_write_time(error) < old) {
+      std::filesystem::remove(entry.path(), error);
+    }
+  }
+}
+
 }  // namespace
 
 Environment stopped_clock() {
@@ -132,29 +153,6 @@ Environment as_user(const std::string &directory, const std::string &user) {
   preload(environment, environment["LD_PRELOAD"] + ":" + E2E_PAM_WRAPPER_LIBRARY + ":" + E2E_NSS_WRAPPER_LIBRARY);
   return environment;
 }
-
-namespace {
-
-// libfaketime leaves a shared-memory clock and a semaphore in /dev/shm for every faked process
-// that ends by a signal or _exit. Those of processes gone for minutes are nobody's any more.
-void remove_stale_fake_clocks() {
-  std::error_code error;
-  auto old = std::filesystem::file_time_type::clock::now() - std::chrono::minutes(2);
-  for (const auto &entry : std::filesystem::directory_iterator("/dev/shm", error)) {
-    std::string name = entry.path().filename().string();
-    std::size_t digits = name.find_first_of("0123456789");
-    if (digits == std::string::npos ||
-        (name.compare(0, digits, "faketime_shm_") != 0 && name.compare(0, digits, "sem.faketime_sem_") != 0)) {
-      continue;
-    }
-    pid_t pid = static_cast<pid_t>(std::atol(name.c_str() + digits));
-    if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH && entry.last_write_time(error) < old) {
-      std::filesystem::remove(entry.path(), error);
-    }
-  }
-}
-
-}  // namespace
 
 Daemon::~Daemon() {
   stop();
@@ -209,12 +207,8 @@ int Daemon::stop() {
   return status;
 }
 
-void Daemon::signal(int number) {
-  if (pid_ > 0) kill(pid_, number);
-}
-
-void Daemon::reap() {
-  if (pid_ > 0) waitpid(pid_, nullptr, 0);
+void Daemon::kill_now() {
+  if (pid_ > 0 && kill(pid_, SIGKILL) == 0) waitpid(pid_, nullptr, 0);
   pid_ = -1;
 }
 
@@ -245,12 +239,6 @@ bool Daemon::share_socket(const std::string &group) const {
 }
 
 std::string Daemon::socket_path() const { return directory_ + "/run/" CMI_SOCKET_NAME; }
-
-namespace {
-
-int quiet(const std::string &command) { return std::system((command + " >/dev/null 2>&1").c_str()); }
-
-}  // namespace
 
 bool make_users(const std::string &group, const std::vector<std::string> &users) {
   remove_users(group, users);

@@ -56,9 +56,8 @@ class Daemon {
   pid_t pid() const { return pid_; }
   // SIGTERM and wait: the exit status (0 for a clean stop), or -1 when it was not running.
   int stop();
-  void signal(int number);
-  // Waits for it to end after a signal that ends it.
-  void reap();
+  // SIGKILL, as a crash would end it, and waits for its end.
+  void kill_now();
   std::string log() const;
   // start(), then the scheduler feature turned on through the shell (as root, on the stopped
   // clock), as an operator does first; false, with the reason in `why`, when either fails.

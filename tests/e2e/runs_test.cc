@@ -196,8 +196,7 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
 
   // kill -9 during j_cut's run; the restart reports it cut short and keeps every result.
   ASSERT_TRUE(alive(dir + "/cut.pid")) << "j_cut ended before the kill";
-  daemon.signal(SIGKILL);
-  daemon.reap();
+  daemon.kill_now();
   ASSERT_TRUE(daemon.start(&why, shifted, options)) << why;
   EXPECT_TRUE(clock.wait_until(clock.now() + 5, [&] { return !alive(dir + "/cut.pid"); }))
       << "the killed daemon's job still runs";
