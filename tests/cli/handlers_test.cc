@@ -133,6 +133,8 @@ TEST_F(Commands, ScheduleJobRequestsCarryNamesAndNoTime) {
     EXPECT_EQ(run(sch_cli_modify_schedule, {"nightly", "02:30"}, code, true), uint32_t(-1));
     EXPECT_EQ(output_.out, "Invalid command\n");
   }
+  // A name the checker refuses ends the handler with its own code, before anything is sent.
+  EXPECT_EQ(run(sch_cli_create_delete_schedule, {"night ly"}), 255u);
   EXPECT_EQ(requests().size(), 3u);
 }
 
