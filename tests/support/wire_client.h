@@ -39,7 +39,8 @@ class WireClient {
     void *reply = nullptr;
     auto length = static_cast<uint32_t>(request.size());
     Answer answer;
-    answer.status = cmi_req_resp(service, opcode, request.data(), &reply, &length, "", nullptr, 0, session_, 0);
+    answer.status =
+        cmi_req_resp(service, opcode, request.data(), &reply, &length, "", nullptr, 0, session_, SCH_CMI_FLAGS);
     if (reply) answer.payload.assign(static_cast<uint8_t *>(reply), static_cast<uint8_t *>(reply) + length);
     std::free(reply);
     return answer;
