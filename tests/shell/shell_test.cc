@@ -15,8 +15,6 @@
 #include "commands.h"
 #include "options.h"
 #include "replay.h"
-#include "schedcli/cli_config.h"
-#include "schedcli/platform/acfg.h"
 #include "schedcli/platform/cmi.h"
 #include "schedcli/platform/secrets.h"
 #include "schedcli/platform/syserr.h"
@@ -45,22 +43,12 @@ class FakeBackend final : public Backend {
   std::string config;                         // what config_text answers
   std::vector<ApplyFailure> apply_failures;   // what apply_gathered answers
 
-  RECORDED(uint32_t, create_delete_job)
-  RECORDED(uint32_t, semicolon_define_job)
-  RECORDED(uint32_t, create_delete_schedule)
-  RECORDED(uint32_t, modify_schedule)
-  RECORDED(uint32_t, modify_schedule_emailaddr)
-  RECORDED(int, show_jobs)
-  RECORDED(int, show_schedules)
-  RECORDED(int, enable_scheduler)
-  RECORDED(uint32_t, logfile_resize)
-  RECORDED(uint32_t, logfile_clear)
-  RECORDED(uint32_t, logfile_rename)
-  RECORDED(uint32_t, email_transport)
-  RECORDED(int, show_config)
-  RECORDED(int, show_memstats)
-  RECORDED(int, show_logfile)
-  RECORDED(uint32_t, show_timers)
+  RECORDED(uint32_t, create_delete_job) RECORDED(uint32_t, semicolon_define_job)
+  RECORDED(uint32_t, create_delete_schedule) RECORDED(uint32_t, modify_schedule)
+  RECORDED(uint32_t, modify_schedule_emailaddr) RECORDED(uint32_t, email_transport)
+  RECORDED(uint32_t, logfile_resize) RECORDED(uint32_t, logfile_clear) RECORDED(uint32_t, logfile_rename)
+  RECORDED(int, show_jobs) RECORDED(int, show_schedules) RECORDED(int, show_config) RECORDED(int, show_logfile)
+  RECORDED(int, enable_scheduler) RECORDED(int, show_memstats) RECORDED(uint32_t, show_timers)
   int aaa_auth_passwd(sch_cli_context *c) override { return static_cast<int>(record("aaa_auth_passwd", c, 8)); }
   uint32_t define_job(const sch_cli_context &c, std::string_view, std::string_view) override {
     return record("define_job", &c);
@@ -196,28 +184,21 @@ TEST_F(ShellTest, ACredentialTheDaemonDidNotKeepIsAnError) {
 
 // A request the daemon fails is named, with its status, and nothing is printed as if it held.
 TEST(ShellFailures, ARequestThatFailsIsNamedWithItsStatus) {
-  struct Case {
-    const char *handler;
-    uint32_t status;
-    const char *line;
-    std::string said;
-  };
-  for (const Case &c :
-       {Case{"logging_level", ACFG_ERR_BAD_ARGUMENT, "logging level scheduler 0",
-             "% Could not set the scheduler's logging level: "},
-        Case{"config_text", CMI_ERR_NO_DAEMON, "show startup-config", "% Could not show the startup configuration: "},
-        Case{"copy_running_to_startup", CMI_ERR_TIMEOUT, "do copy running-config startup-config",
-             "% Could not copy the running configuration to the startup configuration: "},
-        Case{"config_text", CMI_ERR_NO_DAEMON, "do copy startup-config running-config",
-             "% Could not read the startup-config: "}}) {
+  const std::tuple<const char *, uint32_t, const char *, std::string> cases[] = {  // handler, status, line, said
+      {"config_text", CMI_ERR_NO_DAEMON, "show startup-config", "% Could not show the startup configuration: "},
+      {"copy_running_to_startup", CMI_ERR_TIMEOUT, "do copy running-config startup-config",
+       "% Could not copy the running configuration to the startup configuration: "},
+      {"config_text", CMI_ERR_NO_DAEMON, "do copy startup-config running-config",
+       "% Could not read the startup-config: "}};
+  for (const auto &[handler, status, line, said] : cases) {
     FakeBackend backend;
-    backend.results[c.handler] = c.status;
+    backend.results[handler] = status;
     std::ostringstream out, err;
     Shell shell(table(), backend, SessionInfo{kSession, "operator", false}, out, err);
     shell.enter(Mode::Config);
-    EXPECT_FALSE(shell.execute(c.line)) << c.line;
-    EXPECT_EQ(err.str(), c.said + syserr2str(c.status) + "\n") << c.line;
-    EXPECT_EQ(out.str(), "") << c.line;
+    EXPECT_FALSE(shell.execute(line)) << line;
+    EXPECT_EQ(err.str(), said + syserr2str(status) + "\n") << line;
+    EXPECT_EQ(out.str(), "") << line;
   }
 }
 
@@ -337,17 +318,13 @@ TEST(Declaration, ADuplicateFailsLoudlyAndLeavesTheTableAsItWas) {
 }
 
 TEST(Declaration, MalformedSyntaxIsRefused) {
-  struct Case {
-    const char *syntax;
-    std::vector<std::string_view> help;
-  };
-  for (const Case &c : {Case{"show job", {"one help line"}}, Case{"show job", {"s", "j", "extra"}},
-                        Case{"show [job", {"s", "j"}}, Case{"show job]", {"s", "j"}}, Case{"show {a|}", {"s", "a"}},
-                        Case{"show <text>... more", {"s", "t", "m"}}, Case{"show <>", {"s", "v"}},
-                        Case{"show <job", {"s", "v"}}, Case{"[show]", {"s"}}, Case{"", {}}}) {
+  for (const auto &[syntax, help] : std::initializer_list<std::pair<const char *, std::vector<std::string_view>>>{
+           {"show job", {"one help line"}}, {"show job", {"s", "j", "extra"}}, {"show [job", {"s", "j"}},
+           {"show job]", {"s", "j"}}, {"show {a|}", {"s", "a"}}, {"show <text>... more", {"s", "t", "m"}},
+           {"show <>", {"s", "v"}}, {"show <job", {"s", "v"}}, {"[show]", {"s"}}, {"", {}}}) {
     CommandTable table;
-    EXPECT_THROW(table.add({Mode::Exec, c.syntax, c.help, act}), std::logic_error) << c.syntax;
-    EXPECT_TRUE(table.commands().empty()) << c.syntax;
+    EXPECT_THROW(table.add({Mode::Exec, syntax, help, act}), std::logic_error) << syntax;
+    EXPECT_TRUE(table.commands().empty()) << syntax;
   }
   CommandTable table;
   EXPECT_THROW(table.add({Mode::Exec, "show", {"s"}, nullptr}), std::logic_error);
