@@ -33,16 +33,14 @@ constexpr const char *kRemoteUser = "rita";
 
 // An expected wire image: `size` zero bytes with big-endian words and strings placed.
 Bytes image(size_t size, std::initializer_list<std::pair<size_t, uint32_t>> words,
-                   std::initializer_list<std::pair<size_t, std::string>> strings = {}) {
+            std::initializer_list<std::pair<size_t, std::string>> strings = {}) {
   Bytes bytes(size, 0);
   for (auto [offset, word] : words) sch_wire_put_u32(bytes.data() + offset, word);
   for (const auto &[offset, text] : strings) std::memcpy(bytes.data() + offset, text.data(), text.size());
   return bytes;
 }
 
-std::string error_line(const char *text, uint32_t code) {
-  return std::string(text) + ": " + syserr2str(code) + "\n";
-}
+std::string error_line(const char *text, uint32_t code) { return std::string(text) + ": " + syserr2str(code) + "\n"; }
 
 struct Output {
   std::string out, err;
@@ -95,11 +93,9 @@ struct Received {
   Bytes bytes;
 };
 
-// Handlers run against a fake daemon: a thread serves one connection after another on a real
-// socket in a directory of its own, records each request and answers it with the next scripted
-// answer (a status and payload, or a stream of messages closed by an end marker), or with status 0
-// and no payload once the script has run out. The handlers' encryption runs here, as in the daemon;
-// the local password file lists kLocalUser only.
+// A fake daemon: a thread serves one connection after another on a real socket, records each
+// request and answers the next scripted status and payload (or stream of messages), status 0 once
+// the script has run out. Encryption runs here, as in the daemon; the password file has kLocalUser.
 class Commands : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -123,14 +119,8 @@ class Commands : public ::testing::Test {
     secrets_device_key_path_set(nullptr);
   }
 
-  void answer(uint32_t status, Bytes payload = {}) {
-    std::lock_guard lock(mutex_);
-    script_.push_back({status, {std::move(payload)}, false});
-  }
-  void stream(std::vector<Bytes> messages) {
-    std::lock_guard lock(mutex_);
-    script_.push_back({0, std::move(messages), true});
-  }
+  void answer(uint32_t status, Bytes payload = {}) { script({status, {std::move(payload)}, false}); }
+  void stream(std::vector<Bytes> messages) { script({0, std::move(messages), true}); }
   std::vector<Received> requests() const {
     std::lock_guard lock(mutex_);
     return received_;
@@ -161,6 +151,11 @@ class Commands : public ::testing::Test {
     bool streamed;
   };
 
+  void script(Answer answer) {
+    std::lock_guard lock(mutex_);
+    script_.push_back(std::move(answer));
+  }
+
   void serve() {
     while (!stop_) {
       pollfd watch{listen_fd_, POLLIN, 0};
@@ -168,15 +163,14 @@ class Commands : public ::testing::Test {
       if (poll(&watch, 1, 20) <= 0 || cmi_server_accept(listen_fd_, &connection) != 0) continue;
       for (cmi_request request{}; cmi_server_receive(connection, &request) == 0; cmi_request_release(&request)) {
         Answer answer = take(request);
-        if (!answer.streamed) {
-          const Bytes &payload = answer.payloads.front();
-          cmi_server_reply(connection, request.token, answer.status, payload.data(), uint32_t(payload.size()));
-          continue;
-        }
         for (const Bytes &message : answer.payloads) {
-          cmi_server_stream_send(connection, request.token, message.data(), uint32_t(message.size()));
+          if (answer.streamed) {
+            cmi_server_stream_send(connection, request.token, message.data(), uint32_t(message.size()));
+          } else {
+            cmi_server_reply(connection, request.token, answer.status, message.data(), uint32_t(message.size()));
+          }
         }
-        cmi_server_stream_end(connection, request.token, 0);
+        if (answer.streamed) cmi_server_stream_end(connection, request.token, 0);
       }
       close(connection);
     }

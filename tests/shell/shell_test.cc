@@ -2,7 +2,6 @@
 // records each handler call (contexts, completion, injected failures), declaring commands, and
 // the command line.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -20,6 +19,7 @@
 #include "schedcli/platform/syserr.h"
 #include "schedcli/status.h"
 #include "shell.h"
+#include "support/temp_dir.h"
 
 namespace schedsh {
 namespace {
@@ -150,21 +150,22 @@ TEST_F(ShellTest, EveryContextCarriesTheSessionUserAndDebug) {
 // The handler answers success also when the daemon kept nothing (a standby, a full disk): what
 // the daemon holds is read back, and a credential that is not there as sent is an error.
 TEST_F(ShellTest, ACredentialTheDaemonDidNotKeepIsAnError) {
-  std::string key = ::testing::TempDir() + "schedsh_key_" + std::to_string(getpid());
-  ASSERT_EQ(secrets_device_key_path_set(key.c_str()), 0u);
+  sch::testing::TempDir directory;
+  ASSERT_EQ(secrets_device_key_path_set(directory.file("device.key").c_str()), 0u);
   secrets_use_device_key(1);  // as the daemon would, without one
   struct Restore {
-    ~Restore() { secrets_use_device_key(0); }
+    ~Restore() {
+      secrets_use_device_key(0);
+      secrets_device_key_path_set(nullptr);
+    }
   } restore;
   char *encrypted = nullptr;
   uint32_t length = 0;
   ASSERT_EQ(security_conf_encrypt("secret", 7, 0, 0, &encrypted, &length), 0u);
   const std::string stored(encrypted, length);
   std::free(encrypted);
-  const std::string line = "scheduler aaa-authentication username operator password 7 ";
   ASSERT_TRUE(run({"configure terminal"}));
-
-  backend.config = line + stored + "\n";
+  backend.config = "scheduler aaa-authentication username operator password 7 " + stored + "\n";
   EXPECT_TRUE(run({"scheduler aaa-authentication password secret", "scheduler aaa-authentication password 7 " + stored}));
   EXPECT_EQ(err.str(), "");
   // Another password, none at all, or a store the daemon answered with the old one.
@@ -178,24 +179,20 @@ TEST_F(ShellTest, ACredentialTheDaemonDidNotKeepIsAnError) {
   EXPECT_FALSE(run({"scheduler aaa-authentication password secret"}));
   EXPECT_EQ(err.str(), std::string("% Could not read back the credential of user operator: ") +
                            syserr2str(CMI_ERR_NO_DAEMON) + "\n");
-  secrets_device_key_path_set(nullptr);
-  unlink(key.c_str());
 }
 
 // A request the daemon fails is named, with its status, and nothing is printed as if it held.
-TEST(ShellFailures, ARequestThatFailsIsNamedWithItsStatus) {
+TEST_F(ShellTest, ARequestThatFailsIsNamedWithItsStatus) {
   const std::tuple<const char *, uint32_t, const char *, std::string> cases[] = {  // handler, status, line, said
       {"config_text", CMI_ERR_NO_DAEMON, "show startup-config", "% Could not show the startup configuration: "},
       {"copy_running_to_startup", CMI_ERR_TIMEOUT, "do copy running-config startup-config",
        "% Could not copy the running configuration to the startup configuration: "},
       {"config_text", CMI_ERR_NO_DAEMON, "do copy startup-config running-config",
        "% Could not read the startup-config: "}};
+  shell.enter(Mode::Config);
   for (const auto &[handler, status, line, said] : cases) {
-    FakeBackend backend;
-    backend.results[handler] = status;
-    std::ostringstream out, err;
-    Shell shell(table(), backend, SessionInfo{kSession, "operator", false}, out, err);
-    shell.enter(Mode::Config);
+    backend.results = {{handler, status}};
+    err.str("");
     EXPECT_FALSE(shell.execute(line)) << line;
     EXPECT_EQ(err.str(), said + syserr2str(status) + "\n") << line;
     EXPECT_EQ(out.str(), "") << line;
