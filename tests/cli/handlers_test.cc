@@ -516,9 +516,7 @@ TEST_F(Show, ConfigurationPiecesInOrderEachReportingItsOwnFailure) {
   }
 }
 
-TEST(Printers, ScheduleKindsTimeLinesAndTimeErrors) {
-  setenv("TZ", "UTC", 1);
-  tzset();
+TEST_F(Show, ScheduleKindsTimeLinesAndTimeErrors) {
   // What the transcript "schedules" does not reach: three suffixes and weekdays out of range.
   for (auto [day, text] : {std::pair{20, "20th"}, {24, "24th"}, {29, "29th"}}) {
     tminfo t{.type = 5, .hour = 10, .day_of_month = day};

@@ -327,7 +327,7 @@ TEST(Declaration, MalformedSyntaxIsRefused) {
   EXPECT_THROW(table.add({Mode::Exec, "show", {"s"}, nullptr}), std::logic_error);
 }
 
-TEST(Options, AreUnderstood) {
+TEST(Options, AreUnderstoodAndMistakesReported) {
   Options options = parse_options(List{"-c", "show scheduler job", "-cexit", "--runtime-dir", "/r", "--state-dir=/s",
                                        "--debug", "--timeout", "5"})
                         .options;
@@ -338,9 +338,6 @@ TEST(Options, AreUnderstood) {
   EXPECT_EQ(options.timeout_seconds, 5u);
   EXPECT_EQ(parse_options(List{"--", "-odd-name"}).options.script, "-odd-name");
   EXPECT_FALSE(parse_options(List{"-"}).options.script);   // standard input
-}
-
-TEST(Options, MistakesAreReported) {
   for (const List &arguments : {List{"-c"}, List{"--runtime-dir"}, List{"--runtime-dir="}, List{"--timeout", "0"},
                                 List{"--timeout", "5s"}, List{"--bogus"}, List{"a", "b"}, List{"-c", "exit", "file"}}) {
     EXPECT_NE(parse_options(arguments).error, "") << arguments.front();
