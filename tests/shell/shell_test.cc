@@ -275,12 +275,9 @@ TEST_F(ShellTest, NothingIsReplacedOrCopiedWithoutTheRunningText) {
 
 TEST_F(ShellTest, ConfigurationTextIsToldFromExecCommands) {
   for (auto [text, configuration] : std::initializer_list<std::pair<std::string_view, bool>>{
-           {kSaved, true},
-           {"\n! saved\n  scheduler job name j\nend-job\n", true},
-           {"configure terminal\nfeature scheduler\n", false},
-           {"show running-config\n", false},
-           {"frobnicate\n", false},
-           {"\n! nothing\n", false}}) {
+           {kSaved, true}, {"\n! saved\n  scheduler job name j\nend-job\n", true},
+           {"configure terminal\nfeature scheduler\n", false}, {"show running-config\n", false},
+           {"frobnicate\n", false}, {"\n! nothing\n", false}}) {
     EXPECT_EQ(shell.reads_as_configuration(text), configuration) << text;
   }
 }
