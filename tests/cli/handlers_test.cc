@@ -550,10 +550,8 @@ TEST_F(Show, ScheduleKindsTimeLinesAndTimeErrors) {
   // The transcript "schedules" has the out-of-range lines of forms 1, 3, 4 and 5 and the past.
   const std::string format = "Incorrect time format. Should be ";
   const std::tuple<uint32_t, int, std::string> errors[] = {
-      {0x40bd000b, 1, format + "yyyy:mmm:dd:HH:MM or +dd:HH:MM\n"},
-      {0x40bd000c, 3, format + "HH:MM\n"},
-      {0x40bd000b, 4, format + "dow:HH:MM\n"},
-      {0x40bd000b, 5, format + "dm:HH:MM\n"},
+      {0x40bd000b, 1, format + "yyyy:mmm:dd:HH:MM or +dd:HH:MM\n"}, {0x40bd000c, 3, format + "HH:MM\n"},
+      {0x40bd000b, 4, format + "dow:HH:MM\n"}, {0x40bd000b, 5, format + "dm:HH:MM\n"},
       {0x40bd000c, 7, format + "dd:HH:MM\n"},
       {0x40bd000c, 2, "Incorrect time format. Error 1086128140. Format unknown\n"},
       {0x40bd000d, 7, "Value out of range\nShould be dd:HH:MM.\n    dd,HH,MM = {1..99}\n"},

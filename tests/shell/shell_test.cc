@@ -326,8 +326,7 @@ TEST(Declaration, MalformedSyntaxIsRefused) {
 
 TEST(Options, AreUnderstoodAndMistakesReported) {
   Options options = parse_options(List{"-c", "show scheduler job", "-cexit", "--runtime-dir", "/r", "--state-dir=/s",
-                                       "--debug", "--timeout", "5"})
-                        .options;
+                                       "--debug", "--timeout", "5"}).options;
   EXPECT_EQ(options.commands, (List{"show scheduler job", "exit"}));
   EXPECT_EQ(options.runtime_dir, "/r");
   EXPECT_EQ(options.state_dir, "/s");
