@@ -55,11 +55,6 @@ class PssTest : public DatabaseTest {
 
   std::string path(const std::string &name) const { return (root_ / name).string(); }
 
-  static bool traced(const std::string &text) {
-    auto texts = trace_texts();
-    return std::find(texts.begin(), texts.end(), text) != texts.end();
-  }
-
   // Collects syslog messages into syslog_ until the test ends.
   void capture_syslog() {
     nost_syslog_set_sink([](int, const char *text, void *m) { static_cast<std::vector<std::string> *>(m)->push_back(text); },

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -41,6 +42,12 @@ inline std::vector<std::string> trace_texts() {
   std::vector<std::string> texts;
   for (const Trace &trace : recorded_traces()) texts.push_back(trace.text);
   return texts;
+}
+
+// Whether a trace with exactly this text was recorded.
+inline bool traced(const std::string &text) {
+  auto texts = trace_texts();
+  return std::find(texts.begin(), texts.end(), text) != texts.end();
 }
 
 inline void clear_traces() { sdwrap_sys_clean(nullptr); }
