@@ -46,7 +46,9 @@ TEST(Codec, CheckedFieldsRefuseToReachPastTheBuffer) {
   uint16_t half = 0;
   EXPECT_FALSE(bigendian::get_u16_at(bytes, 7, &half));
   EXPECT_TRUE(bigendian::put_u16_at(bytes, 6, 0x0102));
-  EXPECT_EQ(bytes[6], 1);
+  EXPECT_EQ(bytes[6] << 8 | bytes[7], 0x0102);
+  EXPECT_TRUE(bigendian::get_u16_at(bytes, 6, &half));
+  EXPECT_EQ(half, 0x0102);
 }
 
 TEST(Codec, NamesArePaddedWithNulAndReadUpToTheFirstNul) {
@@ -214,6 +216,14 @@ TEST(DebugLevels, SwitchOnePerLevelOrAllAtOnce) {
   EXPECT_NE(sdwrap_hist_event_subtype_check(0x730000, 102), 0);
   sdwrap_history_level_set(-1, 1);
   EXPECT_EQ(sdwrap_hist_event_subtype_check(0x730000, 102), 0);
+}
+
+TEST(DebugDump, KnowsTheAllocatorStatistics) {
+  FILE *out = std::tmpfile();
+  EXPECT_EQ(sdwrap_debug_dump(nullptr, out, "mtrack_dump_memstats"), 0);
+  EXPECT_GT(std::ftell(out), 0);
+  EXPECT_EQ(sdwrap_debug_dump(nullptr, out, "nothing"), -1);
+  std::fclose(out);
 }
 
 TEST(Syslog, RendersTheMarkerAsOnePercentAndCopiesToStandardError) {
