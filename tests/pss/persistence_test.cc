@@ -10,7 +10,6 @@
 namespace {
 
 using namespace sch::testing;
-using sch::codec::ShortValue;
 namespace codec = sch::codec;
 using sch::pss::uri_text;
 
@@ -20,7 +19,7 @@ class SaveRestore : public PssTest {
  protected:
   void SetUp() override {
     PssTest::SetUp();
-    store_ = create(path("store"));
+    store_ = create(temp_.file("store"));
   }
   void TearDown() override {
     pss2_close(store_);
@@ -94,12 +93,10 @@ TEST_F(SaveRestore, EveryWriterStoresTheCodecImageUnderItsKeyOrReportsTheFailure
   }
   for (const Writer &w : writers) {
     const std::string before(static_cast<const char *>(w.native), w.layout.size);
+    std::string image(w.layout.size, '\0');
+    codec::encode(w.layout, w.native, reinterpret_cast<uint8_t *>(image.data()));
     ASSERT_EQ(w.write(store_), 0) << w.name;
-    std::string value = value_at(store_, w.key);
-    ASSERT_EQ(value.size(), w.layout.size) << w.name;
-    std::string back(value.size(), '\0');
-    codec::decode(w.layout, codec::bytes(value.data(), value.size()), back.data(), ShortValue::kZeroFill);
-    EXPECT_EQ(back, before) << w.name;
+    EXPECT_EQ(value_at(store_, w.key), image) << w.name;
     EXPECT_EQ(std::string(static_cast<const char *>(w.native), w.layout.size), before) << w.name << " converted in memory";
   }
   EXPECT_TRUE(traced("Saved username " + long_user + " password Zm9v "));

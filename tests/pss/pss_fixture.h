@@ -24,9 +24,6 @@ class PssTest : public DatabaseTest {
  protected:
   void SetUp() override {
     DatabaseTest::SetUp();
-    root_ = temp_.path();
-    state_dir_ = root_ / "state";
-    runtime_dir_ = root_ / "run";
     reset_globals();
   }
   void TearDown() override {
@@ -52,8 +49,6 @@ class PssTest : public DatabaseTest {
     EXPECT_NE(handle, 0u) << path;
     return handle;
   }
-
-  std::string path(const std::string &name) const { return (root_ / name).string(); }
 
   // Collects syslog messages into syslog_ until the test ends.
   void capture_syslog() {
@@ -89,7 +84,7 @@ class PssTest : public DatabaseTest {
   }
 
   sch::testing::TempDir temp_;
-  std::filesystem::path root_, state_dir_, runtime_dir_;
+  const std::filesystem::path state_dir_ = temp_.file("state"), runtime_dir_ = temp_.file("run");
   std::vector<std::string> syslog_;
 };
 
