@@ -150,11 +150,12 @@ TEST_F(Requests, JobNamesTextAndDeletion) {
     ASSERT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", text)), 0u) << text.size();
     EXPECT_EQ(job_text("j"), text) << text.size();
   }
-  // Text the shell could not have gathered would not survive the configuration text pasted back.
+  // Text the shell could not have gathered would not survive the configuration text pasted back:
+  // unended lines, an end, help asked, a control byte on a later line.
   for (const auto &[text, status] :
        Statuses{{std::string(8182, 'a') + "\n", SCH_STATUS_TEXT_TOO_LONG}, {std::string("a\0b", 3), bad},
                 {"echo done", bad_text}, {"a\nb", bad_text}, {"a\r\n", bad_text}, {"end-job\n", bad_text},
-                {"a\n  end-job\t\nb\n", bad_text}, {" ?\n", bad_text}}) {  // unended lines, an end, help asked
+                {"a\n  end-job\t\nb\n", bad_text}, {" ?\n", bad_text}, {"ok\n\x7f\n", bad_text}}) {
     EXPECT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "j", text)), status) << text;
   }
   EXPECT_EQ(configure(job_request(SCH_REQ_DEFINE_JOB, "nope", "x\n")), SCH_STATUS_NO_SUCH_JOB);
@@ -233,10 +234,7 @@ TEST_F(Requests, ScheduleTimesJobsAndAddresses) {
               {email_request(SCH_EMAIL_ADD, "nope", "x@y"), SCH_STATUS_NO_SUCH_SCHEDULE, "no schedule"},
               {email_request(22, "s1", "x@y"), SCH_STATUS_BAD_REQUEST, "no such operation"},
               {email_request(SCH_EMAIL_ADD, "s1", ""), SCH_STATUS_BAD_REQUEST, "empty"},
-              {email_request(SCH_EMAIL_ADD, "s1", "z /etc"), SCH_STATUS_BAD_ADDRESS, "a space"},
-              {email_request(SCH_EMAIL_ADD, "s1", "a@b\n"), SCH_STATUS_BAD_ADDRESS, "a newline"},
-              {email_request(SCH_EMAIL_ADD, "s1", "a\t@b"), SCH_STATUS_BAD_ADDRESS, "a tab"},
-              {email_request(SCH_EMAIL_ADD, "s1", "\x7f@b"), SCH_STATUS_BAD_ADDRESS, "DEL", repeating + "||0"},
+              {email_request(SCH_EMAIL_ADD, "s1", "z /etc"), SCH_STATUS_BAD_ADDRESS, "a space", repeating + "||0"},
               {email_request(SCH_EMAIL_ADD, "s1", "ops@example.com"), 0, "ops"},
               {schedule_request(SCH_REQ_DELETE_SCHEDULE, "s1"), 0, "delete s1"},
               {schedule_request(SCH_REQ_DELETE_SCHEDULE, "s1"), SCH_STATUS_NO_SUCH_SCHEDULE, "gone"}},
@@ -277,6 +275,8 @@ TEST_F(Requests, TransportPartsSetClearedAndRefused) {
               {transport_request(SCH_REQ_EMAIL_FROM, addresses("", "")), SCH_STATUS_BAD_ADDRESS, "no sender"},
               {transport_request(SCH_REQ_EMAIL_FROM, addresses("a@b.c\nscheduler job name x", "")),
                SCH_STATUS_BAD_ADDRESS, "two lines"},
+              {transport_request(SCH_REQ_EMAIL_REPLY_TO, addresses("", "a@b.c\nfeature scheduler")),
+               SCH_STATUS_BAD_ADDRESS, "reply-to of two lines"},
               {transport_request(SCH_REQ_EMAIL_REPLY_TO, addresses("", std::string(64, 'r'))), SCH_STATUS_BAD_ADDRESS,
                "fills the field"}});
   EXPECT_EQ(transport(), "|||mail.example.com|16|25|management") << "nothing refused was applied";
@@ -291,6 +291,8 @@ TEST_F(Requests, CredentialsStoredReplacedFetchedDeleted) {
               {credential_request(SCH_CREDENTIAL_STORE, "root", ""), SCH_STATUS_NO_CREDENTIAL, "no password"},
               {credential_request(SCH_CREDENTIAL_STORE, "", "7$x"), SCH_STATUS_NO_CREDENTIAL, "no user"},
               {credential_request(2, "root"), SCH_STATUS_BAD_REQUEST, "no such operation"},
+              {credential_request(SCH_CREDENTIAL_STORE, "bad user", "x"), SCH_STATUS_BAD_TEXT, "two words"},
+              {credential_request(SCH_CREDENTIAL_STORE, "root", "pass\nword"), SCH_STATUS_BAD_TEXT, "two lines"},
               {credential_request(SCH_CREDENTIAL_STORE, "root", std::string(128, 'p')), SCH_STATUS_BAD_REQUEST, "long",
                "7$second|root=7$second,"},
               {credential_request(SCH_CREDENTIAL_DELETE, "root"), 0, "delete", "|"},
@@ -308,15 +310,10 @@ TEST_F(Requests, FeatureStatesAndEverythingRefusedWhileOff) {
       << "action and opcode differ";
   EXPECT_EQ(call(FM_SERVICE, FM_FEATURE_ENABLE, Bytes{FM_FEATURE_ENABLE}).status, SCH_STATUS_BAD_REQUEST);
   EXPECT_EQ(call(FM_SERVICE, FM_FEATURE_ENABLE, named(FM_FEATURE_ENABLE, "bgp")).status, SCH_STATUS_NO_SUCH_FEATURE);
-  for (const Bytes &request :
-       {job_request(SCH_REQ_CREATE_JOB, "j"), schedule_request(SCH_REQ_CREATE_SCHEDULE, "s"),
-        email_request(SCH_EMAIL_ADD, "s", "a@b.c"), credential_request(SCH_CREDENTIAL_FETCH, "root"),
-        log_file_request(SCH_REQ_LOG_CLEAR, false), transport_request(SCH_REQ_NO_EMAIL_FROM, {})}) {
-    EXPECT_EQ(configure(request), SCH_STATUS_FEATURE_DISABLED) << request.size() << " bytes";
-  }
-  EXPECT_EQ(display(display_request(SCH_REQ_GET_SCHEDULES, "", -1)).status, SCH_STATUS_FEATURE_DISABLED);
-  EXPECT_EQ(display(header_request(SCH_REQ_GET_LOG_CONFIG)).status, SCH_STATUS_FEATURE_DISABLED);
-  EXPECT_EQ(simple(SCH_REQ_GET_EMAIL_TRANSPORT).status, SCH_STATUS_FEATURE_DISABLED);
+  // One gate before every request type (the shell's commands meet it in the feature_off transcript);
+  // a credential fetch, which a standby still answers, meets it too.
+  EXPECT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, "j")), SCH_STATUS_FEATURE_DISABLED);
+  EXPECT_EQ(configure(credential_request(SCH_CREDENTIAL_FETCH, "root")), SCH_STATUS_FEATURE_DISABLED);
   EXPECT_EQ(simple(SCH_REQ_GET_USER_CONFIG).status, SCH_STATUS_FEATURE_DISABLED);
   EXPECT_EQ(logging_level(3), SCH_STATUS_FEATURE_DISABLED);
   EXPECT_EQ(configure(header_request(SCH_REQ_CREATE_JOB)), SCH_STATUS_BAD_REQUEST) << "malformed is still malformed";
@@ -347,15 +344,9 @@ TEST_F(Requests, DisableLeavesNothingOfTheConfigurationInMemoryOrTheStores) {
   EXPECT_TRUE(image_of(pss_running_db).empty());
   EXPECT_TRUE(image_of(debug_pss_running).empty());
   restart();
-  EXPECT_EQ(display(display_request(SCH_REQ_GET_JOBS, "", -1)).status, SCH_STATUS_FEATURE_DISABLED);
   ASSERT_EQ(feature(FM_FEATURE_ENABLE), 0u);
-  EXPECT_TRUE(jobs().empty());
-  schedd::Reply schedules = display(display_request(SCH_REQ_GET_SCHEDULES, "", -1));
-  EXPECT_TRUE(schedules.status == 0 && schedules.payload.empty()) << schedules.status;
-  EXPECT_TRUE(credentials().empty());
-  EXPECT_EQ(log_size(), 16384u);
-  EXPECT_EQ(transport(), "||||1|25|management");
-  EXPECT_EQ(running_text(), "feature scheduler\n\n") << "no logging level, size or transport line";
+  // The text lists every job, schedule, credential and setting that is not the default.
+  EXPECT_EQ(running_text(), "feature scheduler\n\n");
 }
 
 TEST_F(Requests, LoggingLevelStartupTextAndRequestsThatDoNotHoldUp) {

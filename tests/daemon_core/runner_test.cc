@@ -129,7 +129,7 @@ TEST_F(RunnerTest, DailyFiresFollowTheZoneAcrossADaylightSavingChange) {
   EXPECT_EQ(fired[2], local(2026, 3, 30, 3, 30));
 }
 
-TEST_F(RunnerTest, AFireDuringARunIsSkippedAndAfterADowntimeTheCutRunIsReportedAndMissedFiresCounted) {
+TEST_F(RunnerTest, AfterADowntimeTheCutRunIsReportedAndMissedFiresCounted) {
   const std::time_t noon = local(2026, 6, 1, 12, 0), first = local(2026, 6, 1, 12, 1);
   move_to(noon);
   ASSERT_TRUE(start()) << error_;
@@ -147,10 +147,6 @@ TEST_F(RunnerTest, AFireDuringARunIsSkippedAndAfterADowntimeTheCutRunIsReportedA
   ASSERT_TRUE(runner().running("often"));
   EXPECT_EQ(record("often").time.last_time, first) << "a repeat counts from its last fire";
   EXPECT_EQ(timer("often").next, first + 60);
-  move_to(first + 60);
-  runner().fire_due();
-  EXPECT_EQ(timer("often").skipped, 1u);
-  EXPECT_EQ(record("often").execution_count, 1u);
 
   // The daemon stops with the job running and is down across two daily and 48 hourly instants.
   stop();
