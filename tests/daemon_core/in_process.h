@@ -118,6 +118,13 @@ class InProcessDaemon : public testing::Test {
     ASSERT_EQ(configure(modify_request(name, code, time)), 0u);
   }
 
+  // The password a credential fetch hands the runner; "?" when the fetch is refused.
+  std::string password_of(const std::string &user, const schedd::Caller &caller) {
+    Bytes fetched = call(SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG, credential_request(SCH_CREDENTIAL_FETCH, user), caller).payload;
+    if (fetched.size() != 256) return "?";
+    const char *password = reinterpret_cast<const char *>(fetched.data()) + 128;
+    return std::string(password, strnlen(password, 128));
+  }
   uint32_t copy_to_startup() { return call(ACFG_SERVICE, ACFG_OP_COPY_STARTUP, Bytes{0}).status; }
 
   std::string config_text(uint8_t which) {
