@@ -117,10 +117,11 @@ class Requests : public InProcessDaemon {
 };
 
 TEST_F(Requests, JobNamesTextAndDeletion) {
-  const std::string longest(31, 'n');  // the longest name the field holds
+  // The longest name the field holds; one name the rule refuses (its forms: cli's NameCheck).
+  const std::string longest(31, 'n');
   const uint32_t bad = SCH_STATUS_BAD_REQUEST, bad_text = SCH_STATUS_BAD_TEXT;
-  for (const auto &[name, status] : Statuses{{"backup", 0}, {"backup", SCH_STATUS_EXISTS}, {longest, 0}, {"", bad},
-                                             {"_lead", bad}, {"-lead", bad}, {"a.b", bad}, {"a b", bad}, {"j", 0}}) {
+  for (const auto &[name, status] :
+       Statuses{{"backup", 0}, {"backup", SCH_STATUS_EXISTS}, {longest, 0}, {"", bad}, {"a.b", bad}, {"j", 0}}) {
     EXPECT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, name)), status) << name;
   }
   EXPECT_EQ(jobs(), (Names{"backup", longest, "j"}));
@@ -315,8 +316,7 @@ TEST_F(Requests, DisableLeavesNothingOfTheConfigurationInMemoryOrTheStores) {
   configure_everything();
   ASSERT_EQ(configure(log_file_request(SCH_REQ_LOG_NAME, false, "moved.dat")), 0u);
   ASSERT_EQ(logging_level(2), 0u);
-  sch_runtime_job_status result{};
-  set_text(result.schedule, "alpha");
+  sch_runtime_job_status result{"alpha", 0, {}};
   ASSERT_EQ(sch_save_runtime_job_status_entry_to_pss(pss_running_db, &result), 0);
   ASSERT_TRUE(std::filesystem::exists(state_file("moved.dat")));
   EXPECT_GT(mtrack_live_blocks(SCH_MTRACK_IDENTITY), 0u);
