@@ -1,6 +1,5 @@
 // The real daemon: detached start, refused starts, its socket under requests and frames that do not
-// hold up, the largest configuration streamed back, the shell's command sources, and a kill during
-// a configure replace.
+// hold up, the largest configuration streamed back, and a kill during a configure replace.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -21,10 +20,6 @@ namespace e2e {
 namespace {
 
 using namespace wire_images;
-
-std::string job_display(const std::string &name, const std::string &text) {
-  return "Job Name: " + name + "\n" + std::string(10 + name.size(), '-') + "\n" + text + std::string(78, '=') + "\n";
-}
 
 class WithDaemon : public ::testing::Test {
  protected:
@@ -72,24 +67,6 @@ class WithDaemon : public ::testing::Test {
   std::string why;
   int raw = -1;
 };
-
-TEST_F(WithDaemon, CommandsFromArgumentsAndFiles) {
-  // Standard input is not read when commands are given; a failure does not stop the rest.
-  ShellRun arguments = daemon.shell("show scheduler schedule\n",
-                                    {"-c", "configure terminal", "-c", "scheduler schedule name -x", "-c",
-                                     "scheduler job name j1 ls", "-c", "end", "-c", "show scheduler job"});
-  EXPECT_EQ(arguments.err, "Invalid name. Name should begin with alphanumeric and may have '_' or '-'.\n");
-  EXPECT_EQ(arguments.out, job_display("j1", "l\n"));
-  EXPECT_EQ(arguments.status, 1);
-
-  std::string file = daemon.directory() + "/commands";
-  write_file(file, "configure terminal\r\nscheduler job name j2\r\nls\r\nend-job\r\nend\r\nshow scheduler job name j2\r\n");
-  ShellRun from_file = daemon.shell("", {file});
-  EXPECT_EQ(from_file.err, "");
-  EXPECT_EQ(from_file.out, job_display("j2", "ls\n"));
-  EXPECT_EQ(from_file.status, 0);
-  EXPECT_EQ(daemon.shell("", {file + ".missing"}).err, "schedsh: cannot read " + file + ".missing\n");
-}
 
 // Records that do not hold up get an error through the platform's client, nothing of them is
 // applied, and the daemon goes on serving.

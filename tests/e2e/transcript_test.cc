@@ -1,5 +1,6 @@
 // The shell's text end to end. Golden transcripts: a script on the shell's standard input against
-// a fresh daemon, compared with the expected standard output, standard error and exit status.
+// a fresh daemon, with the arguments NAME.args lists one a line when there is one, compared with the
+// expected standard output, standard error and exit status.
 // Then the configuration's text round trip, as a remote user with a type-7 password.
 //
 // The clock is stopped (see stopped_clock), so every time in the output is fixed. Expected files
@@ -10,6 +11,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -48,7 +50,10 @@ TEST_P(Transcripts, MatchTheExpectedOutput) {
     for (const auto &[placeholder, value] : placeholders) text = replaced(std::move(text), placeholder, value);
     return text;
   };
-  ShellRun run = daemon.shell(filled(read_file(base + ".cmds")));
+  std::vector<std::string> arguments;
+  std::istringstream listed(filled(read_file(base + ".args")));
+  for (std::string line; std::getline(listed, line);) arguments.push_back(line);
+  ShellRun run = daemon.shell(filled(read_file(base + ".cmds")), arguments);
   auto expected = [&](const char *kind) {
     if (std::getenv("SCHEDSH_E2E_UPDATE")) {
       std::string text = kind[1] == 'o' ? run.out : run.err;
@@ -71,58 +76,13 @@ INSTANTIATE_TEST_SUITE_P(Shell, Transcripts,
                                            Transcript{"job_mode", 0}, Transcript{"replay_itself", 0},
                                            Transcript{"replay_empty", 0}, Transcript{"replace", 1},
                                            Transcript{"limits", 1}, Transcript{"words", 1},
-                                           Transcript{"show_config", 0}, Transcript{"memory_and_open_job", 1}),
+                                           Transcript{"show_config", 0}, Transcript{"memory_and_open_job", 1},
+                                           Transcript{"commands_as_arguments", 1}, Transcript{"script_file", 0},
+                                           Transcript{"script_missing", 1}),
                          [](const ::testing::TestParamInfo<Transcript> &info) { return std::string(info.param.name); });
 
 // The configuration's text end to end: built through the shell, pasted into a fresh daemon, saved,
 // and brought back by a stateless restart, byte for byte each time.
-
-// Everything that leaves a line in the configuration, typed as an operator types it. The shells
-// run as alice, a remote user, so that a type-7 password is part of it. The schedules are named in
-// the order they are made: the startup configuration lists them by name, the running one in
-// that order.
-const char kBuild[] =
-    "configure terminal\n"
-    "feature scheduler\n"
-    "scheduler aaa-authentication password wonderland\n"
-    "logging level scheduler 6\n"
-    "scheduler logfile size 48\n"
-    "scheduler transport email from sched@example.com\n"
-    "scheduler transport email reply-to ops@example.com\n"
-    "scheduler transport email smtp-server mail.example.com port 587 vrf blue\n"
-    "scheduler job name backup\n"
-    "tar czf /tmp/backup.tgz /etc\n"
-    "  echo \"indented ; kept\"\n"
-    "\n"
-    "echo done\n"
-    "end-job\n"
-    "scheduler job name report echo a ; echo b\n"
-    "scheduler job name empty\n"
-    "end-job\n"
-    "scheduler schedule name s1_daily\n"
-    "time daily 02:30\n"
-    "job name backup\n"
-    "job name report\n"
-    "email-addr ops@example.com\n"
-    "email-addr dev@example.com\n"
-    "scheduler schedule name s2_weekly\n"
-    "time weekly Fri:23:00\n"
-    "job name report\n"
-    "scheduler schedule name s3_monthly\n"
-    "time monthly 28:10:00\n"
-    "job name empty\n"
-    "scheduler schedule name s4_once\n"
-    "time start 2031:Jan:01:10:00\n"
-    "scheduler schedule name s5_repeat\n"
-    "time start 2031:Jan:01:10:00 repeat 1:02:03\n"
-    "job name backup\n"
-    "scheduler schedule name s6_soon\n"
-    "time start now repeat 30\n"
-    "scheduler schedule name s7_untimed\n"
-    "job name report\n"
-    "email-addr dev@example.com\n"
-    "scheduler schedule name s8_bare\n"
-    "end\n";
 
 class Configuration : public ::testing::Test {
  protected:
@@ -155,7 +115,7 @@ class Configuration : public ::testing::Test {
 TEST_F(Configuration, ItsTextRebuildsItExactlyPastedReplayedAndAfterAStatelessRestart) {
   Daemon original;
   ASSERT_TRUE(start(original)) << why;
-  ShellRun built = run(original, kBuild);
+  ShellRun built = run(original, read_file(std::string(E2E_TRANSCRIPTS) + "/everything_typed.in"));
   ASSERT_EQ(built.err, "");
   ASSERT_EQ(built.status, 0);
   const std::string text = shown(original, "show running-config");
