@@ -1,9 +1,7 @@
 // The real daemon: detached start, refused starts, its socket under requests and frames that do not
 // hold up, the largest configuration streamed back, and a kill during a configure replace.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -45,14 +43,11 @@ class WithDaemon : public ::testing::Test {
   }
   // A connection of our own in `raw`, past the platform's client.
   void connect_raw() {
-    raw = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    ASSERT_GE(raw = connect_to(daemon.socket_path()), 0) << std::strerror(errno);
     int buffer = 4 * CMI_MAX_MESSAGE;
     timeval timeout{5, 0};
     setsockopt(raw, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
     setsockopt(raw, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-    sockaddr_un address{AF_UNIX, {}};
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", daemon.socket_path().c_str());
-    ASSERT_EQ(connect(raw, reinterpret_cast<sockaddr *>(&address), sizeof address), 0) << std::strerror(errno);
   }
   // Sends raw bytes; the reply's status and token.
   std::pair<uint32_t, uint32_t> exchange(const Bytes &bytes) {

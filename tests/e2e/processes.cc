@@ -6,13 +6,16 @@
 #include <pwd.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -276,6 +279,15 @@ char process_state(pid_t pid) {
   std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
   std::size_t close = stat.rfind(')');
   return close != std::string::npos && close + 2 < stat.size() ? stat[close + 2] : 0;
+}
+
+int connect_to(const std::string &path) {
+  int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  sockaddr_un address{AF_UNIX, {}};
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+  if (fd >= 0 && connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) return fd;
+  if (fd >= 0) close(fd);
+  return -1;
 }
 
 std::size_t count(const std::string &text, const std::string &what) {

@@ -90,6 +90,8 @@ std::string user_name();
 std::string read_file(const std::string &path);
 // The state letter of process `pid` in /proc (R, S, Z, ...), 0 when there is none.
 char process_state(pid_t pid);
+// A new connection to the socket at `path`, or -1.
+int connect_to(const std::string &path);
 // How often `what` occurs in `text`, without overlaps.
 std::size_t count(const std::string &text, const std::string &what);
 void write_file(const std::string &path, const std::string &text);

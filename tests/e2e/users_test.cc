@@ -3,15 +3,12 @@
 // reserve of connections. The users are made here (useradd) and removed afterwards. Then job
 // credentials of users that nss_wrapper names, remote ones authenticated through the real PAM
 // library with pam_wrapper and pam_matrix's users.
-#include <sys/socket.h>
+#include <pwd.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,25 +28,22 @@ const char *const kGroup = "schedsec";
 const char *const kAlice = "schedsec-alice";
 const char *const kBob = "schedsec-bob";
 
-// Runs `work` in a child that has become `name` and hands back its 32-bit answer.
-uint32_t in_account(const char *name, const std::function<uint32_t()> &work) {
-  int answer[2];
-  if (pipe(answer) != 0) return ~0u;
-  pid_t child = fork();
-  if (child == 0) {
-    close(answer[0]);
-    if (!become(name)) _exit(1);
-    uint32_t result = work();
-    (void)!write(answer[1], &result, sizeof result);
-    _exit(0);
+// While it lives this process acts as the local user `name`: the daemon takes a connection's user
+// from the effective ids at its connect. Nothing in between may end the test early.
+class ActingAs {
+ public:
+  explicit ActingAs(const char *name) {
+    passwd *account = getpwnam(name);
+    acting_ = account && setegid(account->pw_gid) == 0 && seteuid(account->pw_uid) == 0;
   }
-  close(answer[1]);
-  uint32_t result = ~0u;
-  if (read(answer[0], &result, sizeof result) != sizeof result) result = ~0u;
-  close(answer[0]);
-  waitpid(child, nullptr, 0);
-  return result;
-}
+  ~ActingAs() {
+    if (seteuid(0) != 0 || setegid(0) != 0) std::abort();
+  }
+  bool acting() const { return acting_; }
+
+ private:
+  bool acting_ = false;
+};
 
 // A type-7 text made through the daemon at `path`, as the shell makes it; "" when refused.
 std::string encrypt(const std::string &path, const char *clear) {
@@ -75,12 +69,10 @@ uint32_t decrypt(const std::string &path, const std::string &encrypted) {
 class Users : public testing::Test {
  protected:
   static void SetUpTestSuite() {
-    if (geteuid() != 0) return;
-    made_ = make_users(kGroup, {kAlice, kBob});
+    if (geteuid() == 0) made_ = make_users(kGroup, {kAlice, kBob});
   }
   static void TearDownTestSuite() {
-    if (geteuid() != 0) return;
-    remove_users(kGroup, {kAlice, kBob});
+    if (geteuid() == 0) remove_users(kGroup, {kAlice, kBob});
   }
 
   void SetUp() override {
@@ -91,19 +83,16 @@ class Users : public testing::Test {
     ASSERT_TRUE(daemon_.share_socket(kGroup));
   }
 
-  std::string socket_path() const { return daemon_.socket_path(); }
   ShellRun shell_as(const char *user, const std::string &input) { return daemon_.shell(input, {}, {}, user); }
-
   // One request record straight to the socket, as `user`.
-  uint32_t request_as(const char *user, uint32_t service, uint32_t opcode, const Bytes &request) {
-    std::string path = socket_path();
-    return in_account(user, [&] { return wire_images::WireClient(path).call(service, opcode, request).status; });
+  uint32_t request_as(const char *user, const Bytes &request) {
+    ActingAs acting(user);
+    return acting.acting() ? wire_images::WireClient(path_).configure(request).status : ~0u;
   }
-
-  static std::string refusal(uint32_t code) { return syserr2str(code); }
 
   static inline bool made_ = false;
   Daemon daemon_;
+  const std::string path_ = daemon_.socket_path();
   std::string why_;
 };
 
@@ -114,51 +103,41 @@ TEST_F(Users, EachManagesHisOwnAndRootAdministersEverything) {
   EXPECT_EQ(alice.err, "");
   EXPECT_EQ(alice.status, 0);
 
-  // Bob can change nothing of hers: her schedule, her job, nor the scheduler.
+  // Bob can change nothing of hers: her schedule, her job, nor the scheduler (its feature off would
+  // wipe every credential).
   for (std::string lines : {"scheduler schedule name as\ntime daily 03:00\n",
-                                   "scheduler schedule name as\nemail-addr bob@example.com\n",
-                                   "no scheduler schedule name as\n", "no scheduler job name aj\n",
-                                   "no feature scheduler\n", "scheduler transport email from bob@example.com\n",
-                                   "scheduler logfile size 64\n", "end\ncopy running-config startup-config\n"}) {
+                            "scheduler schedule name as\nemail-addr bob@example.com\n",
+                            "no scheduler schedule name as\n", "no scheduler job name aj\n",
+                            "no feature scheduler\n", "scheduler transport email from bob@example.com\n",
+                            "scheduler logfile size 64\n", "end\ncopy running-config startup-config\n"}) {
     ShellRun bob = shell_as(kBob, "configure terminal\n" + lines);
-    EXPECT_NE(bob.err.find(refusal(SCH_STATUS_NOT_PERMITTED)), std::string::npos) << lines << bob.err;
+    EXPECT_NE(bob.err.find(syserr2str(SCH_STATUS_NOT_PERMITTED)), std::string::npos) << lines << bob.err;
     EXPECT_NE(bob.status, 0) << lines;
   }
-  // Nor straight to the socket: the job's text, or the feature off (which would wipe every credential).
-  EXPECT_EQ(request_as(kBob, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG,
-                       wire_images::job_request(SCH_REQ_DEFINE_JOB, "aj", "id\n")),
-            SCH_STATUS_NOT_PERMITTED);
-  Bytes off{FM_FEATURE_DISABLE};
-  for (char c : std::string("scheduler")) off.push_back(static_cast<uint8_t>(c));
-  off.push_back(0);
-  EXPECT_EQ(request_as(kBob, FM_SERVICE, FM_FEATURE_DISABLE, off), SCH_STATUS_NOT_PERMITTED);
+  // Nor the job's text, straight to the socket.
+  const Bytes define = wire_images::job_request(SCH_REQ_DEFINE_JOB, "aj", "id\n");
+  EXPECT_EQ(request_as(kBob, define), SCH_STATUS_NOT_PERMITTED);
 
   // Bob manages his own.
   ShellRun bob = shell_as(kBob, "configure terminal\nscheduler job name bj\nid\nend-job\n"
                                 "scheduler schedule name bs\njob name bj\ntime daily 04:00\n");
   EXPECT_EQ(bob.err, "");
 
-  // Root sees and changes everything: it takes alice's job onto a schedule of its own, after which
-  // only root may change the job.
+  // Root sees and changes everything: it takes alice's job onto a schedule of its own.
   ShellRun root = daemon_.shell("configure terminal\nscheduler schedule name bs\ntime daily 05:00\n"
                                 "scheduler schedule name rs\njob name aj\nend\nshow running-config\n");
   EXPECT_EQ(root.err, "");
   EXPECT_NE(root.out.find("scheduler schedule name as\n  job name aj\n"), std::string::npos) << root.out;
   EXPECT_NE(root.out.find("scheduler schedule name rs\n  job name aj\n"), std::string::npos) << root.out;
-  EXPECT_EQ(request_as(kAlice, SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG,
-                       wire_images::job_request(SCH_REQ_DEFINE_JOB, "aj", "id\n")),
-            SCH_STATUS_NOT_PERMITTED);
   EXPECT_EQ(shell_as(kAlice, "configure terminal\nno scheduler schedule name as\n").err, "");
 }
 
 TEST_F(Users, PasswordsAreRemovedForUsersAndTheirDecryptionRefused) {
   // Root stores a credential for another user (alice's name does not matter to the daemon).
-  const std::string path = socket_path();
-  const std::string text = encrypt(path, "root-only");
+  const std::string text = encrypt(path_, "root-only");
   ASSERT_FALSE(text.empty());
-  ASSERT_EQ(request_as("root", SCH_SERVICE_CONFIG, SCH_OPCODE_CONFIG,
-                       wire_images::credential_request(SCH_CREDENTIAL_STORE, "carol", text)),
-            0u);
+  ASSERT_TRUE(answered(wire_images::WireClient(path_).configure(
+                           wire_images::credential_request(SCH_CREDENTIAL_STORE, "carol", text)), 0));
   EXPECT_NE(daemon_.shell("show running-config\n").out.find("password 7 " + text), std::string::npos);
   ShellRun shown = shell_as(kAlice, "show running-config\n");
   EXPECT_NE(shown.out.find("scheduler aaa-authentication username carol password 7 <removed>\n"), std::string::npos)
@@ -166,48 +145,33 @@ TEST_F(Users, PasswordsAreRemovedForUsersAndTheirDecryptionRefused) {
   EXPECT_EQ(shown.out.find(text), std::string::npos);
 
   // Through the platform call, as the shell makes it: alice's own text reads back, root's does not.
-  EXPECT_EQ(in_account(kAlice, [&] { return decrypt(path, text); }), SCH_STATUS_NOT_PERMITTED);
-  EXPECT_EQ(in_account(kAlice, [&] {
-              std::string mine = encrypt(path, "mine");
-              return mine.empty() ? ~0u : decrypt(path, mine);
-            }),
-            0u);
+  {
+    ActingAs acting(kAlice);
+    ASSERT_TRUE(acting.acting());
+    EXPECT_EQ(decrypt(path_, text), SCH_STATUS_NOT_PERMITTED);
+    std::string mine = encrypt(path_, "mine");
+    EXPECT_EQ(mine.empty() ? ~0u : decrypt(path_, mine), 0u);
+  }
   // The key and the stores are the daemon's alone.
-  struct stat key;
-  ASSERT_EQ(stat((daemon_.directory() + "/state/" SECRETS_DEVICE_KEY_NAME).c_str(), &key), 0);
-  EXPECT_EQ(key.st_mode & 0777, 0600u);
-  struct stat store;
-  ASSERT_EQ(stat((daemon_.directory() + "/run/scheduler_runtime").c_str(), &store), 0);
-  EXPECT_EQ(store.st_mode & 0777, 0600u);
+  for (const char *file : {"/state/" SECRETS_DEVICE_KEY_NAME, "/run/scheduler_runtime"}) {
+    struct stat status;
+    ASSERT_EQ(stat((daemon_.directory() + file).c_str(), &status), 0) << file;
+    EXPECT_EQ(status.st_mode & 0777, 0600u) << file;
+  }
 }
 
 TEST_F(Users, SixtyFourSilentConnectionsLeaveRootServed) {
-  std::string path = socket_path();
-  int ready[2];
-  ASSERT_EQ(pipe(ready), 0);
-  pid_t holder = fork();
-  if (holder == 0) {
-    if (!become(kBob)) _exit(1);
-    for (int i = 0; i < 64; i++) {
-      int fd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
-      sockaddr_un address{};
-      address.sun_family = AF_UNIX;
-      std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
-      if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) _exit(2);
-    }
-    (void)!write(ready[1], "x", 1);
-    pause();
-    _exit(0);
+  std::vector<int> held;
+  {
+    ActingAs acting(kBob);
+    ASSERT_TRUE(acting.acting());
+    for (int i = 0; i < 64; i++) held.push_back(connect_to(path_));
   }
-  close(ready[1]);
-  char byte = 0;
-  ASSERT_EQ(read(ready[0], &byte, 1), 1) << "bob could not open his connections";
-  close(ready[0]);
+  EXPECT_EQ(std::count(held.begin(), held.end(), -1), 0) << "bob could not open his connections";
   ShellRun root = daemon_.shell("show running-config\n", {"--timeout", "5"});
   EXPECT_EQ(root.status, 0) << root.err;
   EXPECT_NE(root.out.find("feature scheduler"), std::string::npos) << root.out;
-  kill(holder, SIGKILL);
-  waitpid(holder, nullptr, 0);
+  for (int fd : held) close(fd);
 }
 
 // Local users are those the host's password file lists (root, everywhere); pam_matrix knows
@@ -217,26 +181,14 @@ const std::string kRemote = "alice";
 
 std::string error_line(uint32_t code) { return std::string("Error: ") + syserr2str(code) + "\n"; }
 
-class Credentials : public ::testing::Test {
- protected:
-  void SetUp() override {
-    // The daemon knows the caller by the same name, or it would refuse alice's credential.
-    ASSERT_TRUE(daemon.serve(&why, as(kRemote))) << why;
-  }
-
-  Environment as(const std::string &user) { return as_user(daemon.directory(), user); }
-
-  ShellRun configure_as(const std::string &user, const std::string &lines) {
-    return daemon.shell("configure terminal\n" + lines, {}, as(user));
-  }
-
-  Daemon daemon;
-  std::string why;
-};
-
 // Steps in order on one daemon: each shell's user, its configuration lines, and the error, exit
 // status and a piece of the output expected of it.
-TEST_F(Credentials, LocalUsersNeedNoPasswordRemoteOnesOneThatPamAccepts) {
+TEST(Credentials, LocalUsersNeedNoPasswordRemoteOnesOneThatPamAccepts) {
+  Daemon daemon;
+  std::string why;
+  auto as = [&](const std::string &user) { return as_user(daemon.directory(), user); };
+  // The daemon knows the caller by the same name, or it would refuse alice's credential.
+  ASSERT_TRUE(daemon.serve(&why, as(kRemote))) << why;
   std::string text = encrypt(daemon.socket_path(), "wonderland");
   ASSERT_FALSE(text.empty());
   std::string tampered = text;
@@ -263,7 +215,7 @@ TEST_F(Credentials, LocalUsersNeedNoPasswordRemoteOnesOneThatPamAccepts) {
            {kRemote, seven + tampered + "\n", failed, 1, ""},
            {kRemote, seven + encrypt(daemon.socket_path(), "wonderlant") + "\n", failed, 1, ""},
            {kRemote, seven + text + "\nscheduler job name j2 ls\n", "", 0, ""}}) {
-    ShellRun run = configure_as(user, lines);
+    ShellRun run = daemon.shell("configure terminal\n" + lines, {}, as(user));
     EXPECT_EQ(run.err, err) << lines;
     EXPECT_EQ(run.status, status) << lines;
     EXPECT_NE(run.out.find(shown), std::string::npos) << lines << run.out;
@@ -275,9 +227,9 @@ TEST_F(Credentials, LocalUsersNeedNoPasswordRemoteOnesOneThatPamAccepts) {
 TEST(CredentialsOnAStandby, AStoreTheDaemonRefusedIsAnError) {
   Daemon standby;
   std::string why;
-  ASSERT_TRUE(standby.start(&why, as_user(standby.directory(), kRemote), {"--standby"})) << why;
-  ShellRun store = standby.shell("configure terminal\nscheduler aaa-authentication password wonderland\n", {},
-                                 as_user(standby.directory(), kRemote));
+  const Environment alice = as_user(standby.directory(), kRemote);
+  ASSERT_TRUE(standby.start(&why, alice, {"--standby"})) << why;
+  ShellRun store = standby.shell("configure terminal\nscheduler aaa-authentication password wonderland\n", {}, alice);
   EXPECT_EQ(store.err, "% The daemon did not store the credential of user alice\n");
   EXPECT_EQ(store.status, 1);
 }
