@@ -10,7 +10,9 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -50,67 +52,47 @@ class Terminal {
 
   bool started() const { return pid_ > 0; }
   void type(const std::string &keys) { ASSERT_EQ(write(fd_, keys.data(), keys.size()), ssize_t(keys.size())); }
-  // Reads until `text` has appeared since the last wait; false after 10 s without it.
-  bool wait_for(const std::string &text) {
-    auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (Clock::now() < deadline) {
-      std::size_t found = output_.find(text, seen_);
-      if (found != std::string::npos) {
-        seen_ = found + text.size();
-        return true;
-      }
-      if (!read_some()) return false;
-    }
-    return false;
-  }
-  // Each step waits for its text and then types its keys: only once the text is shown, since the
-  // line editor drops what is typed before it reads; kCtrlC as keys is interrupt(). The text of
-  // the first step that did not appear, or "" when every step was played.
+  // Each step waits for its text (shown since the last step) and then types its keys: only once the
+  // text is shown, since the line editor drops what is typed before it reads. kCtrlC as keys is
+  // Ctrl-C once the shell waits for a key: a SIGINT between its prompt and its read is lost (the
+  // read goes on waiting), which no one typing meets but a test that types at once does. The text
+  // of the first step that did not appear, or "" when every step was played.
   static constexpr const char *kCtrlC = "\x03";
   std::string play(const std::vector<std::pair<std::string, std::string>> &steps) {
     for (const auto &[text, keys] : steps) {
-      if (!wait_for(text)) return text;
-      if (keys == kCtrlC) {
-        if (!interrupt()) return "the shell's read before Ctrl-C";
-      } else {
-        type(keys);
+      if (!until([&] {
+            std::size_t found = output_.find(text, seen_);
+            seen_ = found == std::string::npos ? seen_ : found + text.size();
+            return found != std::string::npos;
+          })) {
+        return text;
       }
+      if (keys == kCtrlC && !until([&] { return process_state(pid_) == 'S'; })) return "the shell's read before Ctrl-C";
+      type(keys);
     }
     return "";
   }
-  // Ctrl-C once the shell waits for a key: a SIGINT between its prompt and its read is lost (the
-  // read goes on waiting), which no one typing meets but a test that types at once does.
-  bool interrupt() {
-    auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (process_state(pid_) != 'S') {
-      if (Clock::now() > deadline) return false;
-      read_some();
-    }
-    type("\x03");
-    return true;
-  }
-  // The exit status once the shell has ended; -1 when it has not within 10 s (it is killed).
+  // The exit status once the shell has ended; -1 when it has not within 10 s (the destructor kills it).
   int finish() {
     int status = 0;
-    auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (waitpid(pid_, &status, WNOHANG) == 0) {
-      if (Clock::now() > deadline) return -1;   // the destructor kills it
-      read_some();   // the terminal must not fill up meanwhile
-    }
+    if (!until([&] { return waitpid(pid_, &status, WNOHANG) != 0; })) return -1;
     pid_ = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
   const std::string &output() const { return output_; }
 
  private:
-  // What arrives within 100 ms; false once the terminal is closed.
-  bool read_some() {
-    pollfd descriptor{fd_, POLLIN, 0};
-    if (poll(&descriptor, 1, 100) <= 0) return true;
-    char buffer[4096];
-    ssize_t count = read(fd_, buffer, sizeof buffer);
-    if (count <= 0) return false;
-    output_.append(buffer, static_cast<std::size_t>(count));
+  // Gathers what the shell prints (the terminal must not fill up) until `done` holds: false when
+  // it does not within 10 s.
+  bool until(const std::function<bool()> &done) {
+    for (auto deadline = Clock::now() + std::chrono::seconds(10); !done();) {
+      if (Clock::now() > deadline) return false;
+      pollfd descriptor{fd_, POLLIN, 0};
+      char buffer[4096];
+      ssize_t count = poll(&descriptor, 1, 100) > 0 ? read(fd_, buffer, sizeof buffer) : 0;
+      if (count > 0) output_.append(buffer, static_cast<std::size_t>(count));
+      else if (count < 0) std::this_thread::sleep_for(std::chrono::milliseconds(20));   // closed
+    }
     return true;
   }
 
