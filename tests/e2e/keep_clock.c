@@ -25,11 +25,10 @@ static int sets(const char *entry, const char *name) {
 }
 
 static int replaced(const char *entry) {
-  if (sets(entry, "LD_PRELOAD")) return 1;
   for (size_t i = 0; i < kPassedCount; i++) {
     if (sets(entry, kPassedOn[i])) return 1;
   }
-  return 0;
+  return sets(entry, "LD_PRELOAD");
 }
 
 // `envp` with the clock passed on, in `merged` (kMostVariables + 1 entries), `preload_entry` its

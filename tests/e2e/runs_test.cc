@@ -3,21 +3,16 @@
 // a kill during a run; mail goes to a real SMTP server (aiosmtpd) on loopback, or to one that is down.
 //
 // Every schedule of a test is due in the same minute, so one wait covers every case.
-#include <grp.h>
-#include <pwd.h>
-#include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
-#include <vector>
 #include <thread>
+#include <vector>
 
 #include "gtest/gtest.h"
 #include "processes.h"
@@ -214,7 +209,7 @@ TEST(Runs, JobsRunRecordAndSurviveARestartAndAKill) {
   }
   EXPECT_EQ(log_entry(log, "j_late"), "");
   EXPECT_EQ(log_entry(log, "j_gone"), "");
-  EXPECT_FALSE(std::ifstream(dir + "/gone.ran").good());
+  EXPECT_FALSE(std::filesystem::exists(dir + "/gone.ran"));
   // Made ready ahead, it started at its instant, on the daemon's clock.
   long started = std::atol(read_file(dir + "/print.at").c_str());
   EXPECT_GE(started, due);
