@@ -272,21 +272,12 @@ TEST(Runs, ARemoteUserRunsOnlyWithAStoredCredential) {
   EXPECT_EQ(lost.stop(), 0) << lost.log();
 }
 
-using sch::testing::free_port;
-using sch::testing::SmtpServer;
-
-std::string host_name() {
-  char name[256] = {};
-  gethostname(name, sizeof name - 1);
-  return name;
-}
-
 TEST(Mail, OneMessagePerRunAndAServerDownDelaysNoRun) {
   Daemon up, down;
   std::string why;
   std::string spool = up.directory() + "/spool";
   std::filesystem::create_directory(spool);
-  SmtpServer server(spool);
+  sch::testing::SmtpServer server(spool);
   ASSERT_GT(server.port(), 0) << "aiosmtpd did not start (Debian package python3-aiosmtpd)";
 
   const ShiftedClock clock(std::chrono::seconds(6));
@@ -298,10 +289,8 @@ TEST(Mail, OneMessagePerRunAndAServerDownDelaysNoRun) {
   std::string when = start_text(due);
 
   auto configure = [&](const Daemon &daemon, int port, const std::string &jobs) {
-    ShellRun run = daemon.shell("configure terminal\nfeature scheduler\n"
-                                "scheduler transport email smtp-server 127.0.0.1 port " + std::to_string(port) + "\n" +
-                                    jobs,
-                                {}, shifted);
+    const std::string server = "scheduler transport email smtp-server 127.0.0.1 port " + std::to_string(port);
+    ShellRun run = daemon.shell("configure terminal\nfeature scheduler\n" + server + "\n" + jobs, {}, shifted);
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.status, 0);
   };
@@ -311,7 +300,7 @@ TEST(Mail, OneMessagePerRunAndAServerDownDelaysNoRun) {
             "email-addr a@example.com\nemail-addr b@example.com\n");
   // Two jobs, each mailed: the second runs right after the first though its mail cannot go.
   std::string stamp = down.directory() + "/second";
-  configure(down, free_port(),
+  configure(down, sch::testing::free_port(),
             "scheduler job name j_first\nexit 3\nend-job\n"
             "scheduler job name j_second\ndate +%s > " + stamp + "\nend-job\n"
             "scheduler schedule name s_down\njob name j_first\njob name j_second\ntime start " + when + "\n"
@@ -323,9 +312,10 @@ TEST(Mail, OneMessagePerRunAndAServerDownDelaysNoRun) {
   EXPECT_NE(envelope.find("to a@example.com\n"), std::string::npos) << envelope;
   EXPECT_NE(envelope.find("to b@example.com\n"), std::string::npos) << envelope;
   std::string message = read_file(spool + "/1.eml");
-  EXPECT_NE(message.find("Subject: Scheduler job j_mail of schedule s_mail on " + host_name() + ": Failed (3)\r\n"),
-            std::string::npos)
-      << message;
+  char host[256] = {};
+  gethostname(host, sizeof host - 1);
+  const std::string subject = "Subject: Scheduler job j_mail of schedule s_mail on " + std::string(host);
+  EXPECT_NE(message.find(subject + ": Failed (3)\r\n"), std::string::npos) << message;
   EXPECT_NE(message.find("mail body"), std::string::npos) << message;
 
   // The server that is down: three attempts for each job's mail, then given up; the second job
