@@ -121,15 +121,14 @@ void remove_stale_fake_clocks() {
 
 }  // namespace
 
-Environment stopped_clock() {
-  Environment environment{{"TZ", "UTC"},
-                          {"FAKETIME", "1900000000"},
-                          {"FAKETIME_FMT", "%s"},
-                          {"DONT_FAKE_MONOTONIC", "1"},
-                          {"FAKETIME_DONT_FAKE_MONOTONIC", "1"}};
-  preload(environment, E2E_FAKETIME_LIBRARY);
+Environment fake_clock(const std::string &faketime, const std::string &format, const std::string &more) {
+  Environment environment{{"TZ", "UTC"}, {"FAKETIME", faketime}, {"FAKETIME_FMT", format},
+                          {"DONT_FAKE_MONOTONIC", "1"}, {"FAKETIME_DONT_FAKE_MONOTONIC", "1"}};
+  preload(environment, E2E_FAKETIME_LIBRARY + more);
   return environment;
 }
+
+Environment stopped_clock() { return fake_clock("1900000000", "%s"); }
 
 void preload(Environment &environment, const std::string &libraries) {
   environment["LD_PRELOAD"] = libraries;

@@ -15,8 +15,10 @@ namespace e2e {
 // Changes to the test's own environment for a child; an empty value removes the variable.
 using Environment = std::map<std::string, std::string>;
 
-// The clock of the transcripts: stopped at 1900000000 (Sun Mar 17 17:46:40 2030 UTC) by the
-// preloaded libfaketime; the monotonic clock, which timeouts use, still runs.
+// The preloaded libfaketime's clock as `faketime` sets it, read with `format` (none when empty), in
+// UTC; `more` follows it in LD_PRELOAD. The monotonic clock, which timeouts use, still runs.
+Environment fake_clock(const std::string &faketime, const std::string &format = "", const std::string &more = "");
+// The clock of the transcripts: stopped at 1900000000 (Sun Mar 17 17:46:40 2030 UTC).
 Environment stopped_clock();
 // Preloads `libraries` (colon-separated); the sanitizer runtime is told to accept that.
 void preload(Environment &environment, const std::string &libraries);

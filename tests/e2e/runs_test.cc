@@ -36,17 +36,14 @@ class ShiftedClock {
   // The whole minute ahead, at least `lead` from when the clock was made.
   std::time_t minute() const { return minute_; }
   // For the daemon and the shell; `base` adds to it (its LD_PRELOAD comes after the clock's).
-  Environment environment(Environment base = {}) const {
-    std::string clock = std::string(E2E_FAKETIME_LIBRARY) + ":" + E2E_KEEP_CLOCK_LIBRARY;
-    std::string more = base["LD_PRELOAD"];
-    base["TZ"] = "UTC";
-    base["FAKETIME"] = "+" + std::to_string(shift_);
-    base["FAKETIME_FMT"] = "";
-    base["DONT_FAKE_MONOTONIC"] = "1";
-    base["FAKETIME_DONT_FAKE_MONOTONIC"] = "1";
-    base["KEEP_CLOCK_PRELOAD"] = clock;
-    preload(base, more.empty() ? clock : clock + ":" + more);
-    return base;
+  Environment environment(const Environment &base = {}) const {
+    const std::string keep = std::string(":") + E2E_KEEP_CLOCK_LIBRARY;
+    const auto more = base.find("LD_PRELOAD");
+    Environment clock =
+        fake_clock("+" + std::to_string(shift_), "", keep + (more == base.end() ? "" : ":" + more->second));
+    clock["KEEP_CLOCK_PRELOAD"] = E2E_FAKETIME_LIBRARY + keep;
+    clock.insert(base.begin(), base.end());  // the clock's own variables win
+    return clock;
   }
   void sleep_until(std::time_t instant) const {
     std::this_thread::sleep_until(std::chrono::system_clock::from_time_t(instant - shift_));
