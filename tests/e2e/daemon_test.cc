@@ -21,9 +21,7 @@ using namespace wire_images;
 
 class WithDaemon : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(daemon.serve(&why)) << why;
-  }
+  void SetUp() override { ASSERT_TRUE(daemon.serve(&why)) << why; }
   void TearDown() override {
     if (raw >= 0) close(raw);
     EXPECT_EQ(daemon.stop(), 0) << daemon.log();
