@@ -39,6 +39,13 @@ int decode_status(int status) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
 }
 
+// In a child about to exec: becomes the local user `name` (groups, group, user); false when it cannot.
+bool become(const std::string &name) {
+  passwd *account = getpwnam(name.c_str());
+  return account && initgroups(name.c_str(), account->pw_gid) == 0 && setgid(account->pw_gid) == 0 &&
+         setuid(account->pw_uid) == 0;
+}
+
 // Forks and execs `program` with its standard streams on the given files, as `user` when named.
 pid_t spawn(const std::string &program, std::vector<std::string> arguments, const Environment &changes,
             const std::string &input, const std::string &output, const std::string &errors,
@@ -254,12 +261,6 @@ bool make_users(const std::string &group, const std::vector<std::string> &users)
 void remove_users(const std::string &group, const std::vector<std::string> &users) {
   for (const std::string &user : users) quiet("userdel " + user);
   quiet("groupdel " + group);
-}
-
-bool become(const std::string &name) {
-  passwd *account = getpwnam(name.c_str());
-  return account && initgroups(name.c_str(), account->pw_gid) == 0 && setgid(account->pw_gid) == 0 &&
-         setuid(account->pw_uid) == 0;
 }
 
 std::string user_name() {

@@ -85,8 +85,6 @@ class Daemon {
 bool make_users(const std::string &group, const std::vector<std::string> &users);
 void remove_users(const std::string &group, const std::vector<std::string> &users);
 
-// In a child about to exec: becomes the local user `name` (groups, group, user); false when it cannot.
-bool become(const std::string &name);
 // The login name of the effective user, as the programs see it without wrappers.
 std::string user_name();
 std::string read_file(const std::string &path);
