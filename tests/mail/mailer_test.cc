@@ -30,27 +30,20 @@ using sch::testing::SmtpServer;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-TEST(MailAddress, AcceptsPlainAddressesUpToTheFieldWidth) {
-  EXPECT_TRUE(valid_address("ops@example.com"));
-  EXPECT_TRUE(valid_address("first.last+tag@mail-1.example.org"));
-  EXPECT_TRUE(valid_address("root@switch1"));
-  EXPECT_TRUE(valid_address("Zz09@zone9.example.com"));  // each end of each character range
-  std::string longest = std::string(51, 'a') + "@example.com";  // 63 bytes
+// Plain addresses up to the field width, and nothing that could reach the envelope or a header.
+TEST(MailAddress, AcceptsPlainAddressesOnly) {
+  const std::string longest = std::string(51, 'a') + "@example.com";
   ASSERT_EQ(longest.size(), kMaxAddressLength);
-  EXPECT_TRUE(valid_address(longest));
-  EXPECT_FALSE(valid_address("a" + longest));
-}
-
-TEST(MailAddress, RefusesAnythingThatCouldReachTheEnvelopeOrAHeader) {
-  for (const char *bad : {"", "ops", "@example.com", "ops@", "ops@@example.com", "a@b@example.com",
-                          "ops@example.com\r\nRCPT TO:<x@y>", "ops\n@example.com", "ops@exa mple.com",
-                          " ops@example.com", "ops@example.com>", "<ops@example.com", "ops@example.com> SIZE=1",
-                          "\"o p\"@example.com", ".ops@example.com", "ops.@example.com", "o..ps@example.com",
-                          "ops@-example.com", "ops@example..com", "ops@example.com.", "ops@exa_mple.com",
-                          "ops@ex\xC3\xA4mple.com", "o\tps@example.com"}) {
-    EXPECT_FALSE(valid_address(bad)) << bad;
-  }
-  EXPECT_FALSE(valid_address(std::string("ops\0x@example.com", 17)));
+  const std::vector<std::string> good = {"ops@example.com", "first.last+tag@mail-1.example.org", "root@switch1",
+                                         "Zz09@zone9.example.com", longest};  // Zz09: each end of each range
+  for (const std::string &address : good) EXPECT_TRUE(valid_address(address)) << address;
+  const std::vector<std::string> bad = {
+      "", "ops", "@example.com", "ops@", "ops@@example.com", "a@b@example.com", "ops@example.com\r\nRCPT TO:<x@y>",
+      "ops\n@example.com", "ops@exa mple.com", " ops@example.com", "ops@example.com>", "<ops@example.com",
+      "ops@example.com> SIZE=1", "\"o p\"@example.com", ".ops@example.com", "ops.@example.com", "o..ps@example.com",
+      "ops@-example.com", "ops@example..com", "ops@example.com.", "ops@exa_mple.com", "ops@ex\xC3\xA4mple.com",
+      "o\tps@example.com", "a" + longest, std::string("ops\0x@example.com", 17)};
+  for (const std::string &address : bad) EXPECT_FALSE(valid_address(address)) << address;
 }
 
 TEST(MailHeaders, UnsafeBytesNeverReachAHeader) {
@@ -73,13 +66,11 @@ TEST(MailHeaders, ResultDateSenderAndMessageIdRenderAsPinned) {
   EXPECT_EQ(make_message_id(5, 0xabc, "sw1"), "5.0000000000000abc@sw1");
 }
 
-TEST(MailBody, NulAndInvalidUtf8BecomeReplacementCharacters) {
+// NUL and invalid UTF-8 become replacement characters; the output is bounded, with a marker where cut.
+TEST(MailBody, InvalidBytesAreReplacedAndTheOutputBounded) {
   EXPECT_EQ(body_text(std::string("a\0b", 3), false, 100), "a\xEF\xBF\xBD" "b\r\n");
   EXPECT_EQ(body_text("\xC3\xA4 \xFF \xC0\x80 \xED\xA0\x80", false, 100),
             "\xC3\xA4 \xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\r\n");
-}
-
-TEST(MailBody, OutputIsBoundedWithAMarkerWhereCut) {
   EXPECT_EQ(body_text("abcdef", false, 4), "abcd\r\n" + std::string(kOutputCutMarker) + "\r\n");
   EXPECT_EQ(body_text("abc\xE2\x82\xAC", false, 5), "abc\r\n" + std::string(kOutputCutMarker) + "\r\n");
   EXPECT_EQ(body_text("abc\xE2\x82\xAC", false, 6), "abc\xE2\x82\xAC\r\n");
@@ -220,7 +211,7 @@ class MailerTest : public ::testing::Test {
 fs::path MailerTest::certificates_;
 
 TEST_F(MailerTest, SuccessArrivesWithTheExactEnvelopeHeadersAndBody) {
-  SmtpServer server(spool_, {});
+  SmtpServer server(spool_);
   ASSERT_NE(server.port(), 0);
   MailRequest mail = request(server.port());
   mail.transport.reply_to = "noc@example.com";
@@ -267,7 +258,7 @@ TEST_F(MailerTest, SuccessArrivesWithTheExactEnvelopeHeadersAndBody) {
 }
 
 TEST_F(MailerTest, HostileOutputArrivesIntactAndCannotEndTheMessage) {
-  SmtpServer server(spool_, {});
+  SmtpServer server(spool_);
   std::string output = std::string("before\n.\n..\n.x\nbad\rcr\nnul\0here\n", 31) + std::string(3000, 'L') +
                        "\n\r\n.\r\nQUIT\r\nafter";
   ASSERT_EQ(deliver(request(server.port(), 0, output)).outcome, MailOutcome::delivered);

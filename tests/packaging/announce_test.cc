@@ -15,7 +15,6 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/cmi.h"

@@ -57,9 +57,7 @@ class SocketTest : public ::testing::Test {
     uint32_t length = static_cast<uint32_t>(request.size());
     char identity[32] = {};
     uint32_t status = cmi_req_resp(5950, 3, request.data(), &reply, &length, "admin", identity, 136, session_, 0);
-    if (!reply) {
-      EXPECT_EQ(length, 0u);
-    }
+    EXPECT_TRUE(reply || length == 0) << length;
     if (reply_bytes) reply_bytes->assign(static_cast<uint8_t *>(reply), static_cast<uint8_t *>(reply) + length);
     std::free(reply);
     return status;

@@ -3,7 +3,6 @@
 #include "runner/job_process.h"
 #include "runner/run_credentials.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sys/wait.h>
@@ -17,6 +16,7 @@
 #include <optional>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 #include "schedcli/db.h"
 #include "schedcli/platform/auth.h"
@@ -161,11 +161,10 @@ TEST_F(JobRun, AJobMadeReadyStartsAtItsInstantUnlessCancelledFirst) {
   auto read_started = RunMarker::read(dir + "/started");
   auto read_cancelled = RunMarker::read(dir + "/cancelled");
   ASSERT_TRUE(read_started && read_cancelled);
-  EXPECT_TRUE(read_started->job_started);
-  EXPECT_EQ(read_started->job_id, 1);
-  EXPECT_EQ(read_started->started, instant);
-  EXPECT_EQ(read_started->session, 1234);
-  EXPECT_EQ(read_started->session_started, 99u);
+  const RunMarkerFacts &facts = *read_started;
+  EXPECT_EQ(std::tie(facts.schedule, facts.job_id, facts.job, facts.user, facts.started, facts.job_started,
+                     facts.session, facts.session_started),
+            std::make_tuple("nightly", 1, "backup", "root", instant, true, 1234, 99ull));
   EXPECT_FALSE(read_cancelled->job_started);
   started->remove();
   cancelled->remove();
