@@ -55,12 +55,11 @@ TEST(MailHeaders, UnsafeBytesNeverReachAHeader) {
   EXPECT_EQ(header_safe("abcdef", 3), "abc");
 }
 
+// Success and a date of two-digit days are pinned in the whole message of the delivery below.
 TEST(MailHeaders, ResultDateSenderAndMessageIdRenderAsPinned) {
-  EXPECT_EQ(result_text(0), "Success (0)");
   EXPECT_EQ(result_text(3 << 8), "Failed (3)");
   EXPECT_EQ(result_text(9), "Failed (0)");  // killed by a signal: no exit code
   EXPECT_EQ(rfc5322_date(0), "Thu, 1 Jan 1970 00:00:00 +0000");  // the test runs with TZ=UTC
-  EXPECT_EQ(rfc5322_date(1795398919), "Mon, 23 Nov 2026 01:55:19 +0000");
   EXPECT_EQ(default_sender("switch1.example.net"), "scheduler@switch1.example.net");
   EXPECT_EQ(default_sender("bad host"), "scheduler@localhost");  // the host name is no domain
   EXPECT_EQ(make_message_id(5, 0xabc, "sw1"), "5.0000000000000abc@sw1");

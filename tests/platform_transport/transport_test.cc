@@ -29,7 +29,6 @@ using cmi::wire::Header;
 using cmi::wire::Kind;
 using Bytes = std::vector<uint8_t>;
 
-// A plain client connection.
 int connect_raw(const std::string &path) {
   int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
   sockaddr_un address{};

@@ -186,11 +186,12 @@ TEST(VerifyTest, OneShotsAtTheEndOf32BitTime) {
   EXPECT_EQ(sch_verify_tminfo(ptr(one_shot(138, 0, 17, 3, 15))), kInPast);
 }
 
-class VerifyClockTest : public testing::TestWithParam<Zone> {};
+// The cases that depend on the zone, run in each of kZones.
+class ZoneTest : public testing::TestWithParam<Zone> {};
 
 // A time at the current second is still accepted, one second before it is in the past. In summer
 // a one-shot's fields read as standard time: the wall-clock reading minus the shift is now.
-TEST_P(VerifyClockTest, AcceptsTheCurrentSecond) {
+TEST_P(ZoneTest, VerifyAcceptsTheCurrentSecond) {
   const Zone &zone = GetParam();
   for (bool summer : {false, true}) {
     int minutes = 10 * 60 + 45 - (summer ? zone.shift() / 60 : 0);
@@ -206,8 +207,6 @@ TEST_P(VerifyClockTest, AcceptsTheCurrentSecond) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Zones, VerifyClockTest, testing::ValuesIn(kZones));
-
 tminfo completed(int year, int month, int day, int hour, int minute, int day_of_week = -1) {
   return {.type = 1, .hour = hour, .day_of_week = day_of_week, .day_of_month = day,
           .minute = minute, .month = month, .year = year};
@@ -221,10 +220,8 @@ int start(const char *text, tminfo *t) {
   return get_start_time(text, t, &local);
 }
 
-class StartTimeTest : public testing::TestWithParam<Zone> {};
-
 // The clock stands at 10:45:00 on the 10th of a month of standard time in 2026.
-TEST_P(StartTimeTest, CompletesFromTheClock) {
+TEST_P(ZoneTest, StartTimeCompletesFromTheClock) {
   const Zone &zone = GetParam();
   const int m = zone.standard_month - 1;
   ASSERT_TRUE(clock_at(zone.name, zone.local(false, 10, 45)));
@@ -257,7 +254,7 @@ TEST_P(StartTimeTest, CompletesFromTheClock) {
 }
 
 // While summer time is in force, the carry of a relative time moves the hour on by the shift.
-TEST_P(StartTimeTest, RelativeTimeInSummerMovesOnByTheShift) {
+TEST_P(ZoneTest, RelativeStartTimeInSummerMovesOnByTheShift) {
   const Zone &zone = GetParam();
   ASSERT_TRUE(clock_at(zone.name, zone.local(true, 10, 45)));
   tminfo t;
@@ -266,7 +263,7 @@ TEST_P(StartTimeTest, RelativeTimeInSummerMovesOnByTheShift) {
   EXPECT_EQ(t, completed(126, zone.summer_month - 1, 10, minutes / 60, minutes % 60));
 }
 
-INSTANTIATE_TEST_SUITE_P(Zones, StartTimeTest, testing::ValuesIn(kZones));
+INSTANTIATE_TEST_SUITE_P(Zones, ZoneTest, testing::ValuesIn(kZones));
 
 // The carry is the system calendar's: 2100 has no 29 February there. A relative time that lands
 // past the end of 32-bit time is refused there with its fields left uncarried, not read back as a
