@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "schedcli/platform/acfg.h"
 #include "schedcli/platform/cmi.h"
@@ -26,30 +27,26 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Standard output of a command run to its end, and its exit status.
-std::string output_of(const std::string &command, int *status) {
+// Standard output of a command run to its end, and its exit status (-1: it did not exit).
+using Finished = std::pair<std::string, int>;
+Finished run(const std::string &command) {
   std::FILE *pipe = popen(command.c_str(), "r");
   std::string output;
   char buffer[256];
   size_t got;
   while (pipe && (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, got);
   int raw = pipe ? pclose(pipe) : -1;
-  *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return output;
+  return {output, WIFEXITED(raw) ? WEXITSTATUS(raw) : -1};
 }
 
 TEST(VersionTest, BothProgramsPrintTheBuildsVersionAndTheDaemonItsDirectories) {
-  int status = -1;
-  EXPECT_EQ(output_of(SCHEDD_PATH " --version", &status), "schedd (schedcli) " SCHED_VERSION "\n");
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(output_of(SCHEDSH_PATH " --version", &status), "schedsh (schedcli) " SCHED_VERSION "\n");
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(run(SCHEDD_PATH " --version"), Finished("schedd (schedcli) " SCHED_VERSION "\n", 0));
+  EXPECT_EQ(run(SCHEDSH_PATH " --version"), Finished("schedsh (schedcli) " SCHED_VERSION "\n", 0));
   // What the options select, made absolute.
-  EXPECT_EQ(output_of("cd / && " SCHEDD_PATH " --print-directories --state-dir tmp/s --runtime-dir /x/r", &status),
-            "state directory: /tmp/s\nruntime directory: /x/r\n");
-  EXPECT_EQ(status, 0);
-  output_of(SCHEDD_PATH " --print-directories --runtime 2>/dev/null", &status);
-  EXPECT_EQ(status, 2) << "a bad option is still a usage error";
+  EXPECT_EQ(run("cd / && " SCHEDD_PATH " --print-directories --state-dir tmp/s --runtime-dir /x/r"),
+            Finished("state directory: /tmp/s\nruntime directory: /x/r\n", 0));
+  EXPECT_EQ(run(SCHEDD_PATH " --print-directories --runtime 2>/dev/null").second, 2)
+      << "a bad option is still a usage error";
 }
 
 // A foreground daemon with the scheduler feature on, on a temporary directory, with a service
