@@ -69,18 +69,18 @@ TEST_F(RunLog, EntryBytesArePinned) {
   RunLogEntry e = entry(3, 2);
   e.job = std::string(40, 'j');  // cut to 32, unterminated
   append(e);
-  Bytes bytes = file_bytes(path_);
-  ASSERT_EQ(bytes.size(), 12u + 108 + 2);
-  EXPECT_EQ(word(bytes, 0), schedd::kLogEntryMagic);
-  EXPECT_EQ(word(bytes, 4), 110u);
-  EXPECT_EQ(word(bytes, 8), crc32_update(0, bytes.data() + 12, 110));
-  EXPECT_EQ(std::string(bytes.begin() + 12, bytes.begin() + 44), std::string(32, 'j'));
-  EXPECT_EQ(std::string(bytes.begin() + 44, bytes.begin() + 48), std::string("odd\0", 4));
-  EXPECT_EQ(std::string(bytes.begin() + 76, bytes.begin() + 82), std::string("alice\0", 6));
-  EXPECT_EQ(word(bytes, 12 + 96), 0x300u);
-  EXPECT_EQ(word(bytes, 12 + 100), 1003u);
-  EXPECT_EQ(word(bytes, 12 + 104), 2u);
-  EXPECT_EQ(std::string(bytes.begin() + 120, bytes.end()), "de");
+  // Magic, body length, CRC of the body; the body's names, words and output; zeros elsewhere.
+  Bytes expected(12 + 108 + 2, 0);
+  for (auto [offset, value] : {std::pair<size_t, uint32_t>{0, schedd::kLogEntryMagic}, {4, 110}, {108, 0x300},
+                               {112, 1003}, {116, 2}}) {
+    sch_wire_put_u32(expected.data() + offset, value);
+  }
+  for (auto [offset, text] : {std::pair<size_t, std::string>{12, std::string(32, 'j')}, {44, "odd"}, {76, "alice"},
+                              {120, "de"}}) {
+    std::copy(text.begin(), text.end(), expected.begin() + static_cast<long>(offset));
+  }
+  sch_wire_put_u32(expected.data() + 8, crc32_update(0, expected.data() + 12, 110));
+  EXPECT_EQ(file_bytes(path_), expected);
 }
 
 TEST_F(RunLog, AtTheBoundTheNewestEntriesThatFitAreKept) {
