@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <utility>
 
@@ -66,21 +67,18 @@ class DaemonAnnounceTest : public testing::Test {
       kill(pid_, SIGKILL);
       waitpid(pid_, nullptr, 0);
     }
-    if (error_fd_ >= 0) close(error_fd_);
     close(manager_fd_);
   }
 
   std::string state_dir() const { return (directory_ / "state").string(); }
   std::string runtime_dir() const { return (directory_ / "run").string(); }
 
-  // Starts the daemon, its standard error into a pipe.
+  // Starts the daemon, its standard error into the file "errors".
   void start() {
-    int pipe_fds[2];
-    ASSERT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
     pid_ = fork();
     ASSERT_GE(pid_, 0);
     if (pid_ == 0) {
-      dup2(pipe_fds[1], STDERR_FILENO);
+      dup2(open((directory_ / "errors").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDERR_FILENO);
       setenv("NOTIFY_SOCKET", notify_path_.c_str(), 1);
       unsetenv("JOURNAL_STREAM");
       std::string state = "--state-dir=" + state_dir();
@@ -88,8 +86,6 @@ class DaemonAnnounceTest : public testing::Test {
       execl(SCHEDD_PATH, SCHEDD_PATH, "--foreground", "--enable-feature", state.c_str(), runtime.c_str(), static_cast<char *>(nullptr));
       _exit(127);
     }
-    close(pipe_fds[1]);
-    error_fd_ = pipe_fds[0];
   }
 
   // The next notification within ten seconds, or "".
@@ -101,20 +97,14 @@ class DaemonAnnounceTest : public testing::Test {
     return got > 0 ? std::string(buffer, static_cast<size_t>(got)) : std::string();
   }
 
-  // Sends SIGTERM and returns everything the daemon wrote to standard error; `status` its exit.
-  std::string stop(int *status) {
+  // Sends SIGTERM and waits: everything the daemon wrote to standard error, and its exit status.
+  Finished stop() {
     kill(pid_, SIGTERM);
     int raw = 0;
     waitpid(pid_, &raw, 0);
     pid_ = -1;
-    *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    std::string text;
-    char buffer[1024];
-    ssize_t got;
-    while ((got = read(error_fd_, buffer, sizeof buffer)) > 0) text.append(buffer, static_cast<size_t>(got));
-    close(error_fd_);
-    error_fd_ = -1;
-    return text;
+    std::ifstream errors(directory_ / "errors");
+    return {std::string(std::istreambuf_iterator<char>(errors), {}), WIFEXITED(raw) ? WEXITSTATUS(raw) : -1};
   }
 
   std::string start_line(const char *how) const {
@@ -126,7 +116,6 @@ class DaemonAnnounceTest : public testing::Test {
   fs::path directory_ = temp_.path();
   std::string notify_path_;
   int manager_fd_ = -1;
-  int error_fd_ = -1;
   pid_t pid_ = -1;
 };
 
@@ -141,8 +130,7 @@ TEST_F(DaemonAnnounceTest, ReadyOnlyOnceItServesThenStoppingAndTheLinesOfBoth) {
     ASSERT_NE(session, nullptr);
     EXPECT_EQ(acfg_request_logging_level(session, "scheduler", 5), 0u) << "it serves when ready";
     cmi_session_close(session);
-    int status = -1;
-    std::string errors = stop(&status);
+    auto [errors, status] = stop();
     EXPECT_EQ(status, 0);
     EXPECT_EQ(notification(), "STOPPING=1");
     EXPECT_NE(errors.find(start_line(how)), std::string::npos) << errors;
