@@ -88,16 +88,12 @@ using DaemonSocket = SocketTest;
 // destroyed. The listen status is checked by the constructor.
 class Server {
  public:
-  using Handler = std::function<void(int connection)>;
-
-  Server(const std::string &path, Handler handle) {
+  Server(const std::string &path, std::function<void(int connection)> handle) {
     EXPECT_EQ(cmi_server_listen(path.c_str(), &listen_fd_), 0u);
     thread_ = std::thread([this, handle] {
-      while (!stop_) {
+      for (int connection = -1; !stop_;) {
         pollfd watch{listen_fd_, POLLIN, 0};
-        if (poll(&watch, 1, 20) <= 0) continue;
-        int connection = -1;
-        if (cmi_server_accept(listen_fd_, &connection) != 0) continue;
+        if (poll(&watch, 1, 20) <= 0 || cmi_server_accept(listen_fd_, &connection) != 0) continue;
         active_ = connection;
         handle(connection);
         active_ = -1;
