@@ -194,7 +194,7 @@ class MailerTest : public ::testing::Test {
     return found;
   }
 
-  static fs::path certificates_;
+  static inline fs::path certificates_;
   sch::testing::TempDir spool_directory_;
   fs::path spool_ = spool_directory_.path();
   GMainContext *context_ = nullptr;
@@ -205,8 +205,6 @@ class MailerTest : public ::testing::Test {
   bool on_loop_thread_ = true;
   uint8_t saved_level_ = 0;
 };
-
-fs::path MailerTest::certificates_;
 
 TEST_F(MailerTest, SuccessArrivesWithTheExactEnvelopeHeadersAndBody) {
   SmtpServer server(spool_);
