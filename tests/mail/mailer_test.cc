@@ -55,7 +55,8 @@ TEST(MailHeaders, UnsafeBytesNeverReachAHeader) {
   EXPECT_EQ(header_safe("abcdef", 3), "abc");
 }
 
-// Success and a date of two-digit days are pinned in the whole message of the delivery below.
+// Success and a date with a two-digit day are pinned in the whole message of
+// MailerTest.SuccessArrivesWithTheExactEnvelopeHeadersAndBody.
 TEST(MailHeaders, ResultDateSenderAndMessageIdRenderAsPinned) {
   EXPECT_EQ(result_text(3 << 8), "Failed (3)");
   EXPECT_EQ(result_text(9), "Failed (0)");  // killed by a signal: no exit code

@@ -389,9 +389,8 @@ TEST(NextRunTest, EveryKindInUtcAndAcrossChanges) {
 }
 
 // At and past the end of 32-bit time. A daily, weekly, monthly or one-shot run past it is no run
-// where time values are 32-bit, and a 64-bit host computes it as ever; a repeat keeps its runs in
-// 32-bit words of the record on every host, so one past the end is no run anywhere, never a wrapped
-// date.
+// with 32-bit time values and runs as ever on a 64-bit host; a repeat keeps its runs in 32-bit
+// words of the record everywhere, so one past the end is no run at all, never a wrapped date.
 TEST(NextRunTest, RunsAtTheEndOf32BitTime) {
   constexpr time_t kEnd = kLastSecond32;
   constexpr bool k32 = kTimeIs32Bit;
