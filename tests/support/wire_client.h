@@ -39,8 +39,9 @@ class WireClient {
     void *reply = nullptr;
     auto length = static_cast<uint32_t>(request.size());
     Answer answer;
+    // The same unused arguments as the shell's handlers pass.
     answer.status =
-        cmi_req_resp(service, opcode, request.data(), &reply, &length, "", nullptr, 0, session_, SCH_CMI_FLAGS);
+        cmi_req_resp(service, opcode, request.data(), &reply, &length, "", nullptr, SCH_CMI_FLAGS, session_, 0);
     if (reply) answer.payload.assign(static_cast<uint8_t *>(reply), static_cast<uint8_t *>(reply) + length);
     std::free(reply);
     return answer;
