@@ -20,6 +20,9 @@ namespace {
 
 // A repeat more often than this would keep the daemon busy running one schedule.
 constexpr int64_t kShortestRepeatSeconds = 60;
+// The shell types a repeat's days, hours and minutes with two digits each; a larger field would
+// show in the configuration's text as an interval the shell refuses when the text is pasted back.
+constexpr int32_t kLargestRepeatField = 99;
 
 // The shell has checked the time already; this keeps a record the timers could not use out of
 // the store. A time that has passed meanwhile is not refused: the timers skip it.
@@ -27,9 +30,11 @@ uint32_t check_time(uint32_t code, const tminfo &time) {
   if (static_cast<uint32_t>(time.type) != code) return SCH_STATUS_BAD_REQUEST;
   if (sch_verify_tminfo(&time) == -static_cast<int>(SCH_STATUS_OUT_OF_RANGE)) return SCH_STATUS_OUT_OF_RANGE;
   if (code == SCH_MODIFY_START_REPEAT) {
-    if (time.day_of_week < 0 || time.hour < 0 || time.minute < 0) return SCH_STATUS_OUT_OF_RANGE;
+    for (int32_t field : {time.day_of_week, time.hour, time.minute}) {
+      if (field < 0 || field > kLargestRepeatField) return SCH_STATUS_OUT_OF_RANGE;
+    }
     int64_t seconds = int64_t{time.day_of_week} * 86400 + int64_t{time.hour} * 3600 + int64_t{time.minute} * 60;
-    if (seconds < kShortestRepeatSeconds || seconds > INT32_MAX) return SCH_STATUS_OUT_OF_RANGE;
+    if (seconds < kShortestRepeatSeconds) return SCH_STATUS_OUT_OF_RANGE;
   }
   return 0;
 }

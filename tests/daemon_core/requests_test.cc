@@ -173,12 +173,19 @@ TEST_F(Requests, ScheduleTimesJobsAndAddresses) {
   tminfo repeat{SCH_TM_REPEAT, 0, 0, 0, 1, 0, 0, 1'800'000'120, 0, 0};
   tminfo no_interval = repeat;
   no_interval.minute = 0;
+  tminfo longest = repeat;  // the most the shell types: 99:99:99
+  longest.day_of_week = longest.hour = longest.minute = 99;
+  tminfo hours_untypable = longest;
+  hours_untypable.hour = 100;
   const std::string repeating = std::to_string(SCH_TM_REPEAT) + "|";
   for (std::string job : {"a", "b", "c"}) ASSERT_EQ(configure(job_request(SCH_REQ_CREATE_JOB, job)), 0u);
   expect_all({{schedule_request(SCH_REQ_CREATE_SCHEDULE, "s1"), SCH_STATUS_EXISTS, "taken"},
               {schedule_request(SCH_REQ_CREATE_SCHEDULE, "bad/name"), SCH_STATUS_BAD_REQUEST, "bad name"},
               {modify_request("s1", SCH_MODIFY_START_REPEAT, repeat), 0, "repeat"},
               {modify_request("s1", SCH_MODIFY_START_REPEAT, no_interval), SCH_STATUS_OUT_OF_RANGE, "no interval"},
+              {modify_request("s1", SCH_MODIFY_START_REPEAT, hours_untypable), SCH_STATUS_OUT_OF_RANGE, "100 hours"},
+              {modify_request("s1", SCH_MODIFY_START_REPEAT, longest), 0, "99:99:99"},
+              {modify_request("s1", SCH_MODIFY_START_REPEAT, repeat), 0, "repeat again"},
               {modify_request("s1", SCH_MODIFY_DAILY, daily(24, 0)), SCH_STATUS_OUT_OF_RANGE, "hour 24"},
               {modify_request("s1", SCH_MODIFY_WEEKLY, daily(1, 0)), SCH_STATUS_BAD_REQUEST, "kind differs from code"},
               {modify_request("s1", 2, daily(1, 0)), SCH_STATUS_BAD_REQUEST, "no such sub-command"},
