@@ -25,7 +25,9 @@ uint32_t save_log_record(const sch_log_file_record &record) {
 }  // namespace
 
 uint32_t Model::set_log_file_size(uint32_t size) {
-  if (size < kSmallestSize || size > kLargestSize) return SCH_STATUS_OUT_OF_RANGE;
+  // The configuration's text, and so the shell, give the size in whole kilobytes: a size between
+  // two would come back as the smaller one when the text is pasted.
+  if (size < kSmallestSize || size > kLargestSize || size % 1024 != 0) return SCH_STATUS_OUT_OF_RANGE;
   sch_log_file_record record = sch_log_file;
   record.size_limit = size;
   if (uint32_t status = save_log_record(record)) return status;

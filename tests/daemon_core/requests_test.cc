@@ -344,6 +344,14 @@ TEST_F(Requests, LoggingLevelStartupTextAndRequestsThatDoNotHoldUp) {
     if (restarted) restart();
     EXPECT_EQ(running_text(), "feature scheduler\n" + line + base.substr(18)) << int{level};
   }
+  // The log's size is taken in whole kilobytes from 1 to 65536, as the text shows it.
+  for (uint32_t size : {1023u, 16u * 1024 + 1, 64u * 1024 * 1024 + 1024}) {
+    EXPECT_EQ(configure(log_file_request(SCH_REQ_LOG_SIZE, false, "", size)), SCH_STATUS_OUT_OF_RANGE) << size;
+  }
+  EXPECT_EQ(running_text(), base);
+  EXPECT_EQ(configure(log_file_request(SCH_REQ_LOG_SIZE, false, "", 64u * 1024 * 1024)), 0u);
+  EXPECT_NE(running_text().find("scheduler logfile size 65536\n"), std::string::npos);
+  ASSERT_EQ(configure(log_file_request(SCH_REQ_LOG_SIZE, false, "", 4096)), 0u);
   EXPECT_EQ(logging_level(3, "bgp"), SCH_STATUS_NO_SUCH_FACILITY);
   EXPECT_EQ(call(ACFG_SERVICE, ACFG_OP_LOGGING_LEVEL, Bytes{3, 's', 'c', 'h'}).status, SCH_STATUS_BAD_REQUEST);
   EXPECT_EQ(logging_level(8), SCH_STATUS_BAD_REQUEST);
