@@ -35,10 +35,16 @@
 
 namespace fuzz {
 
+// Where the harness's own messages go: standard error as it was before silence_printing().
+inline FILE *report() {
+  static FILE *const original = stderr;
+  return original;
+}
+
 // A finding: libFuzzer reports the abort with the input that caused it.
 inline void require(bool holds, const char *what) {
   if (holds) return;
-  std::fprintf(stderr, "invariant broken: %s\n", what);
+  std::fprintf(report(), "invariant broken: %s\n", what);
   std::abort();
 }
 
@@ -91,12 +97,17 @@ inline std::string scratch_directory(const char *purpose) {
   return pattern;
 }
 
-// Handlers print on standard output; a harness that sends it nowhere runs many times faster.
-inline void silence_standard_output() {
+// Handlers print on standard output, and the command library prints refusals on standard error;
+// a harness that sends them nowhere runs many times faster, and its log shows only the fuzzer's
+// lines. libFuzzer and the sanitizers keep writing to standard error: they hold its stream and
+// descriptor from start-up, and only the stream the code under test uses is replaced.
+inline void silence_printing() {
+  report();
   int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
   if (null < 0) return;
   dup2(null, STDOUT_FILENO);
   close(null);
+  if (FILE *sink = std::fopen("/dev/null", "we")) stderr = sink;
 }
 
 // Serves the daemon's socket in a directory of its own on a thread of its own, one connection

@@ -81,7 +81,7 @@ constexpr size_t kCommandCount = std::size(kCommands);
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  fuzz::silence_standard_output();
+  fuzz::silence_printing();
   g_world = new World;
   g_world->shell = std::make_unique<fuzz::ShellOnPeer>(answer);
   return 0;

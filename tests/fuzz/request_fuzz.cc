@@ -171,7 +171,7 @@ void send_requests(fuzz::Reader &input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  fuzz::silence_standard_output();
+  fuzz::silence_printing();
   g_world = new World;
   std::string error;
   require(g_world->local.start(&error), error.c_str());
@@ -196,7 +196,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     text = without_credentials(text);
     std::string pasted = without_credentials(g_world->local.running_text());
     bool same = pasted == without_passed_starts(text, pasted_at);
-    if (!same) std::fprintf(stderr, "---- running text\n%s---- pasted back\n%s----\n", text.c_str(), pasted.c_str());
+    if (!same) std::fprintf(fuzz::report(), "---- running text\n%s---- pasted back\n%s----\n", text.c_str(), pasted.c_str());
     require(same, "the running text pasted back gives the same configuration");
     empty_configuration();
     if (g_world->pasted.size() >= kMaxPastedTexts) g_world->pasted.clear();

@@ -36,7 +36,7 @@ World *g_world;
 std::string uri_of(const char (&uri)[SCH_PSS_URI_SIZE]) { return std::string(uri, strnlen(uri, SCH_PSS_URI_SIZE)); }
 
 // The input's stores start as copies of one empty store made at start-up: creating a store opens
-// it twice, and each open costs megabytes of allocation that the address sanitizer makes slow.
+// it twice, and opening is the dearest part of a start-up.
 pss2_handle create_store(const std::string &uri) {
   pss2_destroy(uri.c_str());
   std::filesystem::copy_file(g_world->empty_store, uri, std::filesystem::copy_options::overwrite_existing);
@@ -56,14 +56,14 @@ bool start(std::string *text) {
 
 void stop() {
   g_world->local.daemon.reset();
-  if (mtrack_live_blocks(SCH_MTRACK_IDENTITY) != 0) mtrack_dump_memstats(stderr);
+  if (mtrack_live_blocks(SCH_MTRACK_IDENTITY) != 0) mtrack_dump_memstats(fuzz::report());
   require(mtrack_live_blocks(SCH_MTRACK_IDENTITY) == 0, "every tracked block back after a stop");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  fuzz::silence_standard_output();
+  fuzz::silence_printing();
   g_world = new World;
   const schedd::Options &options = g_world->local.options;
   // A first start lays out the directories; the stores' names come from them.
@@ -121,7 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   // What it made durable restores to the same configuration.
   std::string again;
   require(start(&again), "a daemon restarts from the stores it made whole");
-  if (again != text) std::fprintf(stderr, "---- first start\n%s---- restart\n%s----\n", text.c_str(), again.c_str());
+  if (again != text) std::fprintf(fuzz::report(), "---- first start\n%s---- restart\n%s----\n", text.c_str(), again.c_str());
   require(again == text, "a restart gives the configuration the first start served");
   stop();
   return 0;

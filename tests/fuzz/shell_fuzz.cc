@@ -36,7 +36,7 @@ void answer(int connection, const cmi_request &request) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  fuzz::silence_standard_output();
+  fuzz::silence_printing();
   g_world = new fuzz::ShellOnPeer(answer);
   return 0;
 }
