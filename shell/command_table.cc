@@ -186,37 +186,44 @@ bool in_range(std::string_view word, const NumberRange &range) {
 enum class FormState { Failed, Incomplete, Complete };
 
 // How one form takes a list of words. Scores per word: 3 exact keyword, 2 abbreviated keyword,
-// 1 variable; a better score at the first difference wins.
+// 1 variable; a better score at the first difference wins. The word at index i always meets the
+// form's token i, so the tokens met are a prefix of the form, and a word's score follows from its
+// token: nothing is copied per form (every line typed evaluates every form of its mode).
 struct Evaluation {
   const Command *command = nullptr;
+  const Sequence *form = nullptr;
   FormState state = FormState::Failed;
   std::size_t failed_at = 0;
   const WordRule *refused_by = nullptr;   // the rule of the word it failed at, if that was why
-  std::vector<const Token *> tokens;   // per word up to a rest; with the failing word's token
-  std::vector<int> scores;             // per word up to a rest
+  std::size_t tokens = 0;                 // per word up to a rest; with the failing word's token
+  std::size_t scored = 0;                 // words taken, up to a rest
   std::optional<std::size_t> rest_from;
-  const Token *next = nullptr;         // the token the next word would meet, if any
+  const Token *next = nullptr;            // the token the next word would meet, if any
 
-  int score_at(std::size_t word) const { return word < scores.size() ? scores[word] : 1; }
+  const Token *token(std::size_t word) const { return (*form)[word]; }
+  int score_at(std::span<const std::string> words, std::size_t word) const {
+    if (word >= scored || token(word)->kind == TokenKind::Variable) return 1;
+    return equals_ignoring_case(words[word], token(word)->text) ? 3 : 2;
+  }
 };
 
 Evaluation evaluate(const Command &command, const Sequence &form, std::span<const std::string> words) {
   Evaluation result;
   result.command = &command;
-  std::size_t position = 0;
+  result.form = &form;
   for (std::size_t i = 0; i < words.size(); ++i) {
-    if (position == form.size()) {
+    if (i == form.size()) {
       result.failed_at = i;
       return result;
     }
-    const Token *token = form[position];
+    const Token *token = form[i];
     if (token->kind == TokenKind::Rest) {
       result.rest_from = i;
       result.next = token;
       result.state = FormState::Complete;
       return result;
     }
-    result.tokens.push_back(token);
+    result.tokens = i + 1;
     if (token->kind == TokenKind::Variable) {
       if (token->range && !in_range(words[i], *token->range)) {
         result.failed_at = i;
@@ -227,19 +234,14 @@ Evaluation evaluate(const Command &command, const Sequence &form, std::span<cons
         result.refused_by = token->rule;
         return result;
       }
-      result.scores.push_back(1);
-    } else if (equals_ignoring_case(words[i], token->text)) {
-      result.scores.push_back(3);
-    } else if (keyword_matches(words[i], token->text)) {
-      result.scores.push_back(2);
-    } else {
+    } else if (!equals_ignoring_case(words[i], token->text) && !keyword_matches(words[i], token->text)) {
       result.failed_at = i;
       return result;
     }
-    ++position;
+    result.scored = i + 1;
   }
-  if (position < form.size()) {
-    result.next = form[position];
+  if (words.size() < form.size()) {
+    result.next = form[words.size()];
     result.state = FormState::Incomplete;
   } else {
     result.state = FormState::Complete;
@@ -247,15 +249,16 @@ Evaluation evaluate(const Command &command, const Sequence &form, std::span<cons
   return result;
 }
 
-bool better(const Evaluation &a, const Evaluation &b, std::size_t words) {
-  std::size_t known = std::max(a.scores.size(), b.scores.size());
-  for (std::size_t i = 0; i < std::min(known, words); ++i) {
-    if (a.score_at(i) != b.score_at(i)) return a.score_at(i) > b.score_at(i);
+bool better(const Evaluation &a, const Evaluation &b, std::span<const std::string> words) {
+  std::size_t known = std::max(a.scored, b.scored);
+  for (std::size_t i = 0; i < std::min(known, words.size()); ++i) {
+    int a_score = a.score_at(words, i), b_score = b.score_at(words, i);
+    if (a_score != b_score) return a_score > b_score;
   }
   return false;
 }
 
-bool same_scores(const Evaluation &a, const Evaluation &b, std::size_t words) {
+bool same_scores(const Evaluation &a, const Evaluation &b, std::span<const std::string> words) {
   return !better(a, b, words) && !better(b, a, words);
 }
 
@@ -265,9 +268,13 @@ bool is_removed(const Command &command, std::span<const std::string> removed) {
 
 std::vector<Evaluation> evaluate_all(const std::deque<Command> &commands, Mode mode,
                                      std::span<const std::string> words, std::span<const std::string> removed) {
+  auto counted = [&](const Command &command) { return command.mode == mode && !is_removed(command, removed); };
+  std::size_t forms = 0;
+  for (const Command &command : commands) forms += counted(command) ? command.forms.size() : 0;
   std::vector<Evaluation> evaluations;
+  evaluations.reserve(forms);
   for (const Command &command : commands) {
-    if (command.mode != mode || is_removed(command, removed)) continue;
+    if (!counted(command)) continue;
     for (const Sequence &form : command.forms) evaluations.push_back(evaluate(command, form, words));
   }
   return evaluations;
@@ -278,8 +285,8 @@ bool abbreviation_is_ambiguous(const std::vector<Evaluation> &evaluations, std::
                                std::size_t position) {
   const std::string *first = nullptr;
   for (const Evaluation &evaluation : evaluations) {
-    if (evaluation.tokens.size() <= position) continue;
-    const Token *token = evaluation.tokens[position];
+    if (evaluation.tokens <= position) continue;
+    const Token *token = evaluation.token(position);
     if (token->kind != TokenKind::Keyword || !keyword_matches(words[position], token->text)) continue;
     if (!first) {
       first = &token->text;
@@ -358,7 +365,7 @@ Match CommandTable::match(Mode mode, std::span<const std::string> words, std::sp
       furthest = std::max(furthest, evaluation.failed_at);
     }
     if (evaluation.state != FormState::Complete) continue;
-    if (!best || better(evaluation, *best, words.size())) best = &evaluation;
+    if (!best || better(evaluation, *best, words)) best = &evaluation;
   }
   if (!best) {
     result.status = incomplete ? MatchStatus::Incomplete : refused_by ? MatchStatus::Refused : MatchStatus::Invalid;
@@ -368,10 +375,10 @@ Match CommandTable::match(Mode mode, std::span<const std::string> words, std::sp
   }
   for (const Evaluation &evaluation : evaluations) {
     if (evaluation.state == FormState::Complete && evaluation.command != best->command &&
-        same_scores(evaluation, *best, words.size())) {
+        same_scores(evaluation, *best, words)) {
       std::size_t differ = 0;
-      while (differ < words.size() && differ < best->tokens.size() && differ < evaluation.tokens.size() &&
-             best->tokens[differ]->text == evaluation.tokens[differ]->text) {
+      while (differ < words.size() && differ < best->tokens && differ < evaluation.tokens &&
+             best->token(differ)->text == evaluation.token(differ)->text) {
         ++differ;
       }
       result.status = MatchStatus::Ambiguous;
@@ -379,8 +386,8 @@ Match CommandTable::match(Mode mode, std::span<const std::string> words, std::sp
       return result;
     }
   }
-  for (std::size_t i = 0; i < best->scores.size(); ++i) {
-    if (best->scores[i] == 2 && abbreviation_is_ambiguous(evaluations, words, i)) {
+  for (std::size_t i = 0; i < best->scored; ++i) {
+    if (best->score_at(words, i) == 2 && abbreviation_is_ambiguous(evaluations, words, i)) {
       result.status = MatchStatus::Ambiguous;
       result.error_word = i;
       return result;
@@ -388,7 +395,7 @@ Match CommandTable::match(Mode mode, std::span<const std::string> words, std::sp
   }
   result.status = MatchStatus::Ok;
   result.command = best->command;
-  result.tokens = best->tokens;
+  result.tokens.assign(best->form->begin(), best->form->begin() + static_cast<std::ptrdiff_t>(best->tokens));
   result.rest_from = best->rest_from;
   if (best->rest_from) result.rest = best->next;
   return result;

@@ -294,6 +294,32 @@ std::string refusal(CommandTable &table, const CommandDeclaration &declaration) 
   return "";
 }
 
+// Choosing among forms that all fit: an exact keyword outranks an abbreviation of a longer one,
+// a keyword outranks a rest of line whatever the order of declaration, and an abbreviation that
+// fits two keywords is refused as ambiguous, even where only one of them ends a command.
+TEST(Matching, TheBestFittingFormWins) {
+  CommandTable table;
+  table.add({Mode::Exec, "show scheduler", {"s", "t"}, act});
+  table.add({Mode::Exec, "show schedule", {"s", "t"}, act});
+  table.add({Mode::Exec, "run <words>...", {"r", "w"}, act});
+  table.add({Mode::Exec, "run fast", {"r", "f"}, act});
+  table.add({Mode::Exec, "clear logfile", {"c", "l"}, act});
+  table.add({Mode::Exec, "clear logging now", {"c", "l", "n"}, act});
+  auto matched = [&](List words) {
+    Match match = table.match(Mode::Exec, words);
+    return match.status == MatchStatus::Ok ? match.command->syntax : "status " + std::to_string(int(match.status));
+  };
+  EXPECT_EQ(matched({"show", "schedule"}), "show schedule");
+  EXPECT_EQ(matched({"SHOW", "Scheduler"}), "show scheduler");
+  const std::string ambiguous = "status " + std::to_string(int(MatchStatus::Ambiguous));
+  EXPECT_EQ(matched({"show", "sched"}), ambiguous);
+  EXPECT_EQ(matched({"clear", "log"}), ambiguous);
+  EXPECT_EQ(matched({"clear", "logf"}), "clear logfile");
+  EXPECT_EQ(matched({"run", "fast"}), "run fast");
+  EXPECT_EQ(matched({"run", "fas"}), "run fast");
+  EXPECT_EQ(matched({"run", "slow"}), "run <words>...");
+}
+
 TEST(Declaration, ADuplicateFailsLoudlyAndLeavesTheTableAsItWas) {
   CommandTable table;
   table.add({Mode::Config, "scheduler job name <job>", {"a", "b", "c", "d"}, act});
