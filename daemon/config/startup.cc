@@ -115,7 +115,8 @@ bool restored_whole(std::string *error) {
 // What a store without these records means: the default log file and no mail server, the
 // server's kind, port and VRF at their defaults.
 void fill_in_defaults() {
-  if (stored_log_path(sch_log_file).empty()) store_log_path(&sch_log_file, kDefaultLogFileName);
+  std::string_view stored = stored_log_path(sch_log_file);
+  if (stored.empty() || !stored_log_path_allowed(stored)) store_log_path(&sch_log_file, kDefaultLogFileName);
   sch_email_transport_conf &transport = email_transport_conf;
   if (transport.smtp_server[0] == '\0') {
     const sch_email_transport_conf defaults = default_transport();

@@ -16,6 +16,7 @@
 #include "core/syslog_lines.h"
 #include "schedcli/diag.h"
 #include "schedcli/platform/file_sync.h"
+#include "schedcli/platform/syserr.h"
 #include "schedcli/platform/syslog.h"
 #include "schedcli/platform/sysmgr.h"
 #include "schedcli/status.h"
@@ -130,6 +131,16 @@ uint32_t resolve_log_file_name(std::string_view requested, std::string *location
   *location = target.string();
   *stored_path = under_state ? relative.string() : target.string();
   return stored_path->size() < sizeof(sch_log_file_record::writer_data) ? 0 : SCH_STATUS_BAD_REQUEST;
+}
+
+bool stored_log_path_allowed(std::string_view stored_path) {
+  std::string location, kept;
+  uint32_t status = resolve_log_file_name(stored_path, &location, &kept);
+  // A directory that is missing is no danger: nothing can be made in it.
+  if (status != SCH_STATUS_LOG_FILE_PLACE && status != SCH_STATUS_BAD_REQUEST) return true;
+  std::string what = "log file: stored name " + std::string(stored_path) + " not used";
+  emit(syslog_msg_SCH_SYSLOG_FILE_ERR, what.c_str(), syserr2str(status));
+  return false;
 }
 
 uint32_t create_log_file(const std::string &location) {

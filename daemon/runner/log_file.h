@@ -43,6 +43,10 @@ sch_log_file_record default_log_file_record();
 std::string_view stored_log_path(const sch_log_file_record &record);
 // Puts `path` in the record; false when it does not fit (255 bytes at most).
 bool store_log_path(sch_log_file_record *record, std::string_view path);
+// Whether a name read from a store may be used, judged as a rename request is: a damaged or
+// foreign store must not make the daemon create or empty a file outside its directories. A name
+// refused is reported in the system log.
+bool stored_log_path_allowed(std::string_view stored_path);
 
 // The file's location on disk for a path as the record keeps it.
 std::string log_file_location(std::string_view stored_path);

@@ -8,6 +8,8 @@
 
 #include "db/records.h"
 #include "in_process.h"
+#include "runner/log_file.h"
+#include "schedcli/pss.h"
 #include "schedcli/status.h"
 #include "schedcli/wire.h"
 
@@ -331,6 +333,26 @@ TEST_F(Requests, DisableLeavesNothingOfTheConfigurationInMemoryOrTheStores) {
   // and setting that is not the default. (The stores, empty above, are what a restart would read.)
   ASSERT_EQ(feature(FM_FEATURE_ENABLE), 0u);
   EXPECT_EQ(running_text(), "feature scheduler\n\n");
+}
+
+// A store (damaged, or from elsewhere) whose log-file record names a place outside the daemon's
+// directories, or no file at all: the daemon starts on the default name and makes nothing there.
+TEST_F(Requests, AStoredLogFileNameOutsideTheDirectoriesIsNotUsed) {
+  const std::string outside = directory_->file("outside");
+  ASSERT_TRUE(std::filesystem::create_directory(outside));
+  for (const std::string &stored : {outside + "/taken.dat", std::string("/"), std::string("s/..")}) {
+    sch_log_file_record record = sch_log_file;
+    ASSERT_TRUE(schedd::store_log_path(&record, stored));
+    ASSERT_EQ(sch_save_log_file_entry_to_pss(pss_running, &sch_log_file_key, &record), 0);
+    restart();
+    EXPECT_EQ(schedd::stored_log_path(sch_log_file), schedd::kDefaultLogFileName) << stored;
+    EXPECT_TRUE(std::filesystem::is_empty(outside)) << stored;
+    EXPECT_EQ(running_text().find("logfile name"), std::string::npos) << stored;
+  }
+  // One inside them is kept.
+  ASSERT_EQ(configure(log_file_request(SCH_REQ_LOG_NAME, false, "moved.dat")), 0u);
+  restart();
+  EXPECT_EQ(schedd::stored_log_path(sch_log_file), "moved.dat");
 }
 
 TEST_F(Requests, LoggingLevelStartupTextAndRequestsThatDoNotHoldUp) {
