@@ -136,8 +136,14 @@ uint32_t resolve_log_file_name(std::string_view requested, std::string *location
 bool stored_log_path_allowed(std::string_view stored_path) {
   std::string location, kept;
   uint32_t status = resolve_log_file_name(stored_path, &location, &kept);
-  // A directory that is missing is no danger: nothing can be made in it.
-  if (status != SCH_STATUS_LOG_FILE_PLACE && status != SCH_STATUS_BAD_REQUEST) return true;
+  if (status == 0) return true;
+  // A directory that is missing is no danger where the name lies in the daemon's directories:
+  // nothing can be made in it, and the runner reports that with each entry.
+  fs::path directory = fs::path(log_file_location(stored_path)).parent_path();
+  if (status == SCH_STATUS_LOG_FILE_DIRECTORY &&
+      (inside(directory, sysmgr_state_dir()) || inside(directory, sysmgr_runtime_dir()))) {
+    return true;
+  }
   std::string what = "log file: stored name " + std::string(stored_path) + " not used";
   emit(syslog_msg_SCH_SYSLOG_FILE_ERR, what.c_str(), syserr2str(status));
   return false;

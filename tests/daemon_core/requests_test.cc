@@ -340,7 +340,8 @@ TEST_F(Requests, DisableLeavesNothingOfTheConfigurationInMemoryOrTheStores) {
 TEST_F(Requests, AStoredLogFileNameOutsideTheDirectoriesIsNotUsed) {
   const std::string outside = directory_->file("outside");
   ASSERT_TRUE(std::filesystem::create_directory(outside));
-  for (const std::string &stored : {outside + "/taken.dat", std::string("/"), std::string("s/..")}) {
+  for (const std::string &stored : {outside + "/taken.dat", outside + "/missing/taken.dat", std::string("/"),
+                                     std::string("s/..")}) {
     sch_log_file_record record = sch_log_file;
     ASSERT_TRUE(schedd::store_log_path(&record, stored));
     ASSERT_EQ(sch_save_log_file_entry_to_pss(pss_running, &sch_log_file_key, &record), 0);
@@ -349,10 +350,15 @@ TEST_F(Requests, AStoredLogFileNameOutsideTheDirectoriesIsNotUsed) {
     EXPECT_TRUE(std::filesystem::is_empty(outside)) << stored;
     EXPECT_EQ(running_text().find("logfile name"), std::string::npos) << stored;
   }
-  // One inside them is kept.
+  // One inside them is kept, even where its directory has gone.
   ASSERT_EQ(configure(log_file_request(SCH_REQ_LOG_NAME, false, "moved.dat")), 0u);
   restart();
   EXPECT_EQ(schedd::stored_log_path(sch_log_file), "moved.dat");
+  sch_log_file_record record = sch_log_file;
+  ASSERT_TRUE(schedd::store_log_path(&record, "gone/moved.dat"));
+  ASSERT_EQ(sch_save_log_file_entry_to_pss(pss_running, &sch_log_file_key, &record), 0);
+  restart();
+  EXPECT_EQ(schedd::stored_log_path(sch_log_file), "gone/moved.dat");
 }
 
 TEST_F(Requests, LoggingLevelStartupTextAndRequestsThatDoNotHoldUp) {

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -23,6 +24,8 @@
 #include <vector>
 
 #include "schedcli/platform/cmi.h"
+#include "schedcli/platform/syslog.h"
+#include "write_confinement.h"
 #if __has_include("core/daemon.h")
 #include "core/daemon.h"
 #include "schedcli/platform/acfg.h"
@@ -97,12 +100,14 @@ inline std::string scratch_directory(const char *purpose) {
   return pattern;
 }
 
-// Handlers print on standard output, and the command library prints refusals on standard error;
-// a harness that sends them nowhere runs many times faster, and its log shows only the fuzzer's
-// lines. libFuzzer and the sanitizers keep writing to standard error: they hold its stream and
+// Handlers print on standard output, the command library prints refusals on standard error, and
+// the daemon logs each change; a harness that sends them nowhere runs many times faster, and its
+// log shows only the fuzzer's lines. (Without a system logger, each log line costs a failed
+// connect.) libFuzzer and the sanitizers keep writing to standard error: they hold its stream and
 // descriptor from start-up, and only the stream the code under test uses is replaced.
 inline void silence_printing() {
   report();
+  nost_syslog_set_sink([](int, const char *, void *) {}, nullptr);
   int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
   if (null < 0) return;
   dup2(null, STDOUT_FILENO);
@@ -174,6 +179,30 @@ class Peer {
   std::atomic<bool> stop_{false};
   std::thread thread_;
 };
+
+// What each harness does first: in a libFuzzer run, before any thread starts (a mount namespace
+// is the calling thread's alone), its writes are confined to its own places; then the code under
+// test is silenced.
+inline void begin_run(int *argc, char ***argv) {
+#ifdef SCHED_LIBFUZZER
+  confine_writes(*argc, *argv);
+#else
+  (void)argc;
+  (void)argv;
+#endif
+  silence_printing();
+  // The standard library names an exception nobody caught on the standard error silenced above.
+  std::set_terminate([] {
+    try {
+      if (std::exception_ptr thrown = std::current_exception()) std::rethrow_exception(thrown);
+    } catch (const std::exception &error) {
+      std::fprintf(report(), "uncaught exception: %s\n", error.what());
+    } catch (...) {
+      std::fprintf(report(), "uncaught exception\n");
+    }
+    std::abort();
+  });
+}
 
 #if __has_include("library_backend.h")
 // The shell as an operator would have it, talking to a peer; the backend's stores lie in

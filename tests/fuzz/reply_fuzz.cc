@@ -80,8 +80,8 @@ constexpr size_t kCommandCount = std::size(kCommands);
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  fuzz::silence_printing();
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
+  fuzz::begin_run(argc, argv);
   g_world = new World;
   g_world->shell = std::make_unique<fuzz::ShellOnPeer>(answer);
   return 0;

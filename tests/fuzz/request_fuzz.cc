@@ -170,8 +170,8 @@ void send_requests(fuzz::Reader &input) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  fuzz::silence_printing();
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
+  fuzz::begin_run(argc, argv);
   g_world = new World;
   std::string error;
   require(g_world->local.start(&error), error.c_str());

@@ -5,12 +5,14 @@
 // Input: a mode byte (bit 0: a stateless restart, the records in the startup store; otherwise a
 // restart after a crash, the records in the running stores), then records: a store byte (odd: the
 // run-results store, running only), a key of the stores' key size, a u16 length and the value.
+// Beyond the restart's agreement: the run log stays in the daemon's directories.
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "fuzz_support.h"
+#include "runner/log_file.h"
 #include "schedcli/diag.h"
 #include "schedcli/platform/mtrack.h"
 #include "schedcli/platform/pss.h"
@@ -46,10 +48,19 @@ pss2_handle create_store(const std::string &uri) {
   return store;
 }
 
+// Whatever the store names, the run log stays in the daemon's directories: a damaged store must
+// not make it create or empty a file elsewhere.
+bool run_log_kept_inside() {
+  std::string location = schedd::log_file_location(schedd::stored_log_path(sch_log_file));
+  const schedd::Options &options = g_world->local.options;
+  return location.starts_with(options.state_dir + "/") || location.starts_with(options.runtime_dir + "/");
+}
+
 // Starts a daemon, and when it serves, hands back its running text.
 bool start(std::string *text) {
   std::string error;
   if (!g_world->local.start(&error)) return false;
+  require(run_log_kept_inside(), "the run log stays in the daemon's directories");
   *text = g_world->local.running_text();
   return true;
 }
@@ -62,8 +73,8 @@ void stop() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  fuzz::silence_printing();
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
+  fuzz::begin_run(argc, argv);
   g_world = new World;
   const schedd::Options &options = g_world->local.options;
   // A first start lays out the directories; the stores' names come from them.

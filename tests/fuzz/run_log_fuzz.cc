@@ -149,7 +149,8 @@ void check_append(const std::vector<RunLogEntry> &before, const RunLogEntry &ent
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
+  fuzz::begin_run(argc, argv);
   std::string pattern = fuzz::scratch_directory("log");
   g_location = pattern + "/" + schedd::kDefaultLogFileName;
   return 0;

@@ -35,8 +35,8 @@ void answer(int connection, const cmi_request &request) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  fuzz::silence_printing();
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
+  fuzz::begin_run(argc, argv);
   g_world = new fuzz::ShellOnPeer(answer);
   return 0;
 }
