@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
 
 #include "fuzz_support.h"
 #include "runner/log_file.h"
@@ -41,7 +42,12 @@ std::string uri_of(const char (&uri)[SCH_PSS_URI_SIZE]) { return std::string(uri
 // it twice, and opening is the dearest part of a start-up.
 pss2_handle create_store(const std::string &uri) {
   pss2_destroy(uri.c_str());
-  std::filesystem::copy_file(g_world->empty_store, uri, std::filesystem::copy_options::overwrite_existing);
+  // libFuzzer's timer interrupts a system call now and then, and copy_file gives up on EINTR.
+  std::error_code error;
+  while (!std::filesystem::copy_file(g_world->empty_store, uri, std::filesystem::copy_options::overwrite_existing,
+                                     error)) {
+    require(error == std::errc::interrupted, "a copy of the empty store is made");
+  }
   uint32_t status = 0;
   pss2_handle store = pss2_open(uri.c_str(), PSS2_MODE_UPDATE, SCH_PSS_PERMISSIONS, 0, nullptr, &status);
   require(store != 0, "a copy of the empty store opens");
