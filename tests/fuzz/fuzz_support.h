@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -233,6 +234,27 @@ inline std::string text_of(schedd::Reply &reply) {
   return text;
 }
 
+// A daemon takes SIGINT and SIGTERM for its loop, which never runs here, and its last stop sets
+// them back to the default. Around a daemon's start and stop the run's own handlers are kept:
+// libFuzzer's, which end a run with its statistics, or the default before libFuzzer sets its own.
+class RunSignalsKept {
+ public:
+  RunSignalsKept() {
+    sigaction(SIGINT, nullptr, &interrupt_);
+    sigaction(SIGTERM, nullptr, &terminate_);
+  }
+  ~RunSignalsKept() {
+    sigaction(SIGINT, &interrupt_, nullptr);
+    sigaction(SIGTERM, &terminate_, nullptr);
+  }
+  RunSignalsKept(const RunSignalsKept &) = delete;
+  RunSignalsKept &operator=(const RunSignalsKept &) = delete;
+
+ private:
+  struct sigaction interrupt_ {};
+  struct sigaction terminate_ {};
+};
+
 // An in-process daemon on directories of its own. Without a socket the loop never runs: no timer
 // fires, so no job the fuzzer wrote is run; requests come through ask(). Its clock is the real
 // one, as the shell checks times against it.
@@ -249,8 +271,13 @@ struct LocalDaemon {
   }
   // A new daemon on the directories; false when it does not come up (`error` says why).
   bool start(std::string *error) {
+    RunSignalsKept kept;
     daemon = std::make_unique<schedd::Daemon>(options, clock);
     return daemon->start(error, schedd::StartParts{.socket = false, .runner = false, .wall_timer = false});
+  }
+  void stop() {
+    RunSignalsKept kept;
+    daemon.reset();
   }
   schedd::Reply ask(uint32_t service, uint32_t opcode, schedd::RequestBytes bytes) {
     return daemon->handle(service, opcode, bytes, kRoot);

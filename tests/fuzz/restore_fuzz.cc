@@ -72,7 +72,7 @@ bool start(std::string *text) {
 }
 
 void stop() {
-  g_world->local.daemon.reset();
+  g_world->local.stop();
   if (mtrack_live_blocks(SCH_MTRACK_IDENTITY) != 0) mtrack_dump_memstats(fuzz::report());
   require(mtrack_live_blocks(SCH_MTRACK_IDENTITY) == 0, "every tracked block back after a stop");
 }
