@@ -67,7 +67,8 @@ bool keep(void *block) {
   auto found = blocks.in_use.find(block);
   if (found == blocks.in_use.end()) return false;
   // Private anonymous pages read as zero after this; the block itself stays mapped and allocated.
-  madvise(block, found->second / kAlignment * kAlignment, MADV_DONTNEED);
+  size_t whole_pages = found->second / kAlignment * kAlignment;
+  if (madvise(block, whole_pages, MADV_DONTNEED) != 0) std::memset(block, 0, whole_pages);
   blocks.kept.emplace(found->second, block);
   blocks.in_use.erase(found);
   return true;
