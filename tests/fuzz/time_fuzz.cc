@@ -8,6 +8,7 @@
 
 #include "schedcli/status.h"
 #include "schedcli/tminfo.h"
+#include "write_confinement.h"
 
 namespace {
 
@@ -61,7 +62,13 @@ void check_record(const uint8_t *data) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
+#ifdef SCHED_LIBFUZZER
+  fuzz::confine_writes(*argc, *argv);
+#else
+  (void)argc;
+  (void)argv;
+#endif
   // A zone with daylight-saving time, so that both flags reach mktime.
   setenv("TZ", "Europe/Berlin", 1);
   tzset();

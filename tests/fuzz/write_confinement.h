@@ -4,7 +4,8 @@
 // root, a fuzzer emptied /etc/passwd that way. So before the first input a fuzzing run makes every
 // file system read-only for itself, in a mount namespace of its own (inside a user namespace of its
 // own when it is not root), except the temporary directories, the working directory and the
-// directories libFuzzer writes to: its corpus folders and the one of its findings.
+// directories libFuzzer writes to: its output corpus folder and the one of its findings. A run
+// that would write into the tracked seed folders is refused.
 #ifndef SCHEDCLI_TESTS_FUZZ_WRITE_CONFINEMENT_H
 #define SCHEDCLI_TESTS_FUZZ_WRITE_CONFINEMENT_H
 
@@ -28,9 +29,20 @@ namespace confinement {
 
 namespace fs = std::filesystem;
 
-// The places the run may write: the temporary directories, the working directory, and the
-// folders libFuzzer is given (corpus folders, and the folder of -artifact_prefix and of
-// -exact_artifact_path).
+// The corpus folder libFuzzer writes what it learns to: the first one it is given, and no other.
+inline fs::path output_corpus(int argc, char **argv) {
+  for (int i = 1; i < argc; i++) {
+    if (argv[i][0] == '-') continue;
+    std::error_code error;
+    fs::path real = fs::canonical(argv[i], error);
+    return !error && fs::is_directory(real, error) ? real : fs::path();
+  }
+  return {};
+}
+
+// The places the run may write: the temporary directories, the working directory, the output
+// corpus folder, and the folder of -artifact_prefix and of -exact_artifact_path. Any further
+// corpus folder (the seeds, in scripts/fuzz) is only read.
 inline std::vector<fs::path> writable_places(int argc, char **argv) {
   std::vector<fs::path> named{"/tmp", "/dev/shm", fs::current_path()};
   for (int i = 1; i < argc; i++) {
@@ -38,7 +50,6 @@ inline std::vector<fs::path> writable_places(int argc, char **argv) {
     for (std::string_view flag : {"-artifact_prefix=", "-exact_artifact_path="}) {
       if (argument.starts_with(flag)) named.push_back(fs::path(argument.substr(flag.size())).parent_path());
     }
-    if (!argument.starts_with("-")) named.emplace_back(argument);
   }
   std::vector<fs::path> places;
   for (const fs::path &place : named) {
@@ -46,6 +57,7 @@ inline std::vector<fs::path> writable_places(int argc, char **argv) {
     fs::path real = fs::canonical(place.empty() ? fs::path(".") : place, error);
     if (!error && fs::is_directory(real, error)) places.push_back(real);
   }
+  if (fs::path corpus = output_corpus(argc, argv); !corpus.empty()) places.push_back(corpus);
   return places;
 }
 
@@ -131,11 +143,35 @@ inline std::string confine(const std::vector<fs::path> &places) {
   return "";
 }
 
+// Whether the run would add what it learns to the tracked seed folders under `seeds`: they hold
+// regression inputs only, chosen by hand. A replay (-runs=0) adds nothing, unless it merges.
+inline bool writes_into_seeds(int argc, char **argv, const fs::path &seeds) {
+  std::error_code error;
+  fs::path corpus = output_corpus(argc, argv);
+  fs::path seed_root = fs::canonical(seeds, error);
+  if (corpus.empty() || error || !within(corpus, {seed_root})) return false;
+  bool replay = false;
+  bool merge = false;
+  for (int i = 1; i < argc; i++) {
+    std::string_view argument = argv[i];
+    if (argument.starts_with("-runs=")) replay = argument == "-runs=0";  // the last one counts
+    merge = merge || (argument.starts_with("-merge=") && argument != "-merge=0");
+  }
+  return !replay || merge;
+}
+
 }  // namespace confinement
 
 // Confines a libFuzzer run's writes to its own places (see the top of this file). Where that is
 // impossible, a run as root stops rather than go on unconfined; any other user's run is warned.
 inline void confine_writes(int argc, char **argv) {
+#ifdef SCHED_FUZZ_SEEDS
+  if (confinement::writes_into_seeds(argc, argv, SCHED_FUZZ_SEEDS)) {
+    std::fprintf(stderr, "fuzz: %s holds the tracked seeds, which a run only reads: name a corpus folder of its own "
+                 "first (scripts/fuzz uses build-fuzz/corpus/<area>)\n", confinement::output_corpus(argc, argv).c_str());
+    std::exit(1);
+  }
+#endif
   std::vector<std::filesystem::path> places = confinement::writable_places(argc, argv);
   std::string failed = confinement::confine(places);
   if (failed.empty()) return;
