@@ -185,12 +185,7 @@ class Peer {
 // is the calling thread's alone), its writes are confined to its own places; then the code under
 // test is silenced.
 inline void begin_run(int *argc, char ***argv) {
-#ifdef SCHED_LIBFUZZER
   confine_writes(*argc, *argv);
-#else
-  (void)argc;
-  (void)argv;
-#endif
   silence_printing();
   // The standard library names an exception nobody caught on the standard error silenced above.
   std::set_terminate([] {

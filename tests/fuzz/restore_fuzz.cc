@@ -55,18 +55,18 @@ pss2_handle create_store(const std::string &uri) {
   return store;
 }
 
-// Clears what earlier inputs left in the state directory, all but the startup store's folder: a
-// daemon makes its run log under whatever name a store gives it, and thousands of such files made
-// each start-up's scan for stray temporaries dearer than the rest of the start-up.
-void clear_left_files(const std::filesystem::path &directory) {
+// Clears what earlier inputs left in `directory`, all but the folder `kept`: a daemon makes its
+// run log under whatever name a store gives it, and thousands of such files made each start-up's
+// scan for stray temporaries dearer than the rest of the start-up.
+void clear_left_files(const std::filesystem::path &directory, const std::filesystem::path &kept) {
   std::error_code error;
   std::vector<std::filesystem::directory_entry> entries;
   for (const auto &entry : std::filesystem::directory_iterator(directory, error)) entries.push_back(entry);
   for (const auto &entry : entries) {
     if (!entry.is_directory(error)) {
       std::filesystem::remove(entry.path(), error);
-    } else if (entry.path().filename() != "startup") {
-      clear_left_files(entry.path());
+    } else if (entry.path().lexically_normal() != kept.lexically_normal()) {
+      clear_left_files(entry.path(), kept);
     }
   }
 }
@@ -122,7 +122,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
   const std::string &runtime_dir = g_world->local.options.runtime_dir;
   std::filesystem::create_directories(runtime_dir);
-  clear_left_files(g_world->local.options.state_dir);
+  clear_left_files(g_world->local.options.state_dir, std::filesystem::path(g_world->startup_uri).parent_path());
   pss2_handle config = create_store(stateless ? g_world->startup_uri : g_world->running_uri);
   pss2_handle results = create_store(g_world->results_uri);
   if (stateless) pss2_destroy(g_world->running_uri.c_str());

@@ -63,12 +63,7 @@ void check_record(const uint8_t *data) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
-#ifdef SCHED_LIBFUZZER
   fuzz::confine_writes(*argc, *argv);
-#else
-  (void)argc;
-  (void)argv;
-#endif
   // A zone with daylight-saving time, so that both flags reach mktime.
   setenv("TZ", "Europe/Berlin", 1);
   tzset();
